@@ -1,0 +1,15 @@
+#pragma once
+/// Umbrella header: includes every public header of cmutil. New headers are appended below.
+#include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmError.h"
+#include "cmutil/base/CmString.h"
+#include "cmutil/base/CmAssert.h"
+#include "cmutil/base/CmThreadAnnotations.h"
+#include "cmutil/base/CmUtilInit.h"
+#include "cmutil/trace/CmTextFormator.h"
+#include "cmutil/trace/CmTrace.h"
+#include "cmutil/trace/CmTraceMacros.h"
+#include "cmutil/safe/CmSafeLib.h"
+#include "cmutil/thread/CmMutex.h"
+#include "cmutil/thread/CmReferenceControl.h"
+#include "cmutil/thread/CmSingleton.h"

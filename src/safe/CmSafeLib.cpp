@@ -1,0 +1,185 @@
+#include "cmutil/safe/CmSafeLib.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+constraint_handler_t safe_constraint_handler = dcdi_handler_s;
+unsigned int safe_desired_log_lvl = 1;
+safe_log_func_t safe_log_func = nullptr;
+
+namespace {
+
+// The error numbers are part of the interface and keep their values on every platform:
+// 22 for every violation, 84 (value too large) for a truncated strncpy_s.
+constexpr int kInvalid = 22;
+constexpr int kTruncated = 84;
+static_assert(EINVAL == kInvalid, "invalid-argument error number");
+
+// A size beyond the maximum has its top bit set.
+inline bool beyond_max(size_t size) { return (size >> (sizeof(size_t) * 8 - 1)) != 0; }
+
+inline int mem_violation(const char* msg, void* ptr) {
+  invoke_safe_mem_constraint_handler(msg, ptr, kInvalid);
+  return kInvalid;
+}
+
+inline int str_violation(const char* msg, void* ptr) {
+  invoke_safe_str_constraint_handler(msg, ptr, kInvalid);
+  return kInvalid;
+}
+
+inline uintptr_t addr(const void* p) { return reinterpret_cast<uintptr_t>(p); }
+
+}  // namespace
+
+extern "C" {
+
+int memcpy_s(void* dest, size_t dmax, const void* src, size_t n) {
+  if (dest == nullptr) return mem_violation("memcpy_s: dest is NULL", nullptr);
+  if (beyond_max(dmax)) return mem_violation("memcpy_s: dmax exceeds max", nullptr);
+  if (beyond_max(n)) return mem_violation("memcpy_s: n exceeds max", nullptr);
+  if (n > dmax) return mem_violation("memcpy_s: n exceeds dmax", nullptr);
+  if (src == nullptr) return mem_violation("memcpy_s: src is NULL", nullptr);
+  const uintptr_t d = addr(dest), s = addr(src);
+  if ((d > s && s + n > d) || (d < s && s < d + dmax)) return mem_violation("memcpy_s: overlap undefined", nullptr);
+  if (d == s || n == 0) return 0;
+  std::memcpy(dest, src, n);
+  return 0;
+}
+
+int memset_s(void* s, size_t smax, int c, size_t n) {
+  if (s == nullptr) return mem_violation("memset_s: s is null", nullptr);
+  if (beyond_max(smax)) return mem_violation("memset_s: smax exceeds max", nullptr);
+  if (beyond_max(n)) {
+    std::memset(s, static_cast<unsigned char>(c), smax);
+    return mem_violation("memset_s: n exceeds max", nullptr);
+  }
+  if (n > smax) {
+    std::memset(s, static_cast<unsigned char>(c), smax);
+    return mem_violation("memset_s: n exceeds smax", nullptr);
+  }
+  std::memset(s, static_cast<unsigned char>(c), n);
+  return 0;
+}
+
+int memcmp_s(const void* s1, size_t s1max, const void* s2, size_t n, int* diff) {
+  if (diff == nullptr) return mem_violation("memcmp_s: diff is null", nullptr);
+  const char* msg = nullptr;
+  if (s1 == nullptr) msg = "memcmp_s: s1 is null";
+  else if (s2 == nullptr) msg = "memcmp_s: s2 is null";
+  else if (s1max == 0) msg = "memcmp_s: s1max is 0";
+  else if (beyond_max(s1max)) msg = "memcmp_s: s1max exceeds max";
+  else if (n == 0) msg = "memcmp_s: n is 0";
+  else if (n > s1max) msg = "memcmp_s: n exceeds max";
+  if (msg != nullptr) {
+    *diff = -1;
+    return mem_violation(msg, nullptr);
+  }
+  *diff = (s1 == s2) ? 0 : std::memcmp(s1, s2, n);
+  return 0;
+}
+
+int strcmp_s(const char* s1, size_t s1max, const char* s2, int* indicator) {
+  if (indicator == nullptr) return str_violation("strcmp_s: indicator is null", nullptr);
+  *indicator = -1;
+  if (s1 == nullptr) return str_violation("strcmp_s: s1 is null", nullptr);
+  if (s2 == nullptr) return str_violation("strcmp_s: s2 is null", nullptr);
+  if (s1max == 0) return str_violation("strcmp_s: s1max is 0", nullptr);
+  if (beyond_max(s1max)) return str_violation("strcmp_s: s1max exceeds max", nullptr);
+  if (std::memchr(s1, '\0', s1max) == nullptr) return str_violation("strcmp_s: s1 is unterminated", nullptr);
+  *indicator = std::strcmp(s1, s2);
+  return 0;
+}
+
+int strcpy_s(char* dest, size_t dmax, const char* src) {
+  if (dest == nullptr) return str_violation("strcpy_s: dest is null", nullptr);
+  if (dmax == 0) return str_violation("strcpy_s: dmax is 0", nullptr);
+  if (beyond_max(dmax)) return str_violation("strcpy_s: dmax exceeds max", nullptr);
+  if (src == nullptr) return str_violation("strcpy_s: src is null", nullptr);
+  const size_t slen = strnlen(src, dmax);
+  if (slen >= dmax) return str_violation("strcpy_s: not enough space for src", nullptr);
+  const uintptr_t d = addr(dest), s = addr(src);
+  if ((d > s && d <= s + slen) || d == s || (s > d && d + slen >= s)) {
+    return str_violation("strcpy_s: overlap undefined", nullptr);
+  }
+  std::memcpy(dest, src, slen + 1);
+  return 0;
+}
+
+int strncpy_s(char* dest, size_t dmax, const char* src, size_t n) {
+  if (dest == nullptr) return str_violation("strncpy_s: dest is null", nullptr);
+  if (dmax == 0) return str_violation("strncpy_s: dmax is 0", nullptr);
+  if (beyond_max(dmax)) return str_violation("strncpy_s: dmax exceeds max", nullptr);
+  if (src == nullptr) return str_violation("strncpy_s: src is null", nullptr);
+  if (beyond_max(n)) return str_violation("strncpy_s: n exceeds max", nullptr);
+  const size_t slen = strnlen(src, dmax);
+  size_t count = n;
+  bool truncated = false;
+  if (n >= dmax) {
+    count = slen;
+    if (slen >= dmax) {
+      count = dmax - 1;
+      truncated = true;
+    }
+  }
+  const uintptr_t d = addr(dest), s = addr(src);
+  if ((d > s && d <= s + count && d < s + slen) || d == s || (d < s && d + count >= s)) {
+    return str_violation("strncpy_s: overlap undefined", nullptr);
+  }
+  std::strncpy(dest, src, count);
+  dest[count] = '\0';
+  if (truncated) {
+    invoke_safe_str_constraint_handler("strncpy_s: copy was truncated (not enough space in dest)", nullptr, kTruncated);
+    return kTruncated;
+  }
+  return 0;
+}
+
+size_t strnlen_s(const char* s, size_t maxlen) { return s == nullptr ? 0 : strnlen(s, maxlen); }
+
+constraint_handler_t set_constraint_handler_s(constraint_handler_t handler) {
+  constraint_handler_t previous = safe_constraint_handler;
+  safe_constraint_handler = handler ? handler : dcdi_handler_s;
+  return previous;
+}
+
+void invoke_safe_mem_constraint_handler(const char* msg, void* ptr, int error) {
+  errno = error;
+  if (constraint_handler_t handler = safe_constraint_handler) handler(msg, ptr, error);
+}
+
+void invoke_safe_str_constraint_handler(const char* msg, void* ptr, int error) {
+  errno = error;
+  if (constraint_handler_t handler = safe_constraint_handler) handler(msg, ptr, error);
+}
+
+void dcdi_handler_s(const char* msg, void*, int error) {
+  safe_log(1, "DATA INCONSISTENCY/DATA CORRUPTION: (%u) %s\n", static_cast<unsigned int>(error), msg ? msg : "");
+}
+
+int safe_init_logger(unsigned int level, safe_log_func_t func) {
+  safe_desired_log_lvl = level;
+  safe_log_func = func;
+  return 0;
+}
+
+void safe_log(unsigned int level, const char* format, ...) {
+  if (safe_desired_log_lvl < level) return;
+  va_list args;
+  va_start(args, format);
+  if (safe_log_func_t func = safe_log_func) {
+    func(format, args);
+  } else {
+    flockfile(stderr);
+    std::vfprintf(stderr, format, args);
+    std::fflush(stderr);
+    funlockfile(stderr);
+  }
+  va_end(args);
+}
+
+void safe_enable_backtrace(void) {}
+void safe_log_backtrace(void) {}
+}

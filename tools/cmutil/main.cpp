@@ -1,0 +1,82 @@
+// cmutil: the library's command-line program. "cmutil demo" shows the library at work;
+// the other subcommands expose single facilities (see "cmutil help").
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "CmCommand.h"
+#include "cmutil/base/CmUtilInit.h"
+
+std::vector<CmToolCommand>& cm_tool_commands() {
+  static std::vector<CmToolCommand> commands;
+  return commands;
+}
+
+std::vector<CmToolDemo>& cm_tool_demos() {
+  static std::vector<CmToolDemo> demos;
+  return demos;
+}
+
+namespace {
+
+void print_usage(FILE* out) {
+  std::fprintf(out, "usage: cmutil <command> [arguments]\n\ncommands:\n");
+  std::fprintf(out, "  %-8s %s\n", "help", "this text");
+  std::fprintf(out, "  %-8s %s\n", "version", "print the library version");
+  std::fprintf(out, "  %-8s %s\n", "demo", "run every demo section of the library");
+  auto commands = cm_tool_commands();
+  std::sort(commands.begin(), commands.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+  for (const auto& command : commands) std::fprintf(out, "  %-8s %s\n", command.name.c_str(), command.usage.c_str());
+}
+
+int run_demo(int argc, char**) {
+  if (argc != 1) {
+    std::fprintf(stderr, "usage: cmutil demo\n");
+    return 2;
+  }
+  auto demos = cm_tool_demos();
+  std::stable_sort(demos.begin(), demos.end(), [](const auto& a, const auto& b) { return a.order < b.order; });
+  int failures = 0;
+  for (const auto& demo : demos) {
+    std::printf("== %s ==\n", demo.title.c_str());
+    std::fflush(stdout);
+    int rc = demo.run();
+    if (rc != 0) {
+      std::printf("demo section \"%s\" failed (%d)\n", demo.title.c_str(), rc);
+      ++failures;
+    }
+    std::printf("\n");
+  }
+  std::printf("%zu demo sections, %d failed\n", demos.size(), failures);
+  return failures == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    print_usage(stderr);
+    return 2;
+  }
+  const char* name = argv[1];
+  if (std::strcmp(name, "help") == 0 || std::strcmp(name, "--help") == 0 || std::strcmp(name, "-h") == 0) {
+    print_usage(stdout);
+    return 0;
+  }
+  if (std::strcmp(name, "version") == 0) {
+    if (argc != 2) {
+      std::fprintf(stderr, "usage: cmutil version\n");
+      return 2;
+    }
+    std::printf("cmutil %s\n", cm_util_version());
+    return 0;
+  }
+  if (std::strcmp(name, "demo") == 0) return run_demo(argc - 1, argv + 1);
+  for (const auto& command : cm_tool_commands()) {
+    if (command.name == name) return command.run(argc - 1, argv + 1);
+  }
+  std::fprintf(stderr, "cmutil: unknown command \"%s\"\n\n", name);
+  print_usage(stderr);
+  return 2;
+}
