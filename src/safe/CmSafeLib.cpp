@@ -67,12 +67,18 @@ int memset_s(void* s, size_t smax, int c, size_t n) {
 int memcmp_s(const void* s1, size_t s1max, const void* s2, size_t n, int* diff) {
   if (diff == nullptr) return mem_violation("memcmp_s: diff is null", nullptr);
   const char* msg = nullptr;
-  if (s1 == nullptr) msg = "memcmp_s: s1 is null";
-  else if (s2 == nullptr) msg = "memcmp_s: s2 is null";
-  else if (s1max == 0) msg = "memcmp_s: s1max is 0";
-  else if (beyond_max(s1max)) msg = "memcmp_s: s1max exceeds max";
-  else if (n == 0) msg = "memcmp_s: n is 0";
-  else if (n > s1max) msg = "memcmp_s: n exceeds max";
+  if (s1 == nullptr)
+    msg = "memcmp_s: s1 is null";
+  else if (s2 == nullptr)
+    msg = "memcmp_s: s2 is null";
+  else if (s1max == 0)
+    msg = "memcmp_s: s1max is 0";
+  else if (beyond_max(s1max))
+    msg = "memcmp_s: s1max exceeds max";
+  else if (n == 0)
+    msg = "memcmp_s: n is 0";
+  else if (n > s1max)
+    msg = "memcmp_s: n exceeds max";
   if (msg != nullptr) {
     *diff = -1;
     return mem_violation(msg, nullptr);

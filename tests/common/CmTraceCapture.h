@@ -82,7 +82,8 @@ class CmTraceCapture {
 
   static void sink(int level, const char* text, int len) {
     std::lock_guard<std::mutex> lock(globalMutex());
-    if (CmTraceCapture* capture = active()) capture->m_lines.push_back({level, std::string(text, static_cast<size_t>(len))});
+    if (CmTraceCapture* capture = active())
+      capture->m_lines.push_back({level, std::string(text, static_cast<size_t>(len))});
   }
 
   CmTraceSink m_previousSink;

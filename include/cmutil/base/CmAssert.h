@@ -7,23 +7,23 @@
 
 #include "cmutil/trace/CmTrace.h"
 
-#define CM_ASSERTE(expr)                                         \
-  do {                                                           \
-    if (!(expr)) cm_assert_failed(__FILE__, __LINE__, #expr);    \
+#define CM_ASSERTE(expr)                                      \
+  do {                                                        \
+    if (!(expr)) cm_assert_failed(__FILE__, __LINE__, #expr); \
   } while (0)
 
-#define CM_ASSERTE_RETURN(expr, rv)                        \
-  do {                                                     \
-    if (!(expr)) {                                         \
-      cm_assert_failed(__FILE__, __LINE__, #expr);         \
-      return rv;                                           \
-    }                                                      \
+#define CM_ASSERTE_RETURN(expr, rv)                \
+  do {                                             \
+    if (!(expr)) {                                 \
+      cm_assert_failed(__FILE__, __LINE__, #expr); \
+      return rv;                                   \
+    }                                              \
   } while (0)
 
-#define CM_ASSERTE_RETURN_VOID(expr)                       \
-  do {                                                     \
-    if (!(expr)) {                                         \
-      cm_assert_failed(__FILE__, __LINE__, #expr);         \
-      return;                                              \
-    }                                                      \
+#define CM_ASSERTE_RETURN_VOID(expr)               \
+  do {                                             \
+    if (!(expr)) {                                 \
+      cm_assert_failed(__FILE__, __LINE__, #expr); \
+      return;                                      \
+    }                                              \
   } while (0)

@@ -73,8 +73,8 @@ CmResult xtoa_tvx(T value, char* out, int size) {
   if (out == nullptr || size < 3) return CM_ERROR_FAILURE;
   typedef typename std::make_unsigned<T>::type U;
   const bool sign = std::is_signed<T>::value ? !(value > 0) : value == 0;
-  U magnitude = (std::is_signed<T>::value && value < 0) ? static_cast<U>(0) - static_cast<U>(value)
-                                                       : static_cast<U>(value);
+  U magnitude =
+      (std::is_signed<T>::value && value < 0) ? static_cast<U>(0) - static_cast<U>(value) : static_cast<U>(value);
   int pos = size - 1;
   out[pos] = '\0';
   do {

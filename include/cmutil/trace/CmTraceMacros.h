@@ -24,19 +24,17 @@ class CCmFunctionName {
 
 #define CM_TRACE_MODULE "UTIL"
 
-#define CM_TRACE_AT(level, chain)                                                         \
-  do {                                                                                    \
-    if (cm_trace_mask_cached() >= (level)) {                                              \
-      char cm_trace_buffer_[1024];                                                        \
-      CCmTextFormator cm_trace_text_(cm_trace_buffer_, sizeof cm_trace_buffer_);          \
-      cm_trace_text_ << chain;                                                            \
-      util_adapter_trace((level), CM_TRACE_MODULE, cm_trace_buffer_,                      \
-                         static_cast<int>(cm_trace_text_.tell()));                        \
-    }                                                                                     \
+#define CM_TRACE_AT(level, chain)                                                                              \
+  do {                                                                                                         \
+    if (cm_trace_mask_cached() >= (level)) {                                                                   \
+      char cm_trace_buffer_[1024];                                                                             \
+      CCmTextFormator cm_trace_text_(cm_trace_buffer_, sizeof cm_trace_buffer_);                               \
+      cm_trace_text_ << chain;                                                                                 \
+      util_adapter_trace((level), CM_TRACE_MODULE, cm_trace_buffer_, static_cast<int>(cm_trace_text_.tell())); \
+    }                                                                                                          \
   } while (0)
 
-#define CM_TRACE_AT_THIS(level, chain) \
-  CM_TRACE_AT(level, chain << " [this=" << static_cast<const void*>(this) << "]")
+#define CM_TRACE_AT_THIS(level, chain) CM_TRACE_AT(level, chain << " [this=" << static_cast<const void*>(this) << "]")
 
 #define CM_ERROR_TRACE(chain) CM_TRACE_AT(0, chain)
 #define CM_WARNING_TRACE(chain) CM_TRACE_AT(1, chain)

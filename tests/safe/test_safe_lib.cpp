@@ -1,0 +1,248 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cmutil/safe/CmSafeLib.h"
+
+namespace {
+
+struct Violation {
+  std::string msg;
+  int error;
+};
+std::vector<Violation> g_violations;
+
+void recording_handler(const char* msg, void*, int error) { g_violations.push_back({msg ? msg : "", error}); }
+
+// Installs the recording handler for one test and restores the previous one after it.
+class SafeLib : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_violations.clear();
+    m_previous = set_constraint_handler_s(recording_handler);
+  }
+  void TearDown() override { set_constraint_handler_s(m_previous); }
+
+  // Exactly one violation was reported, with this message and error (also in errno).
+  void expectViolation(const char* msg, int error = 22) {
+    ASSERT_EQ(g_violations.size(), 1u);
+    EXPECT_EQ(g_violations[0].msg, msg);
+    EXPECT_EQ(g_violations[0].error, error);
+    EXPECT_EQ(errno, error);
+    g_violations.clear();
+  }
+
+  constraint_handler_t m_previous = nullptr;
+};
+
+const size_t kHuge = SIZE_MAX / 2 + 1;  // top bit set
+
+std::vector<std::string> g_logged;
+int recording_logger(const char* format, va_list args) {
+  char line[256];
+  vsnprintf(line, sizeof line, format, args);
+  g_logged.emplace_back(line);
+  return 0;
+}
+
+}  // namespace
+
+TEST_F(SafeLib, MemcpyChecksInOrder) {
+  char dest[8] = "xxxxxxx";
+  const char src[8] = "abcdefg";
+  EXPECT_EQ(memcpy_s(nullptr, 8, src, 1), 22);
+  expectViolation("memcpy_s: dest is NULL");
+  EXPECT_EQ(memcpy_s(dest, kHuge, src, 1), 22);
+  expectViolation("memcpy_s: dmax exceeds max");
+  EXPECT_EQ(memcpy_s(dest, 8, src, kHuge), 22);
+  expectViolation("memcpy_s: n exceeds max");
+  EXPECT_EQ(memcpy_s(dest, 4, src, 5), 22);
+  expectViolation("memcpy_s: n exceeds dmax");
+  EXPECT_EQ(memcpy_s(dest, 8, nullptr, 5), 22);
+  expectViolation("memcpy_s: src is NULL");
+  EXPECT_STREQ(dest, "xxxxxxx");  // untouched by every violation
+
+  EXPECT_EQ(memcpy_s(dest, 8, src, 3), 0);
+  EXPECT_EQ(std::string(dest, 3), "abc");
+  EXPECT_EQ(memcpy_s(dest, 8, dest, 8), 0);  // same pointer: nothing to copy
+  EXPECT_TRUE(g_violations.empty());
+}
+
+TEST_F(SafeLib, MemcpyOverlapGuardsTheWholeCapacityBelowSource) {
+  char buf[32] = {};
+  // dest after src and src + n beyond dest
+  EXPECT_EQ(memcpy_s(buf + 4, 8, buf, 5), 22);
+  expectViolation("memcpy_s: overlap undefined");
+  EXPECT_EQ(memcpy_s(buf + 4, 8, buf, 4), 0);  // touches, does not overlap
+  // dest before src: the whole dmax counts, not only n
+  EXPECT_EQ(memcpy_s(buf, 16, buf + 10, 2), 22);
+  expectViolation("memcpy_s: overlap undefined");
+  EXPECT_EQ(memcpy_s(buf, 10, buf + 10, 2), 0);
+}
+
+TEST_F(SafeLib, MemsetFillsCapacityBeforeReporting) {
+  unsigned char buf[8];
+  std::memset(buf, 0, sizeof buf);
+  EXPECT_EQ(memset_s(buf, 4, 0x1AB, 8), 22);  // c is taken as an unsigned byte
+  expectViolation("memset_s: n exceeds smax");
+  EXPECT_EQ(buf[3], 0xAB);
+  EXPECT_EQ(buf[4], 0);
+
+  std::memset(buf, 0, sizeof buf);
+  EXPECT_EQ(memset_s(buf, 2, 7, kHuge), 22);
+  expectViolation("memset_s: n exceeds max");
+  EXPECT_EQ(buf[1], 7);
+  EXPECT_EQ(buf[2], 0);
+
+  EXPECT_EQ(memset_s(nullptr, 2, 0, 1), 22);
+  expectViolation("memset_s: s is null");
+  EXPECT_EQ(memset_s(buf, kHuge, 9, 1), 22);
+  expectViolation("memset_s: smax exceeds max");
+  EXPECT_EQ(buf[0], 7);  // no fill when the capacity itself is bad
+
+  EXPECT_EQ(memset_s(buf, 8, 5, 3), 0);
+  EXPECT_EQ(buf[2], 5);
+  EXPECT_EQ(buf[3], 0);
+}
+
+TEST_F(SafeLib, MemcmpViolationsSetDiff) {
+  const char a[] = "abc", b[] = "abd";
+  int diff = 99;
+  EXPECT_EQ(memcmp_s(a, 3, b, 3, nullptr), 22);
+  expectViolation("memcmp_s: diff is null");
+  struct Case {
+    const void* s1;
+    size_t s1max;
+    const void* s2;
+    size_t n;
+    const char* msg;
+  } cases[] = {
+      {nullptr, 3, b, 3, "memcmp_s: s1 is null"}, {a, 3, nullptr, 3, "memcmp_s: s2 is null"},
+      {a, 0, b, 3, "memcmp_s: s1max is 0"},       {a, kHuge, b, 3, "memcmp_s: s1max exceeds max"},
+      {a, 3, b, 0, "memcmp_s: n is 0"},           {a, 2, b, 3, "memcmp_s: n exceeds max"},
+  };
+  for (const Case& c : cases) {
+    diff = 99;
+    EXPECT_EQ(memcmp_s(c.s1, c.s1max, c.s2, c.n, &diff), 22) << c.msg;
+    EXPECT_EQ(diff, -1) << c.msg;
+    expectViolation(c.msg);
+  }
+  EXPECT_EQ(memcmp_s(a, 3, b, 3, &diff), 0);
+  EXPECT_LT(diff, 0);
+  EXPECT_EQ(memcmp_s(a, 3, b, 2, &diff), 0);
+  EXPECT_EQ(diff, 0);
+  EXPECT_EQ(memcmp_s(a, 3, a, 3, &diff), 0);
+  EXPECT_EQ(diff, 0);
+}
+
+TEST_F(SafeLib, StrcmpBoundsTheFirstString) {
+  int indicator = 99;
+  EXPECT_EQ(strcmp_s("a", 2, "a", nullptr), 22);
+  expectViolation("strcmp_s: indicator is null");
+  EXPECT_EQ(strcmp_s(nullptr, 2, "a", &indicator), 22);
+  EXPECT_EQ(indicator, -1);
+  expectViolation("strcmp_s: s1 is null");
+  EXPECT_EQ(strcmp_s("a", 2, nullptr, &indicator), 22);
+  expectViolation("strcmp_s: s2 is null");
+  EXPECT_EQ(strcmp_s("a", 0, "a", &indicator), 22);
+  expectViolation("strcmp_s: s1max is 0");
+  EXPECT_EQ(strcmp_s("a", kHuge, "a", &indicator), 22);
+  expectViolation("strcmp_s: s1max exceeds max");
+  EXPECT_EQ(strcmp_s("abcdef", 3, "abc", &indicator), 22);
+  expectViolation("strcmp_s: s1 is unterminated");
+
+  EXPECT_EQ(strcmp_s("abc", 4, "abc", &indicator), 0);
+  EXPECT_EQ(indicator, 0);
+  EXPECT_EQ(strcmp_s("abd", 4, "abc", &indicator), 0);
+  EXPECT_GT(indicator, 0);
+}
+
+TEST_F(SafeLib, StrcpyNeedsRoomForTheTerminator) {
+  char dest[8];
+  std::memset(dest, '#', sizeof dest);
+  EXPECT_EQ(strcpy_s(dest, 7, "1234567"), 22);
+  expectViolation("strcpy_s: not enough space for src");
+  EXPECT_EQ(dest[0], '#');  // untouched, not even terminated
+  EXPECT_EQ(strcpy_s(dest, 8, "1234567"), 0);
+  EXPECT_STREQ(dest, "1234567");
+
+  EXPECT_EQ(strcpy_s(nullptr, 8, "a"), 22);
+  expectViolation("strcpy_s: dest is null");
+  EXPECT_EQ(strcpy_s(dest, 0, "a"), 22);
+  expectViolation("strcpy_s: dmax is 0");
+  EXPECT_EQ(strcpy_s(dest, kHuge, "a"), 22);
+  expectViolation("strcpy_s: dmax exceeds max");
+  EXPECT_EQ(strcpy_s(dest, 8, nullptr), 22);
+  expectViolation("strcpy_s: src is null");
+}
+
+TEST_F(SafeLib, StrcpyOverlapRules) {
+  char buf[32] = "abcdef";
+  EXPECT_EQ(strcpy_s(buf, 32, buf), 22);  // the same pointer is an overlap here
+  expectViolation("strcpy_s: overlap undefined");
+  EXPECT_EQ(strcpy_s(buf + 3, 20, buf), 22);  // dest inside src
+  expectViolation("strcpy_s: overlap undefined");
+  EXPECT_EQ(strcpy_s(buf, 8, buf + 2), 22);  // dest + slen reaches src
+  expectViolation("strcpy_s: overlap undefined");
+  char far[32] = "abcdefghij";
+  EXPECT_EQ(strcpy_s(far, 3, far + 8), 0);  // "ij" copied well before its source
+  EXPECT_STREQ(far, "ij");
+}
+
+TEST_F(SafeLib, StrncpyTruncationIsReportedAndDone) {
+  char dest[4] = {'#', '#', '#', '#'};
+  EXPECT_EQ(strncpy_s(dest, 4, "abcdef", 10), 84);
+  EXPECT_STREQ(dest, "abc");
+  expectViolation("strncpy_s: copy was truncated (not enough space in dest)", 84);
+
+  char out[16];
+  EXPECT_EQ(strncpy_s(out, 16, "abcdef", 3), 0);
+  EXPECT_STREQ(out, "abc");
+  EXPECT_EQ(strncpy_s(out, 16, "abc", 20), 0);  // n >= dmax: the whole string fits
+  EXPECT_STREQ(out, "abc");
+  EXPECT_TRUE(g_violations.empty());
+}
+
+TEST_F(SafeLib, StrncpyViolations) {
+  char dest[8] = "keep";
+  EXPECT_EQ(strncpy_s(nullptr, 8, "a", 1), 22);
+  expectViolation("strncpy_s: dest is null");
+  EXPECT_EQ(strncpy_s(dest, 0, "a", 1), 22);
+  expectViolation("strncpy_s: dmax is 0");
+  EXPECT_EQ(strncpy_s(dest, kHuge, "a", 1), 22);
+  expectViolation("strncpy_s: dmax exceeds max");
+  EXPECT_EQ(strncpy_s(dest, 8, nullptr, 1), 22);
+  expectViolation("strncpy_s: src is null");
+  EXPECT_EQ(strncpy_s(dest, 8, "a", kHuge), 22);
+  expectViolation("strncpy_s: n exceeds max");
+  EXPECT_EQ(strncpy_s(dest, 8, dest, 2), 22);
+  expectViolation("strncpy_s: overlap undefined");
+  EXPECT_STREQ(dest, "keep");
+}
+
+TEST_F(SafeLib, StrnlenIsBounded) {
+  EXPECT_EQ(strnlen_s(nullptr, 10), 0u);
+  EXPECT_EQ(strnlen_s("abcdef", 3), 3u);
+  EXPECT_EQ(strnlen_s("abc", 10), 3u);
+}
+
+TEST_F(SafeLib, HandlerReplacementAndDefaultLogger) {
+  // The fixture's handler is current; null brings the default back and returns ours.
+  EXPECT_EQ(set_constraint_handler_s(nullptr), &recording_handler);
+  EXPECT_EQ(set_constraint_handler_s(recording_handler), &dcdi_handler_s);
+
+  g_logged.clear();
+  set_constraint_handler_s(nullptr);
+  safe_init_logger(1, recording_logger);
+  char dest[2];
+  EXPECT_EQ(strcpy_s(dest, 2, "long"), 22);
+  safe_log(2, "%s", "above the level: dropped");
+  safe_init_logger(1, nullptr);
+  set_constraint_handler_s(recording_handler);
+  ASSERT_EQ(g_logged.size(), 1u);
+  EXPECT_EQ(g_logged[0], "DATA INCONSISTENCY/DATA CORRUPTION: (22) strcpy_s: not enough space for src\n");
+}

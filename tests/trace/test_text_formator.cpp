@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <string>
+
+#include "cmutil/trace/CmTextFormator.h"
+
+namespace {
+
+struct Formatted {
+  char buffer[1024];
+  CCmTextFormator text{buffer, sizeof buffer};
+  std::string str() { return std::string(static_cast<char*>(text)); }
+};
+
+}  // namespace
+
+TEST(TextFormator, CutsAppendsAtCapacityMinusReserve) {
+  Formatted f;
+  std::string big(2000, 'x');
+  f.text << big.c_str();
+  EXPECT_EQ(f.text.tell(), 928u);
+  EXPECT_EQ(f.buffer[928], '\0');
+  EXPECT_EQ(f.str(), std::string(928, 'x'));
+  // Once full, further appends of any kind add nothing and keep the terminator.
+  f.text << 12345 << "more" << 2.5 << static_cast<void*>(f.buffer);
+  EXPECT_EQ(f.text.tell(), 928u);
+  EXPECT_EQ(f.buffer[928], '\0');
+}
+
+TEST(TextFormator, PartialAppendStopsExactlyAtTheLimit) {
+  char buffer[200];
+  CCmTextFormator text(buffer, sizeof buffer);
+  text << std::string(100, 'a');
+  text << "0123456789";  // only 4 of these fit below the 96-byte reserve
+  EXPECT_EQ(text.tell(), 104u);
+  EXPECT_EQ(std::string(buffer).substr(100), "0123");
+}
+
+TEST(TextFormator, HexSwitchCoversOneIntegerOnly) {
+  Formatted f;
+  f.text << CCmTextFormator::hex << 255u << 255u;
+  EXPECT_EQ(f.str(), "ff255");
+  f.text.reset();
+  EXPECT_EQ(f.str(), "");
+  EXPECT_EQ(f.text.tell(), 0u);
+  // Decimal cancels a pending switch; unknown ordix values are ignored.
+  f.text << CCmTextFormator::hex << CCmTextFormator::decimal << 255 << " " << CCmTextFormator::hex
+         << static_cast<CCmOrdix>(7) << 255;
+  EXPECT_EQ(f.str(), "255 ff");
+}
+
+TEST(TextFormator, LongLongIgnoresAndKeepsTheHexSwitch) {
+  Formatted f;
+  f.text << CCmTextFormator::hex << 255LL << " " << 255;
+  EXPECT_EQ(f.str(), "255 ff");
+}
+
+TEST(TextFormator, IntegersOfEveryWidth) {
+  Formatted f;
+  f.text << static_cast<char>(65) << " " << static_cast<short>(-7) << " " << INT_MIN << " "
+         << static_cast<unsigned char>(200) << " " << static_cast<unsigned short>(65535) << " " << UINT_MAX << " "
+         << LONG_MIN << " " << ULONG_MAX;
+  EXPECT_EQ(f.str(), "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615");
+}
+
+TEST(TextFormator, ZeroLongLongIsMinusZero) {
+  Formatted f;
+  f.text << 0LL << " " << 0ULL << " " << -5LL << " " << 7ULL << " " << LLONG_MIN;
+  EXPECT_EQ(f.str(), "-0 -0 -5 7 -9223372036854775808");
+}
+
+TEST(TextFormator, PointersAreLowerHexWithoutLeadingZeros) {
+  Formatted f;
+  f.text << reinterpret_cast<void*>(0x1234) << " " << static_cast<void*>(nullptr) << " "
+         << reinterpret_cast<const void*>(0xABCDEF);
+  EXPECT_EQ(f.str(), "0x1234 0x0 0xabcdef");
+  // A pointer clears a pending hex switch.
+  f.text.reset();
+  f.text << CCmTextFormator::hex << static_cast<void*>(nullptr) << 16;
+  EXPECT_EQ(f.str(), "0x016");
+}
+
+TEST(TextFormator, FloatsTruncateToThreeDigits) {
+  Formatted f;
+  f.text << 1.9999f << " " << -1.5 << " " << 2.5 << " " << 0.0019 << " " << -0.25 << " " << std::nan("");
+  EXPECT_EQ(f.str(), "1.999 -1.500 2.500 0.001 -0.250 NaN");
+}
+
+TEST(TextFormator, NullTextAppendsNothing) {
+  Formatted f;
+  f.text << "a" << static_cast<const char*>(nullptr) << "b" << CCmString("cd");
+  EXPECT_EQ(f.str(), "abcd");
+}
+
+TEST(NumberText, ItoaBasesAndSigns) {
+  char out[72];
+  EXPECT_STREQ(kel_itoa(0, out, 10), "0");
+  EXPECT_STREQ(kel_itoa(-42, out, 10), "-42");
+  EXPECT_STREQ(kel_itoa(255u, out, 16), "ff");
+  EXPECT_STREQ(kel_itoa(255L, out, 2), "11111111");
+  EXPECT_STREQ(kel_itoa(35UL, out, 36), "z");
+}
+
+TEST(NumberText, XtoaRejectsSmallOrNullBuffers) {
+  char out[4];
+  EXPECT_EQ(xtoa_tvx<long long>(5, nullptr, 10), CM_ERROR_FAILURE);
+  EXPECT_EQ(xtoa_tvx<long long>(5, out, 2), CM_ERROR_FAILURE);
+  EXPECT_EQ(xtoa_tvx<long long>(12345, out, 4), CM_ERROR_FAILURE);  // digits run past the start
+  EXPECT_EQ(xtoa_tvx<long long>(-12, out, 4), CM_OK);
+  EXPECT_STREQ(out, "-12");
+  EXPECT_EQ(xtoa_tvx<long long>(-123, out, 4), CM_ERROR_FAILURE);  // no room for the sign
+}
+
+TEST(NumberText, FtoaBeyondIntRangeDoesNotCrash) {
+  char out[72];
+  kel_ftoa(1e30, out);
+  EXPECT_NE(std::string(out).find('.'), std::string::npos);
+  kel_ftoa(-INFINITY, out);
+  EXPECT_EQ(std::string(out).substr(0, 1), "-");
+}

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cmutil/base/CmAssert.h"
+#include "cmutil/trace/CmTraceMacros.h"
+#include "common/CmTraceCapture.h"
+#include "trace/CmTraceInternal.h"
+
+namespace {
+
+int g_built = 0;
+const char* count_build(const char* text) {
+  ++g_built;
+  return text;
+}
+
+std::vector<std::string> g_logstash;
+void logstash_sink(int, const char* text, int len) { g_logstash.emplace_back(text, static_cast<size_t>(len)); }
+
+const char* g_crashReason = nullptr;
+void* g_crashContext = nullptr;
+void crash_sink(const char* reason, void* context) {
+  g_crashReason = reason;
+  g_crashContext = context;
+}
+
+CmResult guarded(const char* p) {
+  CM_ASSERTE_RETURN(p != nullptr, CM_ERROR_INVALID_ARG);
+  return CM_OK;
+}
+
+struct Traced {
+  void say() { CM_WARNING_TRACE_THIS("Traced::say, value=" << 7); }
+};
+
+}  // namespace
+
+TEST(TraceCore, MaskDecidesWhichLevelsAreBuilt) {
+  CmTraceCapture cap(0);
+  g_built = 0;
+  CM_ERROR_TRACE(count_build("e"));
+  CM_WARNING_TRACE(count_build("w"));
+  CM_INFO_TRACE(count_build("i"));
+  EXPECT_EQ(g_built, 1);  // suppressed sites do not even evaluate their text
+  ASSERT_EQ(cap.lines().size(), 1u);
+  EXPECT_EQ(cap.lines()[0].level, 0);
+  EXPECT_EQ(cap.lines()[0].text, "[UTIL] e");
+
+  set_external_trace_mask(2);
+  CM_INFO_TRACE("info");
+  CM_DETAIL_TRACE("detail");
+  EXPECT_TRUE(cap.contains(2, "[UTIL] info"));
+  EXPECT_FALSE(cap.contains("detail"));
+}
+
+TEST(TraceCore, TroubleshootMaskRaisesTheEffectiveMask) {
+  CmTraceCapture cap(0);
+  set_troubleshoot_trace_mask(3);
+  EXPECT_EQ(get_external_trace_mask(), 3);
+  CM_DETAIL_TRACE("level three");
+  CM_DEBUG_TRACE("level four");
+  set_troubleshoot_trace_mask(0);
+  EXPECT_EQ(get_external_trace_mask(), 0);
+  EXPECT_TRUE(cap.contains(3, "level three"));
+  EXPECT_FALSE(cap.contains("level four"));
+}
+
+TEST(TraceCore, SinkReceivesOnlyWithBitFour) {
+  CmTraceCapture cap;
+  g_logstash.clear();
+  set_util_logstash_external_trace_sink(logstash_sink);
+
+  cm_set_trace_option(CM_TRACE_ROUTE_SINK | CM_TRACE_ROUTE_LOGSTASH);
+  util_adapter_trace(2, "MOD", "exclusive", 9);
+  EXPECT_TRUE(cap.contains("[MOD] exclusive"));
+  EXPECT_TRUE(g_logstash.empty());  // the external sink takes the line alone
+
+  // Without bit 4 the sink is ignored; the absent plug-in and trace files are skipped.
+  cm_set_trace_option(CM_TRACE_ROUTE_PLUGIN | CM_TRACE_ROUTE_FILE | CM_TRACE_ROUTE_LOGSTASH);
+  util_adapter_trace(1, nullptr, "routed", 6);
+  EXPECT_FALSE(cap.contains("routed"));
+  ASSERT_EQ(g_logstash.size(), 1u);
+  EXPECT_EQ(g_logstash[0], "[UTIL] routed");
+  set_util_logstash_external_trace_sink(nullptr);
+}
+
+TEST(TraceCore, LongMessageReachesTheSinkWhole) {
+  CmTraceCapture cap;
+  std::string text(5000, 'q');
+  text.back() = 'Z';
+  util_adapter_trace(0, "UTIL", text.c_str(), static_cast<int>(text.size()));
+  ASSERT_EQ(cap.lines().size(), 1u);
+  EXPECT_EQ(cap.lines()[0].text, "[UTIL] " + text);
+}
+
+TEST(TraceCore, ObjectMessagesEndWithThis) {
+  CmTraceCapture cap;
+  Traced t;
+  t.say();
+  char expected[64];
+  std::snprintf(expected, sizeof expected, " [this=%p]", static_cast<void*>(&t));
+  ASSERT_EQ(cap.lines().size(), 1u);
+  EXPECT_EQ(cap.lines()[0].text, std::string("[UTIL] Traced::say, value=7") + expected);
+}
+
+TEST(TraceCore, AssertionsTraceCountAndReturn) {
+  CmTraceCapture cap;
+  const int64_t before = cm_get_assertions_count();
+  EXPECT_EQ(guarded(nullptr), CM_ERROR_INVALID_ARG);
+  EXPECT_EQ(guarded("x"), CM_OK);
+  EXPECT_EQ(cm_get_assertions_count(), before + 1);
+  ASSERT_EQ(cap.lines().size(), 1u);
+  EXPECT_EQ(cap.lines()[0].level, 0);
+  // The site is inside guarded(), a few lines above; check the shape, file and text.
+  const std::string text = cap.lines()[0].text;
+  EXPECT_EQ(text.rfind("[UTIL] test_trace_core.cpp:", 0), 0u) << text;
+  EXPECT_NE(text.find(" Assert failed: p != nullptr"), std::string::npos) << text;
+}
+
+TEST(TraceCore, CountersAndCrashSink) {
+  const int64_t logs = cm_get_temp_logs_count();
+  cm_add_temp_log();
+  EXPECT_EQ(cm_get_temp_logs_count(), logs + 1);
+
+  util_adapter_crash("nothing installed", nullptr);  // no sink: nothing happens
+  int context = 0;
+  set_util_external_crash_sink(crash_sink);
+  util_adapter_crash("boom", &context);
+  set_util_external_crash_sink(nullptr);
+  EXPECT_STREQ(g_crashReason, "boom");
+  EXPECT_EQ(g_crashContext, &context);
+}
+
+TEST(TraceCore, ModuleTraceDisabledWithoutTraceFiles) {
+  EXPECT_EQ(std::string(getCallerModuleName("anything")), "UTIL");
+}
+
+TEST(TraceCore, FunctionNameCutting) {
+  char out[128];
+  cm_cut_function_name("virtual CCmEventQueueBase::~CCmEventQueueBase()", out, sizeof out);
+  EXPECT_STREQ(out, "CCmEventQueueBase::~CCmEventQueueBase");
+  cm_cut_function_name("CmResult CCmThread::Create(const char*, int)", out, sizeof out);
+  EXPECT_STREQ(out, "CCmThread::Create");
+  cm_cut_function_name("main()", out, sizeof out);
+  EXPECT_STREQ(out, "main");
+  cm_cut_function_name("no parenthesis here", out, sizeof out);
+  EXPECT_STREQ(out, "");
+  cm_cut_function_name("void f()", out, 2);
+  EXPECT_STREQ(out, "f");
+  EXPECT_STREQ(CM_FUNC_NAME, "TraceCore_FunctionNameCutting_Test::TestBody");
+}
+
+TEST(TraceCore, LeadingIdComposition) {
+  char out[1024];
+  cm_compose_leading_id("media.exe", "box", out, sizeof out);
+  EXPECT_STREQ(out, "media.box.");
+  cm_compose_leading_id("exe", "", out, sizeof out);
+  EXPECT_STREQ(out, "exe..");
+  cm_compose_leading_id("app.exe.bak", "h", out, sizeof out);
+  EXPECT_STREQ(out, "app.exe.bak.h.");
+  cm_compose_leading_id("abcdef", "gh", out, 5);
+  EXPECT_STREQ(out, "abcd");
+}
+
+TEST(TraceCore, LeadingIdIsCachedAndNamesThisProcess) {
+  cm_reset_leading_id_for_test();
+  std::vector<std::thread> threads;
+  std::atomic<const char*> seen[4] = {};
+  for (int i = 0; i < 4; ++i) threads.emplace_back([&, i] { seen[i] = get_leading_id(); });
+  for (auto& t : threads) t.join();
+  for (auto& s : seen) EXPECT_EQ(s.load(), seen[0].load());
+  const std::string id = seen[0].load();
+  EXPECT_EQ(id.rfind("cmutil_trace_tests.", 0), 0u) << id;
+  EXPECT_EQ(id.back(), '.');
+  EXPECT_GT(id.size(), std::string("cmutil_trace_tests..").size());  // a host name is present
+}
