@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "cmutil/system/CmImageSize.h"
+
+namespace {
+
+typedef std::vector<unsigned char> Bytes;
+
+Bytes ReadFixture(const char* name) {
+  std::ifstream in(std::string(CMUTIL_TEST_FIXTURES) + "/images/" + name, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+uint32_t Len(const Bytes& b) { return static_cast<uint32_t>(b.size()); }
+
+const uint32_t kUntouched = 0xDEADBEEF;
+
+// A minimal JFIF header (APP0, length 16) followed by the given tail.
+Bytes JfifWith(const Bytes& tail) {
+  Bytes b = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',  'F',
+             0x00, 0x01, 0x01, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00};
+  b.insert(b.end(), tail.begin(), tail.end());
+  return b;
+}
+
+// Start-of-frame segment with the given marker, height and width.
+Bytes Frame(unsigned char marker, uint16_t height, uint16_t width) {
+  return {0xFF,
+          marker,
+          0x00,
+          0x11,
+          0x08,
+          static_cast<unsigned char>(height >> 8),
+          static_cast<unsigned char>(height),
+          static_cast<unsigned char>(width >> 8),
+          static_cast<unsigned char>(width),
+          0x03};
+}
+
+TEST(ImageSizeFixtures, RealFilesOfEachFormat) {
+  struct Case {
+    const char* file;
+    uint32_t width, height;
+  } cases[] = {{"sample.gif", 37, 21}, {"sample.png", 45, 29}, {"sample.jpg", 53, 17}};
+  for (const Case& c : cases) {
+    Bytes b = ReadFixture(c.file);
+    ASSERT_FALSE(b.empty()) << c.file;
+    uint32_t w = kUntouched, h = kUntouched;
+    ASSERT_TRUE(kel_get_image_size(b.data(), Len(b), w, h)) << c.file;
+    EXPECT_EQ(c.width, w) << c.file;
+    EXPECT_EQ(c.height, h) << c.file;
+  }
+  uint32_t w = 0, h = 0;
+  Bytes gif = ReadFixture("sample.gif"), png = ReadFixture("sample.png"), jpg = ReadFixture("sample.jpg");
+  EXPECT_TRUE(get_gif_size(gif.data(), Len(gif), w, h));
+  EXPECT_FALSE(get_png_size(gif.data(), Len(gif), w, h));
+  EXPECT_FALSE(get_jpg_size(gif.data(), Len(gif), w, h));
+  EXPECT_TRUE(get_png_size(png.data(), Len(png), w, h));
+  EXPECT_FALSE(get_gif_size(png.data(), Len(png), w, h));
+  EXPECT_TRUE(get_jpg_size(jpg.data(), Len(jpg), w, h));
+  EXPECT_FALSE(get_png_size(jpg.data(), Len(jpg), w, h));
+}
+
+TEST(ImageSizeFixtures, ProgressiveJpegIsNotRecognised) {
+  Bytes b = ReadFixture("sample_progressive.jpg");
+  ASSERT_FALSE(b.empty());
+  uint32_t w = kUntouched, h = kUntouched;
+  EXPECT_FALSE(kel_get_image_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(kUntouched, w);
+  EXPECT_EQ(kUntouched, h);
+}
+
+TEST(ImageSizeFixtures, EveryTruncationOfRealFiles) {
+  // Each prefix of each file is copied into a buffer of exactly its size and probed, so
+  // ASan reports any read beyond it. A prefix is recognised exactly when it holds the
+  // header up to the dimensions: GIF 10 bytes, PNG 24, JPEG the frame marker + 9.
+  Bytes jpg = ReadFixture("sample.jpg");
+  size_t jpgFrame = 0;
+  for (size_t i = 2; i + 1 < jpg.size(); ++i)
+    if (jpg[i] == 0xFF && jpg[i + 1] == 0xC0) {
+      jpgFrame = i;
+      break;
+    }
+  ASSERT_NE(0u, jpgFrame);
+  struct Case {
+    const char* name;
+    size_t firstRecognised;  // 0: never
+  } cases[] = {{"sample.gif", 10}, {"sample.png", 24}, {"sample.jpg", jpgFrame + 9}, {"sample_progressive.jpg", 0}};
+  for (const Case& c : cases) {
+    Bytes full = ReadFixture(c.name);
+    ASSERT_FALSE(full.empty()) << c.name;
+    for (size_t n = 0; n <= full.size(); ++n) {
+      Bytes prefix(full.begin(), full.begin() + static_cast<long>(n));
+      uint32_t w = 0, h = 0;
+      const bool ok = kel_get_image_size(prefix.empty() ? nullptr : prefix.data(), static_cast<uint32_t>(n), w, h);
+      const bool expected = c.firstRecognised != 0 && n >= c.firstRecognised;
+      ASSERT_EQ(expected, ok) << c.name << " prefix " << n;
+    }
+  }
+}
+
+TEST(ImageSizeGif, NineBytesRejectedTenAccepted) {
+  const Bytes ten = {'G', 'I', 'F', '8', '9', 'a', 0x34, 0x12, 0x02, 0x01};
+  uint32_t w = kUntouched, h = kUntouched;
+  EXPECT_FALSE(get_gif_size(ten.data(), 9, w, h));
+  EXPECT_EQ(kUntouched, w);
+  ASSERT_TRUE(get_gif_size(ten.data(), 10, w, h));
+  EXPECT_EQ(0x1234u, w);
+  EXPECT_EQ(0x0102u, h);
+}
+
+TEST(ImageSizeGif, VersionDigitsIgnoredSignatureChecked) {
+  Bytes b = {'G', 'I', 'F', 'x', 'y', 'z', 1, 0, 2, 0};
+  uint32_t w = 0, h = 0;
+  EXPECT_TRUE(get_gif_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(1u, w);
+  EXPECT_EQ(2u, h);
+  b[1] = 'i';
+  EXPECT_FALSE(get_gif_size(b.data(), Len(b), w, h));
+}
+
+TEST(ImageSizePng, FirstChunkMustBeIhdr) {
+  Bytes b = ReadFixture("sample.png");
+  ASSERT_GE(b.size(), 24u);
+  uint32_t w = kUntouched, h = kUntouched;
+  Bytes other = b;
+  other[12] = 'g';  // "gAMA"-like chunk first
+  other[13] = 'A';
+  EXPECT_FALSE(get_png_size(other.data(), Len(other), w, h));
+  EXPECT_EQ(kUntouched, w);
+  EXPECT_FALSE(get_png_size(b.data(), 23, w, h));
+  EXPECT_TRUE(get_png_size(b.data(), 24, w, h));
+  EXPECT_EQ(45u, w);
+  Bytes badSig = b;
+  badSig[0] = 0x88;
+  EXPECT_FALSE(get_png_size(badSig.data(), Len(badSig), w, h));
+}
+
+TEST(ImageSizePng, BigEndianThirtyTwoBitDimensions) {
+  Bytes b = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A, 0,    0,    0,    13,
+             'I',  'H', 'D', 'R', 0x00, 0x01, 0x02, 0x03, 0x80, 0x00, 0x00, 0x01};
+  uint32_t w = 0, h = 0;
+  ASSERT_TRUE(get_png_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(0x00010203u, w);
+  EXPECT_EQ(0x80000001u, h);
+}
+
+TEST(ImageSizeJpeg, ExifHeaderAccepted) {
+  Bytes b = {0xFF, 0xD8, 0xFF, 0xE1, 0x00, 0x08, 'E', 'x', 'i', 'f', 0x00, 0x00};
+  Bytes f = Frame(0xC0, 480, 640);
+  b.insert(b.end(), f.begin(), f.end());
+  uint32_t w = 0, h = 0;
+  ASSERT_TRUE(get_jpg_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(640u, w);
+  EXPECT_EQ(480u, h);
+}
+
+TEST(ImageSizeJpeg, AdobeSegmentInPlaceOfJfifRejected) {
+  Bytes b = JfifWith(Frame(0xC0, 10, 20));
+  uint32_t w = kUntouched, h = kUntouched;
+  ASSERT_TRUE(get_jpg_size(b.data(), Len(b), w, h));
+  b[3] = 0xEE;
+  w = h = kUntouched;
+  EXPECT_FALSE(get_jpg_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(kUntouched, w);
+  b[3] = 0xE0;
+  b[10] = 'X';  // identifier not NUL-terminated
+  EXPECT_FALSE(get_jpg_size(b.data(), Len(b), w, h));
+}
+
+TEST(ImageSizeJpeg, WalksSegmentsToBaselineFrame) {
+  Bytes tail = {0xFF, 0xDB, 0x00, 0x04, 0xAA, 0xBB,  // a table segment
+                0xFF, 0xFE, 0x00, 0x03, 'h'};        // a comment
+  Bytes f = Frame(0xC0, 0x0102, 0x0304);
+  tail.insert(tail.end(), f.begin(), f.end());
+  Bytes b = JfifWith(tail);
+  uint32_t w = 0, h = 0;
+  ASSERT_TRUE(get_jpg_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(0x0304u, w);
+  EXPECT_EQ(0x0102u, h);
+
+  // A segment that does not start with 0xFF where a marker is expected stops the walk.
+  Bytes broken = b;
+  broken[20 + 6] = 0x00;
+  EXPECT_FALSE(get_jpg_size(broken.data(), Len(broken), w, h));
+}
+
+TEST(ImageSizeJpeg, FrameHeaderMustLieInside) {
+  // The frame marker sits at p; p + 8 must be inside the buffer.
+  Bytes b = JfifWith(Frame(0xC0, 7, 9));
+  const uint32_t p = 20;
+  uint32_t w = kUntouched, h = kUntouched;
+  EXPECT_FALSE(get_jpg_size(b.data(), p + 8, w, h));  // frame begins at the last 8 bytes
+  EXPECT_EQ(kUntouched, w);
+  ASSERT_TRUE(get_jpg_size(b.data(), p + 9, w, h));
+  EXPECT_EQ(9u, w);
+  EXPECT_EQ(7u, h);
+}
+
+TEST(ImageSizeJpeg, ProgressiveFrameMarkerIsSkippedNotTaken) {
+  Bytes b = JfifWith(Frame(0xC2, 7, 9));
+  uint32_t w = 0, h = 0;
+  EXPECT_FALSE(get_jpg_size(b.data(), Len(b), w, h));
+}
+
+TEST(ImageSizeJpeg, ShortAndMalformedInputs) {
+  uint32_t w = 0, h = 0;
+  EXPECT_FALSE(get_jpg_size(nullptr, 100, w, h));
+  const Bytes eleven = {0xFF, 0xD8, 0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0};
+  EXPECT_FALSE(get_jpg_size(eleven.data(), Len(eleven), w, h));
+  // First segment length points past the end.
+  Bytes far = JfifWith({});
+  far[4] = 0xFF;
+  far[5] = 0xFF;
+  EXPECT_FALSE(get_jpg_size(far.data(), Len(far), w, h));
+  // A marker whose length bytes are cut off.
+  Bytes cut = JfifWith({0xFF, 0xDB, 0x00});
+  EXPECT_FALSE(get_jpg_size(cut.data(), Len(cut), w, h));
+  // Zero-length segments still advance (two bytes each) and end at the buffer end.
+  Bytes zeros = JfifWith({0xFF, 0xDB, 0x00, 0x00, 0xFF, 0xDB, 0x00, 0x00});
+  EXPECT_FALSE(get_jpg_size(zeros.data(), Len(zeros), w, h));
+}
+
+TEST(ImageSizeAny, NullAndEmptyInputs) {
+  uint32_t w = kUntouched, h = kUntouched;
+  EXPECT_FALSE(kel_get_image_size(nullptr, 0, w, h));
+  EXPECT_FALSE(get_gif_size(nullptr, 64, w, h));
+  EXPECT_FALSE(get_png_size(nullptr, 64, w, h));
+  const unsigned char one = 'G';
+  EXPECT_FALSE(kel_get_image_size(&one, 1, w, h));
+  EXPECT_EQ(kUntouched, w);
+  EXPECT_EQ(kUntouched, h);
+}
+
+TEST(ImageSizeAny, GifReadingWinsOverPngThatBeginsWithGif) {
+  // PNG bytes whose first three bytes happen to read "GIF": the GIF probe answers.
+  Bytes b = ReadFixture("sample.png");
+  ASSERT_GE(b.size(), 24u);
+  b[0] = 'G';
+  b[1] = 'I';
+  b[2] = 'F';
+  uint32_t w = 0, h = 0;
+  ASSERT_TRUE(kel_get_image_size(b.data(), Len(b), w, h));
+  EXPECT_EQ(static_cast<uint32_t>(b[6] | (b[7] << 8)), w);
+  EXPECT_EQ(static_cast<uint32_t>(b[8] | (b[9] << 8)), h);
+}
+
+}  // namespace

@@ -1,0 +1,276 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "cmutil/base/CmError.h"
+#include "cmutil/trace/CmTrace.h"
+#include "cmutil/url/CmHttpUrl.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+TEST(CmHttpUrlInit, UpperCasePrefixWithPortAndPath) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("HTTPS://10.0.0.1:8443/a"));
+  EXPECT_EQ("https", url.GetScheme());
+  EXPECT_EQ("10.0.0.1", url.GetHostName());
+  EXPECT_EQ(8443, url.GetPort());
+  EXPECT_EQ("/a", url.GetPath());
+  EXPECT_EQ("https://10.0.0.1:8443/a", url.GetAsciiSpec());
+}
+
+TEST(CmHttpUrlInit, NoPathGetsSlashAndDefaultPortIsLeftOut) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("http://10.0.0.1"));
+  EXPECT_EQ("/", url.GetPath());
+  EXPECT_EQ(80, url.GetPort());
+  EXPECT_EQ("http://10.0.0.1/", url.GetAsciiSpec());
+}
+
+TEST(CmHttpUrlInit, ExplicitDefaultPortOmittedFromSpecButShownOnRequest) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("http://example.org:80/x/y"));
+  EXPECT_EQ(80, url.GetPort());
+  EXPECT_EQ("http://example.org/x/y", url.GetAsciiSpec());
+  EXPECT_EQ("example.org:80", url.GetNameAndPort(true));
+  EXPECT_EQ("example.org", url.GetNameAndPort(false));
+}
+
+TEST(CmHttpUrlInit, AllFiveSchemesAndTheirDefaultPorts) {
+  struct Case {
+    const char* text;
+    const char* scheme;
+    unsigned short port;
+  } cases[] = {
+      {"http://h/", "http", 80}, {"https://h/", "https", 443}, {"ws://h/", "ws", 80},
+      {"wss://h/", "wss", 443},  {"WsS://h/", "wss", 443},
+  };
+  for (const Case& c : cases) {
+    CCmHttpUrl url;
+    ASSERT_TRUE(url.Init(c.text)) << c.text;
+    EXPECT_EQ(c.scheme, url.GetScheme()) << c.text;
+    EXPECT_EQ(c.port, url.GetPort()) << c.text;
+    EXPECT_EQ(c.port, url.GetDefaultPort()) << c.text;
+  }
+  EXPECT_STREQ("http", CCmHttpUrl::get_pszSchemeHttp());
+  EXPECT_STREQ("https", CCmHttpUrl::get_pszSchemeHttps());
+  EXPECT_STREQ("file", CCmHttpUrl::get_pszSchemeFile());
+}
+
+TEST(CmHttpUrlInit, UnknownSchemeFailsWithTrace) {
+  CmTraceCapture cap;
+  CCmHttpUrl url;
+  EXPECT_FALSE(url.Init("ftp://10.0.0.1/a"));
+  const auto lines = cap.lines();
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ(0, lines[0].level);
+  const std::string expected = "CCmHttpUrl::Init error format, scheme = ftp://10.0.0.1/a [this=";
+  const std::string& text = lines[0].text;
+  EXPECT_NE(std::string::npos, text.find(expected)) << text;
+  EXPECT_EQ(']', text.back()) << text;
+}
+
+TEST(CmHttpUrlInit, EmptyAndBlankOnlyTextsFailSilently) {
+  CmTraceCapture cap;
+  CCmHttpUrl url;
+  EXPECT_FALSE(url.Init(""));
+  EXPECT_FALSE(url.Init("    "));
+  EXPECT_TRUE(cap.lines().empty());
+}
+
+TEST(CmHttpUrlInit, LeadingAndTrailingBlanksAreIgnored) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("   http://  host:81/p  "));
+  EXPECT_EQ("host", url.GetHostName());
+  EXPECT_EQ(81, url.GetPort());
+  EXPECT_EQ("/p", url.GetPath());
+}
+
+TEST(CmHttpUrlInit, TabIsNotSkippedAsLeadingSpace) {
+  CmTraceCapture cap;
+  CCmHttpUrl url;
+  EXPECT_FALSE(url.Init("\thttp://h/"));
+  EXPECT_TRUE(cap.contains("CCmHttpUrl::Init error format, scheme = "));
+}
+
+TEST(CmHttpUrlInit, EmptyHostFails) {
+  CCmHttpUrl url;
+  EXPECT_FALSE(url.Init("http:///path"));
+  EXPECT_FALSE(url.Init("http://:8080/path"));
+  EXPECT_FALSE(url.Init("http://"));
+}
+
+TEST(CmHttpUrlInit, FileUrlHasNoHostAndKeepsPath) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("file:///tmp/a"));
+  EXPECT_EQ("file", url.GetScheme());
+  EXPECT_EQ("", url.GetHostName());
+  EXPECT_EQ("/tmp/a", url.GetPath());
+  EXPECT_EQ(0, url.GetPort());
+  EXPECT_EQ("file:///tmp/a", url.GetAsciiSpec());
+
+  CCmHttpUrl noSlash;
+  ASSERT_TRUE(noSlash.Init("file://relative"));
+  EXPECT_EQ("relative", noSlash.GetPath());
+  EXPECT_EQ("file:///relative", noSlash.GetAsciiSpec());
+}
+
+TEST(CmHttpUrlInit, PortOnlyUpToFirstColonAndTruncatedTo16Bits) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("http://h:65537/"));
+  EXPECT_EQ(1, url.GetPort());
+  ASSERT_TRUE(url.Init("http://h:0/"));
+  EXPECT_EQ(80, url.GetPort());
+  ASSERT_TRUE(url.Init("https://h:abc/"));
+  EXPECT_EQ(443, url.GetPort());
+  ASSERT_TRUE(url.Init("http://h:8080x/"));
+  EXPECT_EQ(8080, url.GetPort());
+  // The first ":" splits: the host is "h", the port text "1:2".
+  ASSERT_TRUE(url.Init("http://h:1:2/"));
+  EXPECT_EQ("h", url.GetHostName());
+  EXPECT_EQ(1, url.GetPort());
+}
+
+TEST(CmHttpUrlSetters, SpecIsRebuiltAfterEverySetter) {
+  CCmHttpUrl url;
+  ASSERT_TRUE(url.Init("http://h/a"));
+  EXPECT_EQ("http://h/a", url.GetAsciiSpec());
+  url.SetPort(8080);
+  EXPECT_EQ("http://h:8080/a", url.GetAsciiSpec());
+  url.SetPort(0);
+  EXPECT_EQ(80, url.GetPort());
+  EXPECT_EQ("http://h/a", url.GetAsciiSpec());
+  url.SetPath("b/c");
+  EXPECT_EQ("http://h/b/c", url.GetAsciiSpec());
+  url.SetPath("");
+  EXPECT_EQ("/", url.GetPath());
+  EXPECT_TRUE(url.SetNameAndPort("other:9"));
+  EXPECT_EQ("http://other:9/", url.GetAsciiSpec());
+  EXPECT_FALSE(url.SetNameAndPort(""));
+  EXPECT_FALSE(url.SetNameAndPort(":7"));
+}
+
+TEST(CmHttpUrlSetters, NewObjectDefaults) {
+  CCmHttpUrl url;
+  EXPECT_EQ(0, url.GetDefaultPort());
+  EXPECT_EQ(0, url.GetPort());
+  EXPECT_EQ("://", url.GetAsciiSpec().substr(0, 3));
+}
+
+TEST(CmHttpUrlCopy, CopiesAreIndependent) {
+  CCmHttpUrl a;
+  ASSERT_TRUE(a.Init("wss://media.example:7443/room"));
+  CCmHttpUrl b(a);
+  EXPECT_EQ("wss://media.example:7443/room", b.GetAsciiSpec());
+  b.SetPath("/other");
+  EXPECT_EQ("/room", a.GetPath());
+  CCmHttpUrl c;
+  c = b;
+  EXPECT_EQ("wss://media.example:7443/other", c.GetAsciiSpec());
+  EXPECT_EQ(0u, c.GetReference());
+}
+
+TEST(CmHttpUrlRefCount, ReleaseToZeroDeletesObject) {
+  CCmHttpUrl* url = new CCmHttpUrl;
+  EXPECT_EQ(1u, url->AddReference());
+  EXPECT_EQ(2u, url->AddReference());
+  EXPECT_EQ(1u, url->ReleaseReference());
+  EXPECT_EQ(0u, url->ReleaseReference());  // deleted here; ASan catches a leak otherwise
+}
+
+std::string Encode(const char* src, int size = 256) {
+  std::string buf(static_cast<size_t>(size) + 8, '#');
+  url_string_encode(const_cast<char*>(src), &buf[0], size);
+  return std::string(buf.c_str());
+}
+
+TEST(UrlStringEncode, LettersDigitsBlankAndEscapes) {
+  EXPECT_EQ("a+b%26c", Encode("a b&c"));
+  EXPECT_EQ("AZaz09", Encode("AZaz09"));
+  EXPECT_EQ("%2f%3a%3f%3d%7e%2e%2d%5f", Encode("/:?=~.-_"));
+  EXPECT_EQ("%e9%ff%80", Encode("\xe9\xff\x80"));
+}
+
+TEST(UrlStringEncode, ByteBelowSixteenEndsOutput) {
+  EXPECT_EQ("a%a", Encode("a\nb c"));
+  EXPECT_EQ("x%1", Encode("x\x01yz"));
+  EXPECT_EQ("%10", Encode("\x10"));  // 16 has two digits: not cut
+}
+
+TEST(UrlStringEncode, StopsOnceSizeReachedWithOverhang) {
+  // The size test runs after each byte: output may overshoot by up to two characters.
+  EXPECT_EQ("ab", Encode("abcdef", 2));
+  EXPECT_EQ("a%26", Encode("a&bc", 2));
+  EXPECT_EQ("%26", Encode("&&&", 1));
+
+  char buf[8];
+  std::memset(buf, '#', sizeof buf);
+  url_string_encode(const_cast<char*>("&"), buf, 1);
+  EXPECT_STREQ("%26", buf);  // three characters and the terminator for dstSize 1
+}
+
+TEST(UrlStringEncode, EmptySourceOrNoRoomLeavesDestinationEmpty) {
+  char buf[8] = "junk";
+  EXPECT_EQ(buf, url_string_encode(const_cast<char*>(""), buf, 8));
+  EXPECT_STREQ("", buf);
+  std::strcpy(buf, "junk");
+  url_string_encode(const_cast<char*>("abc"), buf, 0);
+  EXPECT_STREQ("", buf);
+  std::strcpy(buf, "junk");
+  url_string_encode(nullptr, buf, 8);
+  EXPECT_STREQ("", buf);
+  EXPECT_EQ(nullptr, url_string_encode(const_cast<char*>("abc"), nullptr, 8));
+}
+
+TEST(ReplaceCaseMatch, ReplacesEveryOccurrenceLeftToRight) {
+  CCmString out;
+  replaceCaseMatch("http://a/x http://a/y", "http://a", "https://b", out);
+  EXPECT_EQ("https://b/x https://b/y", out);
+}
+
+TEST(ReplaceCaseMatch, CaseSensitiveNoOverlapNoRescan) {
+  CCmString out;
+  replaceCaseMatch("aaaa", "aa", "b", out);
+  EXPECT_EQ("bb", out);
+  out.clear();
+  replaceCaseMatch("aaa", "aa", "b", out);
+  EXPECT_EQ("ba", out);
+  out.clear();
+  replaceCaseMatch("Host host", "host", "x", out);
+  EXPECT_EQ("Host x", out);
+  out.clear();
+  replaceCaseMatch("ab", "a", "aa", out);  // inserted text is not searched again
+  EXPECT_EQ("aab", out);
+}
+
+TEST(ReplaceCaseMatch, AppendsToOutput) {
+  CCmString out = "pre:";
+  replaceCaseMatch("a-b", "-", "+", out);
+  EXPECT_EQ("pre:a+b", out);
+}
+
+TEST(ReplaceCaseMatch, EqualSearchAndReplacementSetsOutput) {
+  CCmString out = "old";
+  replaceCaseMatch("text", "x", "x", out);
+  EXPECT_EQ("text", out);
+}
+
+TEST(ReplaceCaseMatch, NullTextAssertsAndLeavesOutput) {
+  CmTraceCapture cap;
+  const int64_t before = cm_get_assertions_count();
+  CCmString out = "keep";
+  replaceCaseMatch(nullptr, "a", "b", out);
+  EXPECT_EQ("keep", out);
+  EXPECT_EQ(before + 1, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains("CmHttpUrl.cpp:"));
+  EXPECT_TRUE(cap.contains(" Assert failed: pScriptString"));
+}
+
+TEST(ReplaceCaseMatch, EmptySearchTextTerminatesAndCopies) {
+  CCmString out;
+  replaceCaseMatch("abc", "", "x", out);
+  EXPECT_EQ("abc", out);
+}
+
+}  // namespace
