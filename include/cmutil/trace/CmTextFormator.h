@@ -135,8 +135,15 @@ class CM_EXPORT CCmTextFormator {
 
   void reset();
 
-  CCmTextFormator& operator<<(const char* text);
-  CCmTextFormator& operator<<(const CCmString& text);
+  /// Inline so that the length of a literal is known where it is appended.
+  CCmTextFormator& operator<<(const char* text) {
+    if (text != nullptr) advance(text, static_cast<unsigned int>(__builtin_strlen(text)));
+    return *this;
+  }
+  CCmTextFormator& operator<<(const CCmString& text) {
+    advance(text.data(), static_cast<unsigned int>(text.size()));
+    return *this;
+  }
   CCmTextFormator& operator<<(char value);
   CCmTextFormator& operator<<(short value);
   CCmTextFormator& operator<<(int value);
@@ -157,7 +164,15 @@ class CM_EXPORT CCmTextFormator {
   unsigned int tell() const { return m_nPosition; }
 
  private:
-  void advance(const char* text, unsigned int len);
+  /// The one append rule: copy min(len, capacity - position - 96) characters, terminate.
+  void advance(const char* text, unsigned int len) {
+    const unsigned int room = m_nCapacity - m_nPosition - kReserve;
+    const unsigned int count = len < room ? len : room;
+    std::memcpy(m_pBuffer + m_nPosition, text, count);
+    m_nPosition += count;
+    m_pBuffer[m_nPosition] = '\0';
+  }
+  static constexpr unsigned int kReserve = 96;
   template <typename T>
   CCmTextFormator& appendInteger(T value);
 
