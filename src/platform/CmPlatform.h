@@ -33,3 +33,25 @@ void cm_platform_sem_destroy(void* sem);
 int cm_platform_sem_wait(void* sem);
 // Adds one to the count. 0 or errno.
 int cm_platform_sem_post(void* sem);
+
+// ---- configuration and trace files (src/platform/linux/CmConfigPlatform.cpp) ----
+// Per-user configuration folder: $XDG_CONFIG_HOME when set and absolute, else
+// $HOME/.config. Returns 0, or -1 when there is no home folder at all.
+int cm_platform_user_config_dir(char* out, size_t cap);
+// Per-user state folder for logs: $XDG_STATE_HOME when set and absolute, else
+// $HOME/.local/state. Returns 0, or -1 when there is no home folder at all.
+int cm_platform_user_state_dir(char* out, size_t cap);
+// Creates a folder and its parents with mode 0777 (before umask). 0 or errno.
+int cm_platform_make_dirs(const char* path);
+// Waits for the whole-file write lock of fd (retrying on EINTR/EAGAIN); 0 or errno.
+int cm_platform_lock_file(int fd);
+// Releases the whole-file lock of fd; 0 or errno.
+int cm_platform_unlock_file(int fd);
+// Path of the shared object that holds this library's code (dladdr); empty on failure.
+void cm_platform_library_path(char* out, size_t cap);
+// Loads a shared object (RTLD_NOW | RTLD_LOCAL); null on failure.
+void* cm_platform_load_library(const char* path);
+// Resolves a symbol of a loaded object; null when missing.
+void* cm_platform_library_symbol(void* handle, const char* name);
+// Releases a loaded object.
+void cm_platform_free_library(void* handle);

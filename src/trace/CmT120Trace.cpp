@@ -1,7 +1,574 @@
+// Trace files: buffered, rotating log files with an offset header and a current-point
+// marker, shareable between processes through a whole-file lock.
 #include "trace/CmT120Trace.h"
 
-CCmT120Trace* CCmT120Trace::instance() { return nullptr; }
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
 
-void CCmT120Trace::trace_string(int, const char*, const char*, int) {}
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
-bool CCmT120Trace::is_module_trace_enabled(int, const char*) { return false; }
+#include "cmutil/config/CmConfigIO.h"
+#include "cmutil/thread/CmSingleton.h"
+#include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/trace/CmTrace.h"
+#include "platform/CmPlatform.h"
+
+const char kCmTraceCurrentPoint[] = "************************* Current Trace Point *************************\n\n";
+
+namespace {
+
+constexpr size_t kCurrentPointLen = sizeof(kCmTraceCurrentPoint) - 1;
+
+void real_clock(int64_t* sec, int32_t* usec) {
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  *sec = ts.tv_sec;
+  *usec = static_cast<int32_t>(ts.tv_nsec / 1000);
+}
+
+std::atomic<CmTraceClockFn> g_traceClock{&real_clock};
+
+void trace_now(int64_t* sec, int32_t* usec) { g_traceClock.load(std::memory_order_relaxed)(sec, usec); }
+
+// Process id, refreshed in a forked child.
+std::atomic<int> g_tracePid{0};
+std::once_flag g_tracePidOnce;
+
+void refresh_pid() { g_tracePid.store(static_cast<int>(getpid()), std::memory_order_relaxed); }
+
+int trace_pid() {
+  std::call_once(g_tracePidOnce, [] {
+    refresh_pid();
+    pthread_atfork(nullptr, nullptr, &refresh_pid);
+  });
+  return g_tracePid.load(std::memory_order_relaxed);
+}
+
+int trace_tid() {
+  thread_local int s_tid = static_cast<int>(cm_platform_gettid());
+  return s_tid;
+}
+
+// Writes the decimal of v (may be negative) and returns the number of characters.
+size_t put_int(char* out, long long v) {
+  char tmp[24];
+  size_t n = 0;
+  unsigned long long u = v < 0 ? 0ULL - static_cast<unsigned long long>(v) : static_cast<unsigned long long>(v);
+  do {
+    tmp[n++] = static_cast<char>('0' + u % 10);
+    u /= 10;
+  } while (u);
+  size_t len = 0;
+  if (v < 0) out[len++] = '-';
+  while (n) out[len++] = tmp[--n];
+  return len;
+}
+
+inline void put2(char* out, int v) {
+  out[0] = static_cast<char>('0' + (v / 10) % 10);
+  out[1] = static_cast<char>('0' + v % 10);
+}
+
+bool pwrite_all(int fd, const char* data, size_t len, off_t offset, size_t* written) {
+  size_t done = 0;
+  while (done < len) {
+    ssize_t w = pwrite(fd, data + done, len - done, offset + static_cast<off_t>(done));
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    if (w == 0) break;
+    done += static_cast<size_t>(w);
+  }
+  *written = done;
+  return done == len;
+}
+
+}  // namespace
+
+void cm_trace_file_set_clock(CmTraceClockFn fn) { g_traceClock.store(fn ? fn : &real_clock); }
+
+// ---------------------------------------------------------------- CCmT120TraceFile
+
+CCmT120TraceFile::CCmT120TraceFile(const char* path, unsigned long sizeLimit, bool lockWanted)
+    : m_path(path ? path : ""), m_sizeLimit(sizeLimit), m_bLockWanted(lockWanted) {
+  m_buffer.resize(static_cast<size_t>(m_nBlockCount) * m_nBlockSize + 1);
+  if (m_path.empty()) return;
+  m_pStream = fopen(m_path.c_str(), "w+b");
+  if (!m_pStream) return;
+  m_fd = fileno(m_pStream);
+  char header[kCmTraceHeaderSize + 1];
+  snprintf(header, sizeof(header), "%-31ld\n", kCmTraceHeaderSize);
+  size_t written = 0;
+  pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &written);
+}
+
+CCmT120TraceFile::~CCmT120TraceFile() {
+  {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    flush_locked();
+    if (m_pStream) fclose(m_pStream);
+    m_pStream = nullptr;
+    m_fd = -1;
+    m_nMarker = 0;
+  }
+}
+
+bool CCmT120TraceFile::is_full() const {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  return m_bFull;
+}
+
+size_t CCmT120TraceFile::format_prefix(char* out) {
+  int64_t sec = 0;
+  int32_t usec = 0;
+  trace_now(&sec, &usec);
+  if (sec != m_cachedSec) {
+    time_t t = static_cast<time_t>(sec);
+    struct tm tmv;
+    memset(&tmv, 0, sizeof(tmv));
+    localtime_r(&t, &tmv);
+    // "[MM/DD/YYYY HH:MM:SS."
+    char* p = m_datePrefix;
+    *p++ = '[';
+    put2(p, tmv.tm_mon + 1);
+    p += 2;
+    *p++ = '/';
+    put2(p, tmv.tm_mday);
+    p += 2;
+    *p++ = '/';
+    int year = tmv.tm_year + 1900;
+    if (year >= 0 && year <= 9999) {
+      put2(p, year / 100);
+      put2(p + 2, year % 100);
+      p += 4;
+    } else {
+      p += put_int(p, year);
+    }
+    *p++ = ' ';
+    put2(p, tmv.tm_hour);
+    p += 2;
+    *p++ = ':';
+    put2(p, tmv.tm_min);
+    p += 2;
+    *p++ = ':';
+    put2(p, tmv.tm_sec);
+    p += 2;
+    *p++ = '.';
+    *p = '\0';
+    m_cachedSec = sec;
+  }
+  size_t n = strlen(m_datePrefix);
+  memcpy(out, m_datePrefix, n);
+  int ms = usec / 1000;
+  out[n++] = static_cast<char>('0' + ms / 100);
+  out[n++] = static_cast<char>('0' + (ms / 10) % 10);
+  out[n++] = static_cast<char>('0' + ms % 10);
+  memcpy(out + n, " pid=", 5);
+  n += 5;
+  n += put_int(out + n, trace_pid());
+  memcpy(out + n, " tid=", 5);
+  n += 5;
+  n += put_int(out + n, trace_tid());
+  out[n++] = ']';
+  out[n++] = ' ';
+  return n;
+}
+
+void CCmT120TraceFile::write(const char* module, const char* source, const char* text, size_t textLen) {
+  if (!text) text = "";
+  char prefix[96];
+  std::lock_guard<std::mutex> guard(m_mutex);
+  if (m_fd < 0) return;
+  size_t prefixLen = format_prefix(prefix);
+  size_t moduleLen = 0, sourceLen = 0;
+  const bool withModule = module && source;
+  const bool withSource = source != nullptr;
+  if (withModule) moduleLen = strlen(module);
+  if (withSource) sourceLen = strlen(source);
+  // prefix [module] source:text\n
+  size_t need = prefixLen + (withModule ? moduleLen + 3 : 0) + (withSource ? sourceLen + 1 : 0) + textLen + 1;
+  const size_t capacity = m_buffer.size() - 1;
+  if (need > capacity - m_nUsed) flush_locked();
+  std::string big;
+  char* out = nullptr;
+  if (need > capacity) {
+    big.resize(need);  // a record larger than the buffer goes out on its own
+    out = &big[0];
+  } else {
+    out = m_buffer.data() + m_nUsed;
+  }
+  char* p = out;
+  memcpy(p, prefix, prefixLen);
+  p += prefixLen;
+  if (withModule) {
+    *p++ = '[';
+    memcpy(p, module, moduleLen);
+    p += moduleLen;
+    *p++ = ']';
+    *p++ = ' ';
+  }
+  if (withSource) {
+    memcpy(p, source, sourceLen);
+    p += sourceLen;
+    *p++ = ':';
+  }
+  memcpy(p, text, textLen);
+  p += textLen;
+  *p++ = '\n';
+  if (need > capacity)
+    write_out(out, need);
+  else
+    m_nUsed += static_cast<uint32_t>(need);
+}
+
+void CCmT120TraceFile::flush_buffer() {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  flush_locked();
+}
+
+void CCmT120TraceFile::flush_locked() {
+  if (m_nUsed == 0) return;
+  write_out(m_buffer.data(), m_nUsed);
+  m_nUsed = 0;
+}
+
+void CCmT120TraceFile::lock_file() {
+  if (m_bLockWanted && m_fd >= 0) cm_platform_lock_file(m_fd);
+}
+
+void CCmT120TraceFile::unlock_file() {
+  if (m_bLockWanted && m_fd >= 0) cm_platform_unlock_file(m_fd);
+}
+
+// Appends `data` at the offset of the header, then the marker, then the new header.
+void CCmT120TraceFile::write_out(const char* data, size_t len) {
+  if (m_fd < 0 || len == 0) return;
+  lock_file();
+  char header[kCmTraceHeaderSize + 1];
+  long offset = 0;
+  ssize_t r = pread(m_fd, header, kCmTraceHeaderSize, 0);
+  if (r > 0) {
+    header[r] = '\0';
+    offset = strtol(header, nullptr, 10);
+  }
+  // A damaged header must not let records overwrite the header itself.
+  if (offset < kCmTraceHeaderSize) offset = kCmTraceHeaderSize;
+  if (m_sizeLimit && static_cast<unsigned long>(offset) >= m_sizeLimit) {
+    if (ftruncate(m_fd, offset) == 0) {
+    }
+    m_bFull = true;
+  }
+  size_t written = 0;
+  pwrite_all(m_fd, data, len, offset, &written);
+  size_t markerWritten = 0;
+  pwrite_all(m_fd, kCmTraceCurrentPoint, kCurrentPointLen, offset + static_cast<off_t>(written), &markerWritten);
+  offset += static_cast<long>(written);
+  snprintf(header, sizeof(header), "%-31ld\n", offset);
+  size_t headerWritten = 0;
+  pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &headerWritten);
+  unlock_file();
+}
+
+void CCmT120TraceFile::refresh_settings(unsigned long sizeLimit, int blockCount) {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  flush_locked();
+  m_sizeLimit = sizeLimit;
+  if (blockCount < 1) blockCount = 1;
+  if (blockCount != m_nBlockCount) {
+    m_nBlockCount = blockCount;
+    std::vector<char>(static_cast<size_t>(blockCount) * m_nBlockSize + 1).swap(m_buffer);
+  }
+}
+
+// ---------------------------------------------------------------- CCmT120TraceFileMgr
+
+namespace {
+std::atomic<CCmT120TraceFileMgr*> g_traceFileMgr{nullptr};
+
+void flush_trace_files_at_exit() {
+  if (CCmT120TraceFileMgr* mgr = g_traceFileMgr.load()) mgr->flush_all();
+}
+}  // namespace
+
+CCmT120TraceFileMgr* CCmT120TraceFileMgr::instance() {
+  CCmT120TraceFileMgr* mgr = g_traceFileMgr.load(std::memory_order_acquire);
+  if (mgr) return mgr;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(CmGetSingletonMutex());
+  mgr = g_traceFileMgr.load(std::memory_order_relaxed);
+  if (!mgr) {
+    mgr = new (std::nothrow) CCmT120TraceFileMgr;
+    if (mgr) {
+      g_traceFileMgr.store(mgr, std::memory_order_release);
+      atexit(&flush_trace_files_at_exit);
+    }
+  }
+  return mgr;
+}
+
+bool CCmT120TraceFileMgr::known(CCmT120TraceFile* file) {
+  return file && std::find(m_files.begin(), m_files.end(), file) != m_files.end();
+}
+
+CCmT120TraceFile* CCmT120TraceFileMgr::open(const char* path, unsigned long sizeLimit, unsigned char lockWanted,
+                                            unsigned char flag) {
+  (void)flag;
+  if (!path || !*path) return nullptr;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  for (CCmT120TraceFile* f : m_files) {
+    if (f->path() == path) return f;
+  }
+  CCmT120TraceFile* file = new (std::nothrow) CCmT120TraceFile(path, sizeLimit, lockWanted != 0);
+  if (!file) return nullptr;
+  if (!file->is_open()) {
+    delete file;
+    return nullptr;
+  }
+  m_files.insert(m_files.begin(), file);
+  return file;
+}
+
+void CCmT120TraceFileMgr::close(CCmT120TraceFile* file) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  auto it = std::find(m_files.begin(), m_files.end(), file);
+  if (it == m_files.end()) return;
+  m_files.erase(it);
+  delete file;
+}
+
+void CCmT120TraceFileMgr::write(CCmT120TraceFile* file, const char* module, const char* source, const char* text) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  if (!known(file)) return;
+  file->write(module, source, text, text ? strlen(text) : 0);
+}
+
+void CCmT120TraceFileMgr::refresh_settings(CCmT120TraceFile* file, unsigned long sizeLimit, int blockCount) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  for (CCmT120TraceFile* f : m_files) {
+    if (!file || f == file) f->refresh_settings(sizeLimit, blockCount);
+  }
+}
+
+void CCmT120TraceFileMgr::flush_all() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  for (CCmT120TraceFile* f : m_files) f->flush_buffer();
+}
+
+size_t CCmT120TraceFileMgr::count() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  return m_files.size();
+}
+
+CM_TRACE_DEV T120_Open_Trace_Dev(const char* path, unsigned long sizeLimit, unsigned char lockWanted,
+                                 unsigned char flag) {
+  CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
+  return mgr ? mgr->open(path, sizeLimit, lockWanted, flag) : nullptr;
+}
+
+void T120_Close_Trace_Dev(CM_TRACE_DEV dev) {
+  if (CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance()) mgr->close(static_cast<CCmT120TraceFile*>(dev));
+}
+
+void T120_Write_Trace_Dev(CM_TRACE_DEV dev, const char* module, const char* source, const char* text) {
+  if (CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance())
+    mgr->write(static_cast<CCmT120TraceFile*>(dev), module, source, text);
+}
+
+void T120_Refresh_Settings(unsigned long sizeLimit, int blockCount) {
+  if (CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance()) mgr->refresh_settings(nullptr, sizeLimit, blockCount);
+}
+
+// ---------------------------------------------------------------- CCmT120Trace
+
+namespace {
+std::atomic<CCmT120Trace*> g_traceObject{nullptr};
+}  // namespace
+
+CCmT120Trace* CCmT120Trace::instance() {
+  CCmT120Trace* obj = g_traceObject.load(std::memory_order_acquire);
+  if (obj) return obj;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(CmGetSingletonMutex());
+  obj = g_traceObject.load(std::memory_order_relaxed);
+  if (!obj) {
+    obj = new (std::nothrow) CCmT120Trace;
+    if (obj) {
+      g_traceObject.store(obj, std::memory_order_release);
+      obj->load(nullptr);
+    }
+  }
+  return obj;
+}
+
+CCmT120Trace* CCmT120Trace::existing() { return g_traceObject.load(std::memory_order_acquire); }
+
+CCmT120Trace::CCmT120Trace() : m_nPid(trace_pid()) { local_day_month(&m_nDay, &m_nMonth); }
+
+CCmT120Trace::~CCmT120Trace() {}
+
+void CCmT120Trace::local_day_month(int* day, int* month) {
+  int64_t sec = 0;
+  int32_t usec = 0;
+  trace_now(&sec, &usec);
+  time_t t = static_cast<time_t>(sec);
+  struct tm tmv;
+  memset(&tmv, 0, sizeof(tmv));
+  localtime_r(&t, &tmv);
+  *day = tmv.tm_mday;
+  *month = tmv.tm_mon + 1;
+}
+
+std::string CCmT120Trace::get_trace_dir() {
+  char state[4096];
+  if (cm_platform_user_state_dir(state, sizeof(state)) != 0) return std::string();
+  // "%s/%s" of the folder and the process name, at most 511 characters.
+  std::string dir = std::string(state) + "/" + get_process_name();
+  if (dir.size() > 511) dir.resize(511);
+  return dir;
+}
+
+// Replaces one file (or all) by the next numbered file. Caller holds m_mutex.
+void CCmT120Trace::open_which(Which which) {
+  CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
+  if (!mgr) return;
+  std::string dir = get_trace_dir();
+  if (!dir.empty()) cm_platform_make_dirs(dir.c_str());
+  char path[1024];
+  if (!m_fileName.empty()) {
+    if (which != kAll && which != kInfo) return;
+    if (m_bSingleFile) {
+      snprintf(path, sizeof(path), "%s/%s", dir.c_str(), m_fileName.c_str());
+    } else {
+      snprintf(path, sizeof(path), "%s/%s.%d", dir.c_str(), m_fileName.c_str(), m_nInfoNumber);
+      m_nInfoNumber = (m_nInfoNumber + 1) % 10;
+    }
+    if (m_pInfo) mgr->close(m_pInfo);
+    m_pInfo = dir.empty() ? nullptr : mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
+    return;
+  }
+  const char* process = get_process_name();
+  if (which == kAll || which == kInfo) {
+    snprintf(path, sizeof(path), "%s/%s_info_%d.log", dir.c_str(), process, m_nInfoNumber);
+    m_nInfoNumber = (m_nInfoNumber + 1) % 10;
+    if (m_pInfo) mgr->close(m_pInfo);
+    m_pInfo = dir.empty() ? nullptr : mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
+  }
+  if (which == kAll || which == kError) {
+    snprintf(path, sizeof(path), "%s/%s_error_%d.log", dir.c_str(), process, m_nErrorNumber);
+    m_nErrorNumber = (m_nErrorNumber + 1) % 10;
+    if (m_pError) mgr->close(m_pError);
+    m_pError = dir.empty() ? nullptr : mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
+  }
+  // The warning file is never opened by the library; a reload only closes it.
+  if ((which == kAll || which == kWarning) && m_pWarning) {
+    mgr->close(m_pWarning);
+    m_pWarning = nullptr;
+  }
+}
+
+void CCmT120Trace::load(CCmT120TraceFile* handle) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  if (!handle) {
+    if (m_pInfo) return;
+    open_which(kAll);
+    return;
+  }
+  if (handle == m_pInfo)
+    open_which(kInfo);
+  else if (handle == m_pError)
+    open_which(kError);
+  else if (handle == m_pWarning)
+    open_which(kWarning);
+}
+
+void CCmT120Trace::trace_string(int level, const char* module, const char* text, int len) {
+  if (!text) return;
+  size_t textLen = len >= 0 ? static_cast<size_t>(len) : strlen(text);
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  if (m_pInfo) m_pInfo->write(module, "", text, textLen);
+  int day = 0, month = 0;
+  local_day_month(&day, &month);
+  if (day != m_nDay || month != m_nMonth) {
+    m_nDay = day;
+    m_nMonth = month;
+    open_which(kAll);
+  }
+  if (m_pInfo && m_pInfo->is_full()) open_which(kInfo);
+  if (level == 1 && m_pWarning) {
+    m_pWarning->write(module, "", text, textLen);
+    if (m_pWarning->is_full()) open_which(kWarning);
+    return;
+  }
+  if (level == 0 && m_pError) {
+    m_pError->write(module, "", text, textLen);
+    if (m_pError->is_full()) open_which(kError);
+  }
+}
+
+bool CCmT120Trace::is_module_trace_enabled(int level, const char* module) {
+  if (get_external_trace_mask() < level) return false;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_moduleMutex);
+  if (!m_modules.empty()) return module != nullptr && m_modules.count(module) != 0;
+  return module == nullptr;
+}
+
+void CCmT120Trace::enable_module(const char* module) {
+  if (!module) return;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_moduleMutex);
+  m_modules.insert(module);
+}
+
+void CCmT120Trace::clear_modules() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_moduleMutex);
+  m_modules.clear();
+}
+
+void CCmT120Trace::set_file_name(const char* name, bool single) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  m_fileName = name ? name : "";
+  m_bSingleFile = single;
+}
+
+void CCmT120Trace::open_warning_file(const char* path) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
+  if (!mgr) return;
+  if (m_pWarning) mgr->close(m_pWarning);
+  m_pWarning = mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
+}
+
+std::string CCmT120Trace::info_path() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  return m_pInfo ? m_pInfo->path() : std::string();
+}
+
+std::string CCmT120Trace::error_path() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  return m_pError ? m_pError->path() : std::string();
+}
+
+std::string CCmT120Trace::warning_path() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  return m_pWarning ? m_pWarning->path() : std::string();
+}
+
+void CCmT120Trace::reset_for_test() {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
+  if (mgr) {
+    if (m_pInfo) mgr->close(m_pInfo);
+    if (m_pError) mgr->close(m_pError);
+    if (m_pWarning) mgr->close(m_pWarning);
+  }
+  m_pInfo = m_pError = m_pWarning = nullptr;
+  m_nInfoNumber = m_nErrorNumber = 0;
+  local_day_month(&m_nDay, &m_nMonth);
+  open_which(kAll);
+}

@@ -1,10 +1,149 @@
 #pragma once
-// The trace-file object behind route 2 of the trace core. It is created by the trace-file
-// code; until then instance() is null and the route does nothing.
+// Trace files: one open log file (CCmT120TraceFile), the process-wide list of open files
+// (CCmT120TraceFileMgr) and the trace-file object behind route 2 of the trace core
+// (CCmT120Trace). Exported for the tests; not part of the public interface.
 
-class CCmT120Trace {
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmThreadAnnotations.h"
+#include "cmutil/thread/CmMutex.h"
+
+// Size of one buffer block and of the header.
+constexpr uint32_t kCmTraceBlockSize = 10240;
+constexpr long kCmTraceHeaderSize = 32;
+constexpr uint32_t kCmTraceFileAlive = 20050704;
+// Information and error files are replaced at this size.
+constexpr unsigned long kCmTraceFileSizeLimit = 20971520;
+extern const char kCmTraceCurrentPoint[];
+
+// Wall-clock source of the trace files (seconds and microseconds since the epoch).
+typedef void (*CmTraceClockFn)(int64_t* sec, int32_t* usec);
+// Replaces the clock (null restores the real one). Test hook.
+CM_EXPORT void cm_trace_file_set_clock(CmTraceClockFn fn);
+
+class CM_EXPORT CCmT120TraceFile {
  public:
+  CCmT120TraceFile(const char* path, unsigned long sizeLimit, bool lockWanted);
+  ~CCmT120TraceFile();
+  CCmT120TraceFile(const CCmT120TraceFile&) = delete;
+  CCmT120TraceFile& operator=(const CCmT120TraceFile&) = delete;
+
+  bool is_open() const { return m_fd >= 0; }
+  bool is_full() const;
+  const std::string& path() const { return m_path; }
+
+  // Formats one record into the buffer; flushes when the buffer cannot take it.
+  void write(const char* module, const char* source, const char* text, size_t textLen);
+  void flush_buffer();
+  void refresh_settings(unsigned long sizeLimit, int blockCount);
+
+ private:
+  void flush_locked() CM_NO_THREAD_SAFETY_ANALYSIS;
+  void write_out(const char* data, size_t len) CM_NO_THREAD_SAFETY_ANALYSIS;
+  size_t format_prefix(char* out);
+  void lock_file();
+  void unlock_file();
+
+  mutable std::mutex m_mutex;
+  bool m_bFull = false;
+  FILE* m_pStream = nullptr;
+  std::string m_path;
+  unsigned long m_sizeLimit = 0;
+  int m_nBlockCount = 1;
+  bool m_bLockWanted = false;
+  std::vector<char> m_buffer;
+  uint32_t m_nUsed = 0;
+  volatile uint32_t m_nMarker = kCmTraceFileAlive;
+  int m_fd = -1;
+  uint32_t m_nBlockSize = kCmTraceBlockSize;
+  // Cached "[MM/DD/YYYY HH:MM:SS." of the last second formatted.
+  int64_t m_cachedSec = -1;
+  char m_datePrefix[32] = {0};
+};
+
+class CM_EXPORT CCmT120TraceFileMgr {
+ public:
+  // Created on first use under the library's singleton mutex; lives until exit (its
+  // files are flushed at exit).
+  static CCmT120TraceFileMgr* instance();
+
+  CCmT120TraceFile* open(const char* path, unsigned long sizeLimit, unsigned char lockWanted, unsigned char flag);
+  void close(CCmT120TraceFile* file);
+  void write(CCmT120TraceFile* file, const char* module, const char* source, const char* text);
+  // file null: every open file.
+  void refresh_settings(CCmT120TraceFile* file, unsigned long sizeLimit, int blockCount);
+  void flush_all();
+  size_t count();
+
+ private:
+  CCmT120TraceFileMgr() = default;
+  bool known(CCmT120TraceFile* file) CM_NO_THREAD_SAFETY_ANALYSIS;
+
+  CCmMutexThreadRecursive m_mutex;
+  std::vector<CCmT120TraceFile*> m_files;  // the most recently opened first
+};
+
+class CM_EXPORT CCmT120Trace {
+ public:
+  enum Which { kAll = 0, kInfo = 1, kWarning = 2, kError = 3 };
+
+  // The process-wide object, created on first use (null if it cannot be allocated).
   static CCmT120Trace* instance();
+  // The object if it was already created, else null; never creates it.
+  static CCmT120Trace* existing();
+
+  virtual ~CCmT120Trace();
+
+  // Route 2 of the trace core.
   void trace_string(int level, const char* module, const char* text, int len);
   bool is_module_trace_enabled(int level, const char* module);
+
+  // "<state folder>/<process name>".
+  static std::string get_trace_dir();
+  // Opens files: null = all (nothing when the information file is open already);
+  // otherwise the file of that handle is replaced by the next numbered one.
+  virtual void load(CCmT120TraceFile* handle);
+
+  void enable_module(const char* module);
+  void clear_modules();
+
+  // Uses "<folder>/<name>.<n>" (or "<folder>/<name>" when single) instead of the
+  // information and error files from the next load on. Null restores the default.
+  void set_file_name(const char* name, bool single);
+  // Opens `path` as the warning file (the library itself never does).
+  void open_warning_file(const char* path);
+
+  // Test hooks: paths of the open files ("" when none), and a fresh start that closes
+  // every file, resets the numbers and loads again from the current environment.
+  std::string info_path();
+  std::string error_path();
+  std::string warning_path();
+  void reset_for_test();
+
+ private:
+  CCmT120Trace();
+  void open_which(Which which) CM_NO_THREAD_SAFETY_ANALYSIS;
+  void local_day_month(int* day, int* month);
+
+  CCmMutexThreadRecursive m_mutex;
+  const char* m_pszName = "Log";
+  std::string m_fileName;  // configured name; empty = the default files
+  bool m_bSingleFile = false;
+  CCmT120TraceFile* m_pInfo = nullptr;
+  CCmT120TraceFile* m_pWarning = nullptr;
+  CCmT120TraceFile* m_pError = nullptr;
+  int m_nInfoNumber = 0;
+  int m_nErrorNumber = 0;
+  int m_nDay = 0;
+  int m_nMonth = 0;
+  int m_nPid = 0;
+  CCmMutexThreadRecursive m_moduleMutex;
+  std::set<std::string> m_modules;
 };

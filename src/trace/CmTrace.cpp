@@ -129,7 +129,7 @@ void util_adapter_crash(const char* reason, void* context) {
 }
 
 bool is_module_trace_enabled(int level, const char* module) {
-  CCmT120Trace* files = CCmT120Trace::instance();
+  CCmT120Trace* files = CCmT120Trace::existing();
   return files != nullptr && files->is_module_trace_enabled(level, module);
 }
 
