@@ -27,3 +27,6 @@
 #include "cmutil/config/ConfigData.h"
 #include "cmutil/config/CmXmlUtil.h"
 #include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/timer/CmTimerMinHeapQueue.h"
+#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "cmutil/timer/CmTimerQueueOnDemand.h"

@@ -5,7 +5,9 @@
 #include <time.h>
 
 #include "cmutil/base/CmAssert.h"
+#include "cmutil/timer/CmTimerMinHeapQueue.h"
 #include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timer/CmTimerWheelQueue.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "timer/CmTimerClock.h"
 
@@ -24,9 +26,10 @@ CCmTimerQueueBase* CCmTimerQueueBase::CreateTimerQueue(ICmObserver* aObserver, C
     switch (aType) {
     case 1:
         return new CCmTimerQueueOrderedList(aObserver);
-    case 2:  // min-heap variant
-    case 3:  // wheel variant
-        return nullptr;
+    case 2:
+        return new CCmTimerMinHeapQueue(aObserver);
+    case 3:
+        return new CCmTimerWheelQueue(aObserver);
     default:
         return nullptr;
     }

@@ -1,0 +1,84 @@
+#pragma once
+/// A small open-addressing set of handler pointers (linear probing, backward-shift
+/// erase, no allocation per operation once grown). Used by the queues to answer
+/// "is this handler pending?" in O(1) so that scheduling a new timer does not scan.
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+class CmTimerPtrSet {
+ public:
+  CmTimerPtrSet() { m_slots.assign(16, 0); }
+
+  bool contains(const void* p) const {
+    const uintptr_t key = reinterpret_cast<uintptr_t>(p);
+    for (size_t i = index_of(key);; i = (i + 1) & mask()) {
+      if (m_slots[i] == key) return true;
+      if (m_slots[i] == 0) return false;
+    }
+  }
+
+  /// Returns false when already present.
+  bool insert(const void* p) {
+    if ((m_size + 1) * 2 > m_slots.size()) grow();
+    return insert_key(reinterpret_cast<uintptr_t>(p));
+  }
+
+  /// Returns false when absent.
+  bool erase(const void* p) {
+    const uintptr_t key = reinterpret_cast<uintptr_t>(p);
+    size_t i = index_of(key);
+    for (;; i = (i + 1) & mask()) {
+      if (m_slots[i] == 0) return false;
+      if (m_slots[i] == key) break;
+    }
+    // Backward-shift deletion keeps every probe chain unbroken.
+    size_t hole = i;
+    for (size_t j = (hole + 1) & mask(); m_slots[j] != 0; j = (j + 1) & mask()) {
+      const size_t home = index_of(m_slots[j]);
+      const bool movable = (j > hole) ? (home <= hole || home > j) : (home <= hole && home > j);
+      if (movable) {
+        m_slots[hole] = m_slots[j];
+        hole = j;
+      }
+    }
+    m_slots[hole] = 0;
+    --m_size;
+    return true;
+  }
+
+  void clear() {
+    m_slots.assign(16, 0);
+    m_size = 0;
+  }
+  size_t size() const { return m_size; }
+
+ private:
+  size_t mask() const { return m_slots.size() - 1; }
+  size_t index_of(uintptr_t key) const {
+    uint64_t h = static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ULL;
+    return static_cast<size_t>(h >> 32) & mask();
+  }
+  bool insert_key(uintptr_t key) {
+    size_t i = index_of(key);
+    for (;; i = (i + 1) & mask()) {
+      if (m_slots[i] == key) return false;
+      if (m_slots[i] == 0) break;
+    }
+    m_slots[i] = key;
+    ++m_size;
+    return true;
+  }
+  void grow() {
+    std::vector<uintptr_t> old;
+    old.swap(m_slots);
+    m_slots.assign(old.size() * 2, 0);
+    m_size = 0;
+    for (uintptr_t k : old)
+      if (k != 0) insert_key(k);
+  }
+
+  std::vector<uintptr_t> m_slots;
+  size_t m_size = 0;
+};

@@ -1,0 +1,87 @@
+#pragma once
+// Shared helpers of the timer tests: a fake wall clock for the timer queues and a
+// recording timer handler.
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/timer/CmTimerQueueBase.h"
+#include "timer/CmTimerClock.h"
+
+/// Installs a fake timer clock for its lifetime. The start is aligned to a whole second
+/// so that the wheel's 10 ms slots line up with round intervals.
+class FakeTimerClock {
+ public:
+  explicit FakeTimerClock(long startSec = 1700000000L) : m_previous(now()) {
+    now() = CCmTimeValue(startSec, 0);
+    cm_set_timer_clock_for_test(&FakeTimerClock::read);
+  }
+  ~FakeTimerClock() {
+    cm_set_timer_clock_for_test(nullptr);
+    now() = m_previous;
+  }
+  FakeTimerClock(const FakeTimerClock&) = delete;
+  FakeTimerClock& operator=(const FakeTimerClock&) = delete;
+
+  void AdvanceMs(long ms) { now() += CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+  void AdvanceUs(long us) { now() += CCmTimeValue(0, us); }
+  void Set(const CCmTimeValue& t) { now() = t; }
+  CCmTimeValue Now() const { return now(); }
+
+ private:
+  static CCmTimeValue& now() {
+    static CCmTimeValue value;
+    return value;
+  }
+  static CCmTimeValue read() { return now(); }
+
+  CCmTimeValue m_previous;
+};
+
+/// One firing as seen by a RecordingHandler.
+struct Firing {
+  std::string name;
+  CCmTimeValue at;
+  void* arg;
+};
+
+/// Records every OnTimeout into a shared log; an optional action runs inside it.
+class RecordingHandler : public ICmTimerHandler {
+ public:
+  RecordingHandler(std::string name, std::vector<Firing>* log) : m_name(std::move(name)), m_log(log) {}
+
+  void OnTimeout(const CCmTimeValue& aCurTime, void* aArg) override {
+    ++m_count;
+    if (m_log) m_log->push_back(Firing{m_name, aCurTime, aArg});
+    if (m_action) m_action(this);
+  }
+
+  template <class F>
+  void SetAction(F f) {
+    m_action = f;
+  }
+
+  int Count() const { return m_count; }
+  const std::string& Name() const { return m_name; }
+
+ private:
+  std::string m_name;
+  std::vector<Firing>* m_log;
+  int m_count = 0;
+  std::function<void(RecordingHandler*)> m_action;
+};
+
+/// Counts observer notices by topic.
+class CountingObserver : public ICmObserver {
+ public:
+  void OnObserve(const char* aTopic, void*) override { topics.push_back(aTopic ? aTopic : ""); }
+  int Count(const std::string& topic) const {
+    int n = 0;
+    for (const auto& t : topics) n += (t == topic);
+    return n;
+  }
+  std::vector<std::string> topics;
+};

@@ -1,0 +1,436 @@
+// One behaviour suite over every timer-queue variant built on the shared base (ordered
+// list, min-heap, wheel, on-demand), on a fake clock, plus each variant's own quirks.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TimerTestSupport.h"
+#include "cmutil/timer/CmTimerMinHeapQueue.h"
+#include "cmutil/timer/CmTimerQueueOnDemand.h"
+#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "common/CmTraceCapture.h"
+#include "timer/CmTimerWheelInspector.h"
+
+namespace {
+
+CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
+template <class Q>
+class TimerQueueVariant : public ::testing::Test {
+ protected:
+  TimerQueueVariant() : queue(new Q(&observer)) {}
+
+  int Check(CCmTimeValue* remain = nullptr, CCmTimeValue* earliest = nullptr) {
+    CCmTimeValue r = CCmTimeValue::get_tvMax();
+    const int fired = queue->CheckExpire(&r, earliest);
+    if (remain) *remain = r;
+    return fired;
+  }
+
+  FakeTimerClock clock;
+  CountingObserver observer;
+  std::unique_ptr<CCmTimerQueueBase> queue;
+  std::vector<Firing> log;
+};
+
+using Variants =
+    ::testing::Types<CCmTimerQueueOrderedList, CCmTimerMinHeapQueue, CCmTimerWheelQueue, CCmTimerQueueOnDemand>;
+TYPED_TEST_SUITE(TimerQueueVariant, Variants);
+
+TYPED_TEST(TimerQueueVariant, ZeroIntervalOneShotFiresOnceOnNextCheck) {
+  RecordingHandler h("h", &this->log);
+  int arg = 7;
+  EXPECT_EQ(CM_OK, this->queue->ScheduleTimer(&h, &arg, CCmTimeValue(0L, 0L), 1));
+  CCmTimeValue remain;
+  EXPECT_EQ(1, this->Check(&remain));
+  ASSERT_EQ(1u, this->log.size());
+  EXPECT_EQ(&arg, this->log[0].arg);
+  EXPECT_EQ(this->clock.Now(), this->log[0].at);
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(1, h.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, RefusesNullHandlerAndRepeatingZeroInterval) {
+  CmTraceCapture cap;
+  RecordingHandler h("h", &this->log);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, this->queue->ScheduleTimer(nullptr, nullptr, Ms(10), 1));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, this->queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 0L), 0));
+  EXPECT_TRUE(cap.contains("Assert failed: aInterval > CCmTimeValue::get_tvZero() || aCount == 1"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, this->queue->CancelTimer(nullptr));
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
+}
+
+TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
+  std::vector<std::unique_ptr<RecordingHandler>> handlers;
+  const long intervals[] = {30, 10, 50, 20, 40};
+  for (long ms : intervals) {
+    handlers.emplace_back(new RecordingHandler(std::to_string(ms), &this->log));
+    ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(ms), 1));
+  }
+  this->clock.AdvanceMs(35);
+  EXPECT_EQ(3, this->Check());
+  this->clock.AdvanceMs(20);
+  EXPECT_EQ(2, this->Check());
+  std::vector<std::string> names;
+  for (const auto& f : this->log) names.push_back(f.name);
+  EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), names);
+  EXPECT_EQ(this->log[0].at, this->log[2].at);  // one pass, one time
+}
+
+TYPED_TEST(TimerQueueVariant, MissedPeriodsAreSkippedNotBurst) {
+  RecordingHandler h("h", &this->log);
+  const CCmTimeValue start = this->clock.Now();
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(100), 0));
+  this->clock.AdvanceMs(350);
+  CCmTimeValue remain, earliest;
+  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(start + Ms(400), earliest);
+  EXPECT_EQ(Ms(50), remain);
+  this->clock.AdvanceMs(50);
+  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(2, h.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, CountedTimerRunsOutAndEmptiesTheQueue) {
+  RecordingHandler h("h", &this->log);
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(20), 3));
+  CCmTimeValue remain;
+  for (int i = 0; i < 5; ++i) {
+    this->clock.AdvanceMs(20);
+    this->Check(&remain);
+  }
+  EXPECT_EQ(3, h.Count());
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
+}
+
+TYPED_TEST(TimerQueueVariant, RescheduleReplacesTheSingleTimer) {
+  RecordingHandler h("h", &this->log);
+  int a = 1, b = 2;
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, &a, Ms(50), 1));
+  EXPECT_EQ(CM_ERROR_FOUND, this->queue->ScheduleTimer(&h, &b, Ms(200), 2));
+  this->clock.AdvanceMs(100);
+  EXPECT_EQ(0, this->Check());
+  this->clock.AdvanceMs(100);
+  EXPECT_EQ(1, this->Check());
+  this->clock.AdvanceMs(200);
+  EXPECT_EQ(1, this->Check());
+  this->clock.AdvanceMs(200);
+  EXPECT_EQ(0, this->Check());
+  ASSERT_EQ(2u, this->log.size());
+  EXPECT_EQ(&b, this->log[0].arg);
+  EXPECT_EQ(&b, this->log[1].arg);
+}
+
+TYPED_TEST(TimerQueueVariant, CancelRemovesAndUnknownIsNotFound) {
+  RecordingHandler h("h", &this->log), other("o", &this->log);
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(10), 0));
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&other, nullptr, Ms(30), 1));
+  EXPECT_EQ(CM_OK, this->queue->CancelTimer(&h));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, this->queue->CancelTimer(&h));
+  this->clock.AdvanceMs(40);
+  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(0, h.Count());
+  EXPECT_EQ(1, other.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
+  RecordingHandler repeating("r", &this->log), oneShot("o", &this->log);
+  CmResult repeatingRv = -1, oneShotRv = -1;
+  auto* q = this->queue.get();
+  repeating.SetAction([&](RecordingHandler* self) { repeatingRv = q->CancelTimer(self); });
+  oneShot.SetAction([&](RecordingHandler* self) { oneShotRv = q->CancelTimer(self); });
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&repeating, nullptr, Ms(10), 0));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&oneShot, nullptr, Ms(20), 1));
+  this->clock.AdvanceMs(20);
+  EXPECT_EQ(2, this->Check());
+  EXPECT_EQ(CM_OK, repeatingRv);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotRv);
+  this->clock.AdvanceMs(100);
+  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(1, repeating.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, CallbackCancelsAnotherDueTimerOfTheSamePass) {
+  RecordingHandler first("first", &this->log), second("second", &this->log);
+  auto* q = this->queue.get();
+  first.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, q->CancelTimer(&second)); });
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&first, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&second, nullptr, Ms(20), 1));
+  this->clock.AdvanceMs(30);
+  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(0, second.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, CallbackSchedulesANewTimer) {
+  RecordingHandler first("first", &this->log), later("later", &this->log);
+  auto* q = this->queue.get();
+  first.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, q->ScheduleTimer(&later, nullptr, Ms(10), 1)); });
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&first, nullptr, Ms(10), 1));
+  this->clock.AdvanceMs(10);
+  CCmTimeValue remain;
+  EXPECT_EQ(1, this->Check(&remain));
+  EXPECT_EQ(Ms(10), remain);
+  this->clock.AdvanceMs(10);
+  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, later.Count());
+}
+
+TYPED_TEST(TimerQueueVariant, ObserverHearsOnlyTheFirstTimerOfAnEmptyQueue) {
+  RecordingHandler a("a", &this->log), b("b", &this->log);
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&a, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&b, nullptr, Ms(20), 1));
+  EXPECT_EQ(1, this->observer.Count("TimerQueue"));
+}
+
+TYPED_TEST(TimerQueueVariant, RandomTimersEachFireOnceAtTheirTime) {
+  std::mt19937 rng(1234);
+  std::uniform_int_distribution<int> tens(1, 400);  // 10 ms .. 4 s
+  std::vector<std::unique_ptr<RecordingHandler>> handlers;
+  std::vector<long> due;
+  for (int i = 0; i < 300; ++i) {
+    handlers.emplace_back(new RecordingHandler(std::to_string(i), nullptr));
+    due.push_back(tens(rng) * 10L);
+    ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(due.back()), 1));
+  }
+  // Cancel every fifth.
+  for (size_t i = 0; i < handlers.size(); i += 5) ASSERT_EQ(CM_OK, this->queue->CancelTimer(handlers[i].get()));
+  for (long t = 10; t <= 4000; t += 10) {
+    this->clock.AdvanceMs(10);
+    this->Check();
+    for (size_t i = 0; i < handlers.size(); ++i) {
+      const int expected = (i % 5 == 0 || due[i] > t) ? 0 : 1;
+      ASSERT_EQ(expected, handlers[i]->Count()) << "timer " << i << " due " << due[i] << " at " << t;
+    }
+  }
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
+}
+
+// ---- quirks of the ordered variants ----
+
+template <class Q>
+std::vector<std::string> FireTwoEqualTimers() {
+  FakeTimerClock clock;
+  std::vector<Firing> log;
+  Q queue(nullptr);
+  RecordingHandler first("first", &log), second("second", &log);
+  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&first, nullptr, Ms(20), 1));
+  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&second, nullptr, Ms(20), 1));
+  clock.AdvanceMs(20);
+  EXPECT_EQ(2, queue.CheckExpire(nullptr, nullptr));
+  std::vector<std::string> names;
+  for (const auto& f : log) names.push_back(f.name);
+  return names;
+}
+
+TEST(TimerQueueQuirks, EqualExpiryOrderPerVariant) {
+  const std::vector<std::string> reversed{"second", "first"}, stored{"first", "second"};
+  EXPECT_EQ(reversed, FireTwoEqualTimers<CCmTimerQueueOrderedList>());
+  EXPECT_EQ(reversed, FireTwoEqualTimers<CCmTimerQueueOnDemand>());
+  EXPECT_EQ(stored, FireTwoEqualTimers<CCmTimerWheelQueue>());
+  // The heap leaves equal expiries unordered: both fire in the same pass.
+  auto heap = FireTwoEqualTimers<CCmTimerMinHeapQueue>();
+  std::sort(heap.begin(), heap.end());
+  EXPECT_EQ(stored, heap);
+}
+
+TEST(TimerQueueQuirks, OnDemandNoticeOnlyForNewTimers) {
+  FakeTimerClock clock;
+  CountingObserver observer;
+  CCmTimerQueueOnDemand queue(&observer);
+  RecordingHandler a("a", nullptr), b("b", nullptr);
+  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(10), 1));
+  EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(&a, nullptr, Ms(20), 1));
+  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(30), 1));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.ScheduleTimer(nullptr, nullptr, Ms(30), 1));
+  EXPECT_EQ(2, observer.Count("TimerQueueOnDemand"));
+  EXPECT_EQ(1, observer.Count("TimerQueue"));  // the base's notice, empty queue only
+}
+
+TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
+  FakeTimerClock clock;
+  CCmTimerMinHeapQueue queue(nullptr);
+  std::vector<Firing> log;
+  std::vector<std::unique_ptr<RecordingHandler>> handlers;
+  std::mt19937 rng(99);
+  std::uniform_int_distribution<int> dist(1, 1000);
+  std::vector<long> due;
+  for (int i = 0; i < 200; ++i) {
+    handlers.emplace_back(new RecordingHandler(std::to_string(i), &log));
+    due.push_back(dist(rng));
+    queue.ScheduleTimer(handlers.back().get(), nullptr, Ms(due.back()), 1);
+  }
+  for (int i = 0; i < 200; i += 3) EXPECT_EQ(CM_OK, queue.CancelTimer(handlers[i].get()));
+  for (int i = 1; i < 200; i += 7)  // reschedule some: remove + re-insert
+    if (i % 3 != 0)
+      EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(handlers[i].get(), nullptr, Ms(due[i] = dist(rng)), 1));
+  EXPECT_EQ(200u - 67u, queue.GetCount());
+  clock.AdvanceMs(1000);
+  queue.CheckExpire(nullptr, nullptr);
+  ASSERT_EQ(133u, log.size());
+  for (size_t i = 1; i < log.size(); ++i) EXPECT_LE(due[std::stoi(log[i - 1].name)], due[std::stoi(log[i].name)]);
+  EXPECT_EQ(0u, queue.GetCount());
+}
+
+TEST(TimerQueueQuirks, MinHeapPopOfEmptyHeapAsserts) {
+  struct Probe : CCmTimerMinHeapQueue {
+    Probe() : CCmTimerMinHeapQueue(nullptr) {}
+    int Pop(CNode& n) { return PopFirstNode_l(n); }
+  } probe;
+  CmTraceCapture cap;
+  CCmTimerQueueBase::CNode node;
+  EXPECT_EQ(-1, probe.Pop(node));
+  EXPECT_TRUE(cap.contains("CmTimerQueueOrderedList:188 Assert failed: !m_impl->nodes.empty()"));
+}
+
+// ---- the wheel ----
+
+TEST(TimerWheel, SlotArithmetic) {
+  EXPECT_EQ(0u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(0L, 9999L)));
+  EXPECT_EQ(1u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(0L, 10000L)));
+  EXPECT_EQ(2999u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(29L, 990000L)));
+  EXPECT_EQ(0u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(30L, 0L)));
+  EXPECT_EQ(1234u % 3000u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(12L, 345678L)));
+}
+
+TEST(TimerWheel, TimersOnEitherSideOfASlotBoundaryFireSeparately) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  std::vector<Firing> log;
+  RecordingHandler early("early", &log), late("late", &log);
+  // From an aligned start 19.999 ms lies in slot +1 and 20 ms in slot +2.
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&early, nullptr, CCmTimeValue(0L, 19999L), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&late, nullptr, CCmTimeValue(0L, 20000L), 1));
+  EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(10))));
+  EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(20))));
+  clock.AdvanceUs(19999);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, early.Count());
+  EXPECT_EQ(0, late.Count());
+  clock.AdvanceUs(1);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, late.Count());
+}
+
+TEST(TimerWheel, TimersWithinOneSlotFireInStoredOrder) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  std::vector<Firing> log;
+  RecordingHandler a("a", &log), b("b", &log), c("c", &log);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 15000L), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, CCmTimeValue(0L, 11000L), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&c, nullptr, CCmTimeValue(0L, 19000L), 1));
+  EXPECT_EQ(3u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(10))));
+  clock.AdvanceMs(20);
+  EXPECT_EQ(3, queue.CheckExpire(nullptr, nullptr));
+  ASSERT_EQ(3u, log.size());
+  EXPECT_EQ("a", log[0].name);
+  EXPECT_EQ("b", log[1].name);
+  EXPECT_EQ("c", log[2].name);
+}
+
+TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  RecordingHandler far("far", nullptr), near("near", nullptr);
+  const CCmTimeValue farAt = clock.Now() + Ms(45000);
+  const unsigned int farSlot = CCmTimerWheelQueue::SlotOf(farAt);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&far, nullptr, Ms(45000), 1));
+  EXPECT_EQ(1u, CmTimerWheelInspector::FarCount(queue, farSlot));
+  EXPECT_EQ(0u, CmTimerWheelInspector::NearCount(queue, farSlot));
+  EXPECT_EQ(farSlot, far.m_dwWheelSlot);
+
+  // 40 s later a near timer fires; the rescan after its pop walks to the far slot.
+  clock.AdvanceMs(40000);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&near, nullptr, Ms(10), 1));
+  clock.AdvanceMs(10);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(0u, CmTimerWheelInspector::FarCount(queue, farSlot));
+  EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, farSlot));
+  EXPECT_EQ(farAt, CmTimerWheelInspector::CachedEarliest(queue));
+
+  clock.AdvanceMs(4989);
+  EXPECT_EQ(0, queue.CheckExpire(nullptr, nullptr));
+  clock.AdvanceMs(1);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, far.Count());
+}
+
+TEST(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(31000), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(45000), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&c, nullptr, Ms(75000), 1));
+  CCmTimeValue remain;
+  clock.AdvanceMs(31000);
+  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  // After the pop no near timer is left; the far ones keep the earliest time.
+  EXPECT_EQ(Ms(14000), remain);
+  clock.AdvanceMs(14000);
+  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(Ms(30000), remain);
+  clock.AdvanceMs(30000);
+  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(1, a.Count());
+  EXPECT_EQ(1, b.Count());
+  EXPECT_EQ(1, c.Count());
+}
+
+TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  std::vector<Firing> log;
+  RecordingHandler later("later", &log), sooner("sooner", &log);
+  // Same slot (both multiples of 30 s from an aligned start), one revolution apart.
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&later, nullptr, Ms(90000), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, Ms(60000), 0));
+  const unsigned int slot = CCmTimerWheelQueue::SlotOf(clock.Now());
+  EXPECT_EQ(2u, CmTimerWheelInspector::FarCount(queue, slot));
+  clock.AdvanceMs(60000);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  clock.AdvanceMs(30000);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  clock.AdvanceMs(30000);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  ASSERT_EQ(3u, log.size());
+  EXPECT_EQ("sooner", log[0].name);
+  EXPECT_EQ("later", log[1].name);
+  EXPECT_EQ("sooner", log[2].name);
+}
+
+TEST(TimerWheel, CancelOfAHandlerNeverStoredIsNotFound) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  RecordingHandler h("h", nullptr);
+  EXPECT_EQ(4294967295u, h.m_dwWheelSlot);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.CancelTimer(&h));
+}
+
+TEST(TimerWheel, CancellingTheEarliestRescansToTheNext) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  RecordingHandler a("a", nullptr), b("b", nullptr), far("far", nullptr);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(100), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(2500), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&far, nullptr, Ms(40000), 1));
+  EXPECT_EQ(clock.Now() + Ms(100), queue.GetEarliestTime());
+  EXPECT_EQ(CM_OK, queue.CancelTimer(&a));
+  EXPECT_EQ(clock.Now() + Ms(2500), queue.GetEarliestTime());
+  EXPECT_EQ(CM_OK, queue.CancelTimer(&b));
+  EXPECT_EQ(clock.Now() + Ms(40000), queue.GetEarliestTime());
+  EXPECT_EQ(CM_OK, queue.CancelTimer(&far));
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), queue.GetEarliestTime());
+  EXPECT_EQ(0u, queue.GetCount());
+}
+
+}  // namespace
