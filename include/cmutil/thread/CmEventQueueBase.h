@@ -1,0 +1,246 @@
+#pragma once
+/// Events and event queues: how work is handed between threads.
+///
+/// An ICmEvent is a small heap object run once on the thread that owns the queue it was
+/// posted to. Ownership: an event posted successfully belongs to the queue until the
+/// draining thread has called its OnDestorySelf() (after firing it, or instead of firing
+/// it when the queue discards it); a refused event is destroyed before PostEvent
+/// returns. The caller never deletes an event it handed over.
+///
+/// Any thread may PostEvent or SendEvent; exactly one thread (the owner recorded by
+/// Reset2CurrentThreadInfo) pops and processes. Events are fired outside the queue lock,
+/// so an event may post to its own queue. The queue has no length limit.
+///
+/// - CCmEventQueueBase(bool): the queue; with the flag it locks a mutex around its list.
+/// - CCmEventQueueUsingMutex: the base with its mutex.
+/// - CCmEventQueueUsingConditionVariable: adds PopOrWaitPendingEvents, a pop that sleeps
+///   until an event arrives or a time-out passes. Posting wakes the owner only when it
+///   is (or is about to be) asleep.
+/// - CCmEventSynchronous: the wrapper behind SendEvent from a foreign thread.
+/// - CCmInvokeEvent<F>: runs a stored callable; CCmEventStopT<T>: stops a task thread.
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <utility>
+#include <vector>
+
+#include "cmutil/base/CmError.h"
+#include "cmutil/base/CmExport.h"
+#include "cmutil/thread/CmConditionVariable.h"
+#include "cmutil/thread/CmMutex.h"
+#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/timer/CmTimeValue.h"
+
+/// The unit of work.
+class CM_EXPORT ICmEvent {
+public:
+    explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(GetThreadSelfId()) {}
+
+    /// Does the work, on the queue's thread.
+    virtual CmResult OnEventFire() = 0;
+    /// Called exactly once after firing, or instead of firing when discarded. Deletes the
+    /// event by default.
+    virtual void OnDestorySelf();
+    virtual ~ICmEvent();
+
+    unsigned int GetEventType() const { return m_dwEventType; }
+    /// The thread that created the event.
+    CM_THREAD_ID GetOriginThreadId() const { return m_TidOrigin; }
+
+protected:
+    unsigned int m_dwEventType;
+    CM_THREAD_ID m_TidOrigin;
+};
+
+/// The queue interface.
+class CM_EXPORT ICmEventQueue {
+public:
+    /// Accepted and ignored by the queues here: all events go to the tail. The library
+    /// itself always posts with EPRIORITY_NORMAL (128).
+    enum EPriority {
+        EPRIORITY_HIGH = 64,
+        EPRIORITY_NORMAL = 128,
+        EPRIORITY_LOW = 192,
+    };
+
+    /// Hands aEvent over (see the ownership rules above). aSizeBefore, when given,
+    /// receives the number of pending events before this one.
+    virtual CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
+                               unsigned int* aSizeBefore = nullptr) = 0;
+    /// Runs aEvent on the queue's thread and returns its OnEventFire() result. On the
+    /// queue's own thread it runs in place at once. From another thread it blocks for at
+    /// most aTimeout (null: no limit); on time-out it returns CM_ERROR_TIMEOUT and the
+    /// event still runs later (its result is lost).
+    virtual CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) = 0;
+    /// Number of pending events, read without the lock.
+    virtual unsigned int GetPendingEventsCount() = 0;
+    virtual ~ICmEventQueue() {}
+};
+
+class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
+public:
+    /// Plain function called after each ProcessEvents batch when set; a set hook makes
+    /// ProcessEvents return CM_ERROR_ABORTED.
+    typedef void (*LoopHook)();
+
+    explicit CCmEventQueueBase(bool aWithMutex = false);
+    /// Discards pending events (destroyed, not fired).
+    ~CCmEventQueueBase() override;
+
+    CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
+                       unsigned int* aSizeBefore = nullptr) override;
+    CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) override;
+    unsigned int GetPendingEventsCount() override { return m_dwSize.load(std::memory_order_relaxed); }
+
+    /// Owner thread only. Moves up to aMaxCount of the oldest events to the end of
+    /// aEvents (all when the queue holds at most aMaxCount; none for 0). aRemain gets
+    /// the number left. CM_ERROR_NOT_FOUND (and nothing else) on an empty queue.
+    CmResult PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount = 0xFFFFFFFFu,
+                              unsigned int* aRemain = nullptr);
+    /// Owner thread only. Fires and destroys each event in order.
+    CmResult ProcessEvents(const std::list<ICmEvent*>& aEvents);
+    /// Fires and destroys one event; events slower than s_tvReportInterval are reported.
+    CmResult ProcessOneEvent(ICmEvent* aEvent);
+
+    /// Records the calling thread as the owner (handle and name).
+    void Reset2CurrentThreadInfo();
+    /// Lets posting resume after Stop().
+    void Start();
+    /// Refuses every later post and send with CM_ERROR_NOT_INITIALIZED; pending events
+    /// stay.
+    void Stop();
+    bool IsStopped() const { return m_bIsStopped.load(std::memory_order_acquire); }
+    /// Destroys every pending event, oldest first, without firing it.
+    void DestoryPendingEvents();
+
+    CM_THREAD_ID GetThreadId() const { return m_Tid.load(std::memory_order_acquire); }
+    void SetLoopHook(LoopHook aHook) { m_pLoopHook = aHook; }
+
+    /// Firing time above which an event is reported (0.5 s).
+    static CCmTimeValue s_tvReportInterval;
+
+protected:
+    /// True when the owner has popped events that it has not handed out yet.
+    bool HasDrainedEvents() const { return m_nDrainPos < m_vecDrain.size(); }
+
+    /// Newest events, appended by posters under m_pMutex.
+    std::vector<ICmEvent*> m_vecIncoming;
+    /// Events taken over by the owner in one swap and handed out from m_nDrainPos on.
+    std::vector<ICmEvent*> m_vecDrain;
+    size_t m_nDrainPos;
+    /// All pending events: the undelivered drained ones plus the incoming ones.
+    std::atomic<unsigned int> m_dwSize;
+    /// Wall clock (microseconds) of the last queue-length check.
+    std::atomic<int64_t> m_llLastReportUs;
+    char m_szThreadName[512];
+    std::atomic<CM_THREAD_ID> m_Tid;
+    std::atomic<bool> m_bIsStopped;
+    bool m_bIsProcessing;
+    LoopHook m_pLoopHook;
+    CCmMutexThread* m_pMutex;
+};
+
+class CM_EXPORT CCmEventQueueUsingMutex : public CCmEventQueueBase {
+public:
+    CCmEventQueueUsingMutex() : CCmEventQueueBase(true) {}
+};
+
+class CM_EXPORT CCmEventQueueUsingConditionVariable : public CCmEventQueueBase {
+public:
+    CCmEventQueueUsingConditionVariable();
+    ~CCmEventQueueUsingConditionVariable() override;
+
+    CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
+                       unsigned int* aSizeBefore = nullptr) override;
+
+    /// Owner thread only. Pops up to aMaxCount events, first waiting at most aTimeout
+    /// (null: no limit) when none is pending. An expired wait gives CM_ERROR_NOT_FOUND.
+    CmResult PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents, CCmTimeValue* aTimeout,
+                                    unsigned int aMaxCount);
+
+private:
+    CCmMutexThread m_MutexForCondition;
+    CCmConditionVariableThread m_Condition;
+    /// Set by the owner while it is about to wait or waiting.
+    std::atomic<bool> m_bWaiting;
+};
+
+/// Wrapper that carries an event sent from a foreign thread and its result back. It
+/// passes through the queue twice: once to fire, once more to be deleted on the queue's
+/// thread.
+class CM_EXPORT CCmEventSynchronous : public ICmEvent {
+public:
+    CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue);
+    ~CCmEventSynchronous() override;
+
+    CmResult OnEventFire() override;
+    /// First call: destroys the wrapped event; second call: deletes the wrapper.
+    void OnDestorySelf() override;
+
+    /// Sender side: waits for the result, then posts the wrapper again for deletion.
+    /// Do not touch the object after this returns.
+    CmResult WaitResultAndDeleteThis(CCmTimeValue* aTimeout);
+
+private:
+    /// The wrapped event; taken (exchanged with null) by the first OnDestorySelf.
+    std::atomic<ICmEvent*> m_pEventPost;
+    CmResult m_Result;
+    CCmEventQueueBase* m_pEventQueue;
+    /// Number of OnDestorySelf calls so far: 1 means fired (and the wrapped event is
+    /// gone); whoever makes it 2 deletes the wrapper. Atomic because a refused second
+    /// trip runs on the sender's thread.
+    std::atomic<int> m_nDestroyCalls;
+    CCmEventThread m_SendEvent;
+};
+
+/// Runs a stored callable on the queue's thread; returns CM_OK.
+template <class F>
+class CCmInvokeEvent : public ICmEvent {
+public:
+    explicit CCmInvokeEvent(F aFunc) : ICmEvent(0), m_Func(std::move(aFunc)) {}
+    CmResult OnEventFire() override
+    {
+        m_Func();
+        return CM_OK;
+    }
+
+private:
+    F m_Func;
+};
+
+/// Makes a heap CCmInvokeEvent from any callable: queue->PostEvent(CmNewInvokeEvent([=]{...})).
+template <class F>
+CCmInvokeEvent<typename std::decay<F>::type>* CmNewInvokeEvent(F&& aFunc)
+{
+    return new CCmInvokeEvent<typename std::decay<F>::type>(std::forward<F>(aFunc));
+}
+
+/// Sets the stop flag of task thread T when fired.
+template <class T>
+class CCmEventStopT : public ICmEvent {
+public:
+    explicit CCmEventStopT(T* aThread) : ICmEvent(0), m_pOwnerThread(aThread) {}
+
+    CmResult OnEventFire() override
+    {
+        if (m_pOwnerThread)
+            m_pOwnerThread->m_Stop.SetStopFlag();
+        return CM_OK;
+    }
+
+    /// Posts a stop event (priority 128) to aThread's event queue.
+    static CmResult PostStopEvent(T* aThread)
+    {
+        CCmEventStopT<T>* pEvent = new CCmEventStopT<T>(aThread);
+        ICmEventQueue* pQueue = aThread ? aThread->GetEventQueue() : nullptr;
+        if (!pQueue) {
+            pEvent->OnDestorySelf();
+            return CM_ERROR_NULL_POINTER;
+        }
+        return pQueue->PostEvent(pEvent, ICmEventQueue::EPRIORITY_NORMAL);
+    }
+
+private:
+    T* m_pOwnerThread;
+};
