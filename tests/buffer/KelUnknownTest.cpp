@@ -11,102 +11,102 @@ namespace {
 std::atomic<int> g_destroyed{0};
 
 class ITestData : public kel::IKelUnknown {
-public:
-    virtual int Value() const = 0;
+ public:
+  virtual int Value() const = 0;
 };
 
 class CTestData : public ITestData, public kel::CKelUnknownImpl {
-public:
-    explicit CTestData(int v, unsigned int initial = 0) : kel::CKelUnknownImpl(initial), m_v(v) {}
-    ~CTestData() override { ++g_destroyed; }
-    KEL_IMPLEMENT_UNKNOWN()
-    int Value() const override { return m_v; }
+ public:
+  explicit CTestData(int v, unsigned int initial = 0) : kel::CKelUnknownImpl(initial), m_v(v) {}
+  ~CTestData() override { ++g_destroyed; }
+  KEL_IMPLEMENT_UNKNOWN()
+  int Value() const override { return m_v; }
 
-private:
-    int m_v;
+ private:
+  int m_v;
 };
 
 TEST(KelUnknown, CountsAndDeletesAtZero) {
-    g_destroyed = 0;
-    CTestData* d = new CTestData(7);
-    EXPECT_EQ(0u, d->GetReference());
-    EXPECT_EQ(1u, d->AddRef());
-    EXPECT_EQ(2u, d->AddRef());
-    EXPECT_EQ(1u, d->Release());
-    EXPECT_EQ(0, g_destroyed.load());
-    EXPECT_EQ(0u, d->Release());
-    EXPECT_EQ(1, g_destroyed.load());
+  g_destroyed = 0;
+  CTestData* d = new CTestData(7);
+  EXPECT_EQ(0u, d->GetReference());
+  EXPECT_EQ(1u, d->AddRef());
+  EXPECT_EQ(2u, d->AddRef());
+  EXPECT_EQ(1u, d->Release());
+  EXPECT_EQ(0, g_destroyed.load());
+  EXPECT_EQ(0u, d->Release());
+  EXPECT_EQ(1, g_destroyed.load());
 
-    CTestData* e = new CTestData(1, 1);
-    EXPECT_EQ(1u, e->GetReference());
-    EXPECT_EQ(0u, e->Release());
-    EXPECT_EQ(2, g_destroyed.load());
+  CTestData* e = new CTestData(1, 1);
+  EXPECT_EQ(1u, e->GetReference());
+  EXPECT_EQ(0u, e->Release());
+  EXPECT_EQ(2, g_destroyed.load());
 }
 
 TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
-    g_destroyed = 0;
-    CTestData* d = new CTestData(3, 1);
-    EXPECT_EQ(CM_ERROR_NULL_POINTER, d->QueryInterface(kel::IID_IKelUnknown, nullptr));
+  g_destroyed = 0;
+  CTestData* d = new CTestData(3, 1);
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, d->QueryInterface(kel::IID_IKelUnknown, nullptr));
 
-    void* out = nullptr;
-    EXPECT_EQ(CM_OK, d->QueryInterface(kel::IID_IKelUnknown, &out));
-    EXPECT_EQ(static_cast<kel::IKelUnknown*>(d), out);
-    EXPECT_EQ(2u, d->GetReference());
-    static_cast<kel::IKelUnknown*>(out)->Release();
+  void* out = nullptr;
+  EXPECT_EQ(CM_OK, d->QueryInterface(kel::IID_IKelUnknown, &out));
+  EXPECT_EQ(static_cast<kel::IKelUnknown*>(d), out);
+  EXPECT_EQ(2u, d->GetReference());
+  static_cast<kel::IKelUnknown*>(out)->Release();
 
-    kel::_tagUUID other = kel::IID_IKelUnknown;
-    other.data[15] ^= 1;
-    out = &other;
-    EXPECT_EQ(CM_ERROR_NO_INTERFACE, d->QueryInterface(other, &out));
-    EXPECT_EQ(nullptr, out);
-    EXPECT_EQ(1u, d->GetReference());
-    d->Release();
-    EXPECT_EQ(1, g_destroyed.load());
+  kel::_tagUUID other = kel::IID_IKelUnknown;
+  other.data[15] ^= 1;
+  out = &other;
+  EXPECT_EQ(CM_ERROR_NO_INTERFACE, d->QueryInterface(other, &out));
+  EXPECT_EQ(nullptr, out);
+  EXPECT_EQ(1u, d->GetReference());
+  d->Release();
+  EXPECT_EQ(1, g_destroyed.load());
 }
 
 TEST(KelUnknown, BaseIdBytes) {
-    const unsigned char expect[16] = {0x00, 0x00, 0x00, 0x00, 0x13, 0x20, 0x14, 0x01,
-                                      0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
-    EXPECT_EQ(0, memcmp(expect, kel::IID_IKelUnknown.data, 16));
+  const unsigned char expect[16] = {0x00, 0x00, 0x00, 0x00, 0x13, 0x20, 0x14, 0x01,
+                                    0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
+  EXPECT_EQ(0, memcmp(expect, kel::IID_IKelUnknown.data, 16));
 }
 
 TEST(KelUnknown, SharedPointerWrappers) {
-    g_destroyed = 0;
-    CTestData* d = new CTestData(5, 1);  // the creator's reference
-    {
-        std::shared_ptr<CTestData> held = KelUnknownPtrWithRef_to_shared_ptr(d);
-        EXPECT_EQ(2u, d->GetReference());
-        std::shared_ptr<CTestData> copy = held;
-        EXPECT_EQ(2u, d->GetReference());  // copies of the holder share one reference
-    }
+  g_destroyed = 0;
+  CTestData* d = new CTestData(5, 1);  // the creator's reference
+  {
+    std::shared_ptr<CTestData> held = KelUnknownPtrWithRef_to_shared_ptr(d);
+    EXPECT_EQ(2u, d->GetReference());
+    std::shared_ptr<CTestData> copy = held;
+    EXPECT_EQ(2u, d->GetReference());  // copies of the holder share one reference
+  }
+  EXPECT_EQ(1u, d->GetReference());
+  {
+    std::shared_ptr<CTestData> adopted = KelUnknownPtr_to_shared_ptr(d);  // adopts it
     EXPECT_EQ(1u, d->GetReference());
-    {
-        std::shared_ptr<CTestData> adopted = KelUnknownPtr_to_shared_ptr(d);  // adopts it
-        EXPECT_EQ(1u, d->GetReference());
-        EXPECT_EQ(5, adopted->Value());
-    }
-    EXPECT_EQ(1, g_destroyed.load());
-    EXPECT_FALSE(KelUnknownPtr_to_shared_ptr<CTestData>(nullptr));
-    EXPECT_FALSE(KelUnknownPtrWithRef_to_shared_ptr<CTestData>(nullptr));
+    EXPECT_EQ(5, adopted->Value());
+  }
+  EXPECT_EQ(1, g_destroyed.load());
+  EXPECT_FALSE(KelUnknownPtr_to_shared_ptr<CTestData>(nullptr));
+  EXPECT_FALSE(KelUnknownPtrWithRef_to_shared_ptr<CTestData>(nullptr));
 }
 
 TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
-    g_destroyed = 0;
-    CTestData* d = new CTestData(0, 1);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([d] {
-            for (int i = 0; i < 10000; ++i) {
-                d->AddRef();
-                d->Release();
-            }
-        });
-    }
-    for (auto& t : threads) t.join();
-    EXPECT_EQ(1u, d->GetReference());
-    EXPECT_EQ(0, g_destroyed.load());
-    d->Release();
-    EXPECT_EQ(1, g_destroyed.load());
+  g_destroyed = 0;
+  CTestData* d = new CTestData(0, 1);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([d] {
+      for (int i = 0; i < 10000; ++i) {
+        d->AddRef();
+        d->Release();
+      }
+    });
+  }
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(1u, d->GetReference());
+  EXPECT_EQ(0, g_destroyed.load());
+  d->Release();
+  EXPECT_EQ(1, g_destroyed.load());
 }
 
 }  // namespace

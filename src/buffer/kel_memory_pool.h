@@ -1,0 +1,63 @@
+#pragma once
+/// The pool proper behind `IKELMemPool` (internal; exported for the tests).
+
+#include <mutex>
+#include <vector>
+
+#include "cmutil/base/CmError.h"
+#include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmThreadAnnotations.h"
+#include "cmutil/buffer/CmMemoryPool.h"
+
+class CM_EXPORT KELMemFixSizePoolInternal {
+ public:
+  /// Item size `aItemSize`, at most `aMaxItems` buffers, the first min(aMaxItems, 10)
+  /// created at once.
+  KELMemFixSizePoolInternal(unsigned int aItemSize, unsigned int aMaxItems);
+  ~KELMemFixSizePoolInternal();
+
+  KELMemFixSizePoolInternal(const KELMemFixSizePoolInternal&) = delete;
+  KELMemFixSizePoolInternal& operator=(const KELMemFixSizePoolInternal&) = delete;
+
+  CmResult CreateMemPool();
+  /// Creates up to `dwItemNumber` more buffers (cut to the maximum). Call with the lock
+  /// held (it is taken by `Alloc`).
+  CmResult AddMemPoolItem(unsigned int dwItemNumber);
+  unsigned char* Alloc(unsigned int aSize);
+  CmResult Free(unsigned char* pPointer);
+  /// Frees every free buffer and sets the created count to 0.
+  void DestroyMemPool();
+  void Cleanup();
+
+  unsigned int GetMemSize() const { return m_dwMemSize; }
+  unsigned int GetCurBlockSize();
+  unsigned int GetFreeCount();
+  unsigned int GetMaxItems() const { return m_dwMaxItems; }
+
+ private:
+  std::mutex m_Lock;
+  std::vector<unsigned char*> m_FreeList;
+  unsigned int m_dwMemSize;
+  unsigned int m_dwCurBlockSize;
+  unsigned int m_dwMaxItems;
+};
+
+class CM_EXPORT KELMemPool : public IKELMemPool, public kel::CKelUnknownImpl {
+ public:
+  KELMemPool(unsigned int aItemSize, unsigned int aMaxItems);
+  ~KELMemPool() override;
+
+  KEL_IMPLEMENT_UNKNOWN()
+
+  bool Init() override;
+  bool Clean() override;
+  unsigned char* New(unsigned int aSize) override;
+  void Free(unsigned char* aData) override;
+
+  KELMemFixSizePoolInternal* GetInternal() const { return m_pPool; }
+
+ private:
+  unsigned int m_dwItemSize;
+  unsigned int m_dwMaxItems;
+  KELMemFixSizePoolInternal* m_pPool;
+};

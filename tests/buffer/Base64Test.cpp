@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "cmutil/buffer/CmBase64.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+std::string Encode(const std::string& s) {
+  CCmString out = "junk";
+  EXPECT_EQ(CM_OK, CM_Base64Encode(reinterpret_cast<const unsigned char*>(s.data()), s.size(), out));
+  return out;
+}
+
+std::string Decode(const char* text) {
+  CCmString out = "junk";
+  EXPECT_EQ(CM_OK, CM_Base64Decode(text, out));
+  return out;
+}
+
+TEST(Base64, Rfc4648Vectors) {
+  const char* plain[] = {"", "f", "fo", "foo", "foob", "fooba", "foobar"};
+  const char* text[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
+  for (int i = 0; i < 7; ++i) {
+    EXPECT_EQ(text[i], Encode(plain[i])) << plain[i];
+    EXPECT_EQ(plain[i], Decode(text[i])) << text[i];
+  }
+}
+
+TEST(Base64, GroupsOfOneTwoThree) {
+  EXPECT_EQ("TWFu", Encode("Man"));
+  EXPECT_EQ("TWE=", Encode("Ma"));
+  EXPECT_EQ("TQ==", Encode("M"));
+  EXPECT_EQ("Man", Decode("  TWFu"));
+  EXPECT_EQ("Man", Decode("\t \tTWFu"));
+  EXPECT_EQ("Ma", Decode("TWE="));
+  EXPECT_EQ("M", Decode("TQ=="));
+  // Without padding the remainder still decodes; a lone character gives nothing.
+  EXPECT_EQ("Ma", Decode("TWE"));
+  EXPECT_EQ("M", Decode("TQ"));
+  EXPECT_EQ("Man", Decode("TWFuT"));
+}
+
+TEST(Base64, DecodeStopsAtTheFirstByteOutsideTheAlphabet) {
+  EXPECT_EQ("Man", Decode("TWFu!TWFu"));
+  EXPECT_EQ("Man", Decode("TWFu\nTWFu"));
+  EXPECT_EQ("", Decode("!TWFu"));
+  EXPECT_EQ("", Decode("\nTWFu"));  // only tabs and spaces are skipped
+  EXPECT_EQ("Ma", Decode("TWE=TWFu"));
+  EXPECT_EQ("", Decode(""));
+  EXPECT_EQ("", Decode("   "));
+}
+
+TEST(Base64, AllByteValuesAndLengthsRoundTrip) {
+  std::mt19937 rng(12345);
+  for (size_t len = 0; len < 300; ++len) {
+    std::string bytes(len, '\0');
+    for (auto& c : bytes) c = static_cast<char>(rng());
+    std::string text = Encode(bytes);
+    EXPECT_EQ((len + 2) / 3 * 4, text.size());
+    EXPECT_EQ(bytes, Decode(text.c_str())) << len;
+  }
+  std::string all;
+  for (int i = 0; i < 256; ++i) all.push_back(static_cast<char>(i));
+  std::string text = Encode(all);
+  EXPECT_EQ(std::string::npos,
+            text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="));
+  EXPECT_EQ("+/8=", Encode("\xfb\xff"));
+  EXPECT_EQ("\xfb\xff", Decode("+/8="));
+}
+
+TEST(Base64, NullArguments) {
+  CmTraceCapture cap;
+  CCmString out = "keep";
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CM_Base64Decode(nullptr, out));
+  EXPECT_TRUE(out.empty());
+  EXPECT_TRUE(cap.contains("Assert failed: text"));
+  out = "keep";
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CM_Base64Encode(nullptr, 3, out));
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(CM_OK, CM_Base64Encode(nullptr, 0, out));
+}
+
+TEST(XBase64, EncodeIntoCallerBuffer) {
+  xbase64_init_decode_table();
+  EXPECT_EQ(1u, xbase64_calc_encode_buf_size(0));
+  EXPECT_EQ(5u, xbase64_calc_encode_buf_size(1));
+  EXPECT_EQ(5u, xbase64_calc_encode_buf_size(3));
+  EXPECT_EQ(9u, xbase64_calc_encode_buf_size(4));
+  char buf[16];
+  memset(buf, 'x', sizeof buf);
+  const unsigned char foob[] = {'f', 'o', 'o', 'b'};
+  EXPECT_EQ(8, xbase64_encode(foob, 4, buf, 9));
+  EXPECT_STREQ("Zm9vYg==", buf);
+  memset(buf, 'x', sizeof buf);
+  EXPECT_EQ(-1, xbase64_encode(foob, 4, buf, 8));  // no room for the terminator
+  EXPECT_EQ('x', buf[0]);
+  EXPECT_EQ(0, xbase64_encode(foob, 0, buf, 1));
+  EXPECT_EQ('\0', buf[0]);
+  EXPECT_EQ(-1, xbase64_encode(foob, 4, nullptr, 9));
+}
+
+TEST(XBase64, DecodeIntoCallerBuffer) {
+  unsigned char out[8];
+  memset(out, 0, sizeof out);
+  EXPECT_EQ(6, xbase64_decode("Zm9vYmFy", 8, out, 6));
+  EXPECT_EQ(0, memcmp(out, "foobar", 6));
+  EXPECT_EQ(-1, xbase64_decode("Zm9vYmFy", 8, out, 5));
+  // The length bounds the text: only "Zm9v" is looked at.
+  EXPECT_EQ(3, xbase64_decode("Zm9vYmFy", 4, out, 8));
+  EXPECT_EQ(0, memcmp(out, "foo", 3));
+  EXPECT_EQ(2, xbase64_decode(" TWE=xyz", 8, out, 8));
+  EXPECT_EQ(0, memcmp(out, "Ma", 2));
+  EXPECT_EQ(-1, xbase64_decode(nullptr, 4, out, 8));
+  EXPECT_EQ(0, xbase64_decode("", 0, nullptr, 0));
+}
+
+TEST(XBase64, AgreesWithTheStringCodec) {
+  std::mt19937 rng(7);
+  for (unsigned int len = 0; len < 100; ++len) {
+    std::string bytes(len, '\0');
+    for (auto& c : bytes) c = static_cast<char>(rng());
+    CCmString text;
+    CM_Base64Encode(reinterpret_cast<const unsigned char*>(bytes.data()), len, text);
+    std::string buf(xbase64_calc_encode_buf_size(len), '\0');
+    int n = xbase64_encode(reinterpret_cast<const unsigned char*>(bytes.data()), len, &buf[0],
+                           static_cast<unsigned int>(buf.size()));
+    ASSERT_EQ(static_cast<int>(text.size()), n);
+    EXPECT_EQ(text, std::string(buf.data(), n));
+    std::string back(len, '\0');
+    EXPECT_EQ(static_cast<int>(len), xbase64_decode(text.c_str(), static_cast<unsigned int>(text.size()),
+                                                    reinterpret_cast<unsigned char*>(&back[0]), len));
+    EXPECT_EQ(bytes, back);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "cmutil/buffer/CmCrc16.h"
+#include "cmutil/buffer/CmMessageBlock.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+/// Bit by bit, straight from the polynomial, as a reference.
+unsigned short BitwiseCrc(unsigned short crc, const unsigned char* p, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    crc ^= p[i];
+    for (int b = 0; b < 8; ++b) crc = (crc & 1) ? static_cast<unsigned short>((crc >> 1) ^ 0xA001) : crc >> 1;
+  }
+  return crc;
+}
+
+TEST(Crc16, CheckValue) {
+  unsigned char data[] = "123456789";
+  unsigned short crc = 0;
+  EXPECT_EQ(0xBB3D, CalcCRC16(crc, data, 9));
+  EXPECT_EQ(0xBB3D, crc);
+}
+
+TEST(Crc16, TablesHoldLowAndHighBytes) {
+  unsigned char one = 0;
+  unsigned short crc = 0;
+  CalcCRC16(crc, &one, 1);  // makes sure the tables exist
+  EXPECT_EQ(0x00, CRC16_H_TABLE[0]);
+  EXPECT_EQ(0x00, CRC16_L_TABLE[0]);
+  // Table value of index 1 is 0xC0C1, of index 0x80 is 0xA001.
+  EXPECT_EQ(0xC1, CRC16_H_TABLE[1]);
+  EXPECT_EQ(0xC0, CRC16_L_TABLE[1]);
+  EXPECT_EQ(0x01, CRC16_H_TABLE[0x80]);
+  EXPECT_EQ(0xA0, CRC16_L_TABLE[0x80]);
+  GenerateCRCTable();  // idempotent
+  EXPECT_EQ(0xC1, CRC16_H_TABLE[1]);
+}
+
+TEST(Crc16, RunningValueAcrossPiecesAndAllLengths) {
+  std::mt19937 rng(99);
+  std::vector<unsigned char> data(3000);
+  for (auto& b : data) b = static_cast<unsigned char>(rng());
+  for (size_t len : {0, 1, 2, 7, 8, 9, 15, 16, 17, 63, 64, 65, 1500, 3000}) {
+    for (unsigned short start : {0, 0xFFFF, 0x1234}) {
+      unsigned short crc = start;
+      CalcCRC16(crc, data.data(), static_cast<unsigned int>(len));
+      EXPECT_EQ(BitwiseCrc(start, data.data(), len), crc) << len;
+    }
+  }
+  unsigned short whole = 0, pieces = 0;
+  CalcCRC16(whole, data.data(), 3000);
+  size_t pos = 0;
+  for (size_t step : {1, 3, 8, 13, 64, 911, 2000}) {
+    size_t n = std::min(step, data.size() - pos);
+    CalcCRC16(pieces, data.data() + pos, static_cast<unsigned int>(n));
+    pos += n;
+  }
+  ASSERT_EQ(3000u, pos);
+  EXPECT_EQ(whole, pieces);
+}
+
+TEST(Crc16, NullDataReturnsZeroAndKeepsTheRunningValue) {
+  CmTraceCapture cap;
+  unsigned short crc = 0x5555;
+  EXPECT_EQ(0, CalcCRC16(crc, nullptr, 4));
+  EXPECT_EQ(0x5555, crc);
+  EXPECT_TRUE(cap.contains(0, "CmUtilMisc.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: pData"));
+}
+
+TEST(Crc16, ChainCoversTheFirstBytesAcrossBlocks) {
+  char a[3] = {'1', '2', '3'};
+  char b[5] = {'4', '5', '6', '7', '8'};
+  CCmMessageBlock first(3, a, 0, 3);
+  CCmMessageBlock second(5, b, 0, 5);
+  first.Append(&second);
+  unsigned char expect[4] = {'1', '2', '3', '4'};
+  unsigned short ref = 0;
+  CalcCRC16(ref, expect, 4);
+  unsigned short crc = 0;
+  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 4));
+  EXPECT_EQ(ref, crc);
+  // Nothing moved.
+  EXPECT_EQ(8u, first.GetChainedLength());
+
+  unsigned char all[] = "12345678";
+  ref = 0;
+  CalcCRC16(ref, all, 8);
+  crc = 0;
+  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 100));  // more than the chain: all of it
+  crc = 0;
+  EXPECT_EQ(0, CalcCRC16_m(crc, first, 0));
+
+  // Starts at the read pointers, not at the storage.
+  first.AdvanceChainedReadPtr(2);
+  ref = 0;
+  CalcCRC16(ref, all + 2, 6);
+  crc = 0;
+  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 6));
+}
+
+TEST(Crc16, ChainStopsAtABlockThatHoldsTheRest) {
+  char a[4] = {'a', 'b', 'c', 'd'};
+  char b[4] = {'e', 'f', 'g', 'h'};
+  CCmMessageBlock empty;  // no storage at all
+  CCmMessageBlock first(4, a, 0, 4);
+  CCmMessageBlock second(4, b, 0, 4);
+  empty.Append(&first);
+  first.Append(&second);
+  unsigned char ref_bytes[] = "abcd";
+  unsigned short ref = 0;
+  CalcCRC16(ref, ref_bytes, 4);
+  unsigned short crc = 0;
+  EXPECT_EQ(ref, CalcCRC16_m(crc, empty, 4));
+}
+
+TEST(Crc16, ChainBlockLengthCountsModulo65536) {
+  std::vector<char> big(65536 + 10, 'z');
+  CCmMessageBlock block(static_cast<unsigned int>(big.size()), big.data(), 0, static_cast<unsigned int>(big.size()));
+  // 65546 readable bytes count as 10: the walk takes 10 bytes and then, the block not
+  // holding the rest, goes on to the end of the chain.
+  unsigned short crc = 0;
+  CalcCRC16_m(crc, block, 100);
+  unsigned short ref = 0;
+  CalcCRC16(ref, reinterpret_cast<unsigned char*>(big.data()), 10);
+  EXPECT_EQ(ref, crc);
+}
+
+}  // namespace

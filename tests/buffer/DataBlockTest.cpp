@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "cmutil/buffer/CmDataBlock.h"
+#include "cmutil/buffer/CmDataBlockNoMalloc.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+TEST(DataBlock, CreateInstanceCopiesAndCountsOne) {
+  CCmDataBlock* db = nullptr;
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstance(db, 5, "hello"));
+  ASSERT_NE(nullptr, db);
+  EXPECT_EQ(1u, db->GetReference());
+  EXPECT_EQ(5u, db->GetLength());
+  EXPECT_EQ(0u, db->GetAlignOffset());
+  EXPECT_FALSE(db->IsReleaseWithFree());
+  EXPECT_EQ(0, memcmp(db->GetBasePtr(), "hello", 5));
+  // The payload lives in the same allocation, right after the header.
+  EXPECT_GT(reinterpret_cast<uintptr_t>(db->GetBasePtr()), reinterpret_cast<uintptr_t>(db));
+  EXPECT_LE(reinterpret_cast<uintptr_t>(db->GetBasePtr()), reinterpret_cast<uintptr_t>(db) + 64);
+  EXPECT_EQ(0u, db->ReleaseReference());  // freed: ASan reports a leak or double free otherwise
+}
+
+TEST(DataBlock, ZeroSizeIsRefusedAndLeavesTheOutArgument) {
+  CmTraceCapture cap;
+  CCmDataBlock* sentinel = reinterpret_cast<CCmDataBlock*>(uintptr_t(0x1234));
+  CCmDataBlock* db = sentinel;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstance(db, 0, nullptr));
+  EXPECT_EQ(sentinel, db);
+  EXPECT_TRUE(cap.contains(0, "CmDataBlock.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: aSize > 0"));
+}
+
+TEST(DataBlock, AlignedPayload) {
+  CCmDataBlock* db = nullptr;
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 64));
+  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 64);
+  EXPECT_GE(db->GetLength(), 101u);
+  EXPECT_LE(db->GetLength(), 164u);
+  EXPECT_EQ(164u - db->GetAlignOffset(), db->GetLength());
+  memset(db->GetBasePtr(), 0xab, db->GetLength());  // every counted byte is usable
+  db->ReleaseReference();
+
+  // Not a power of two: still the first multiple at or after the header's end.
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 10, "0123456789", 100));
+  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 100);
+  EXPECT_LT(db->GetAlignOffset(), 100u);
+  EXPECT_EQ(110u - db->GetAlignOffset(), db->GetLength());
+  EXPECT_EQ(0, memcmp(db->GetBasePtr(), "0123456789", 10));
+  db->ReleaseReference();
+
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 1, nullptr, 2048));
+  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 2048);
+  db->ReleaseReference();
+
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 7, nullptr, 1));
+  EXPECT_EQ(0u, db->GetAlignOffset());
+  EXPECT_EQ(8u, db->GetLength());
+  db->ReleaseReference();
+}
+
+TEST(DataBlock, AlignedCreationRefusesBadArguments) {
+  CmTraceCapture cap;
+  CCmDataBlock* db = nullptr;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 2049));
+  EXPECT_TRUE(cap.contains("Assert failed: alignByte <= 2048"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 0));
+  EXPECT_TRUE(cap.contains("Assert failed: alignByte > 0"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstanceWithAlignByte(db, 0, nullptr, 16));
+  EXPECT_TRUE(cap.contains("Assert failed: aSize > 0"));
+  EXPECT_EQ(nullptr, db);
+}
+
+TEST(DataBlock, SharedBlockIsFreedOnceByTheLastRelease) {
+  CCmDataBlock* db = nullptr;
+  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstance(db, 16, nullptr));
+  EXPECT_EQ(2u, db->AddReference());
+  EXPECT_EQ(3u, db->AddReference());
+  EXPECT_EQ(2u, db->ReleaseReference());
+  EXPECT_EQ(1u, db->ReleaseReference());
+  db->GetBasePtr()[15] = 1;  // still alive
+  EXPECT_EQ(0u, db->ReleaseReference());
+}
+
+TEST(DataBlock, HeaderOverCallerStorageReleasedWithFree) {
+  const unsigned int payload = 32;
+  void* storage = malloc(sizeof(CCmDataBlock) + payload);
+  ASSERT_NE(nullptr, storage);
+  char* data = static_cast<char*>(storage) + sizeof(CCmDataBlock);
+  CCmDataBlock* db = new (storage) CCmDataBlock(payload, data, 0);
+  EXPECT_EQ(0u, db->GetReference());
+  EXPECT_EQ(payload, db->GetLength());
+  EXPECT_EQ(data, db->GetBasePtr());
+  db->SetReleaseWithFree(true);
+  db->AddReference();
+  EXPECT_EQ(0u, db->ReleaseReference());  // ASan reports an alloc/dealloc mismatch if not free()
+}
+
+TEST(DataBlockNoMalloc, ReadIsBoundedByTheEndNotByWrites) {
+  char buf[10];
+  memcpy(buf, "abcdefghij", 10);
+  CCmDataBlockNoMalloc cursor(buf, 10);
+  char out[16] = {};
+  unsigned int n = 99;
+  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, cursor.Read(out, 16, &n));
+  EXPECT_EQ(10u, n);
+  EXPECT_EQ(0, memcmp(out, "abcdefghij", 10));
+  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, cursor.Read(out, 16, &n));
+  EXPECT_EQ(0u, n);
+  EXPECT_EQ(CM_OK, cursor.Read(out, 0, &n));
+}
+
+TEST(DataBlockNoMalloc, WriteThenReadAndIndependentCursors) {
+  char buf[8] = {};
+  CCmDataBlockNoMalloc cursor(buf, 8);
+  unsigned int n = 0;
+  EXPECT_EQ(CM_OK, cursor.Write("abc", 3, &n));
+  EXPECT_EQ(3u, n);
+  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, cursor.Write("defghijk", 8, &n));
+  EXPECT_EQ(5u, n);
+  EXPECT_EQ(0, memcmp(buf, "abcdefgh", 8));
+  char out[4] = {};
+  EXPECT_EQ(CM_OK, cursor.Read(out, 4));
+  EXPECT_EQ(0, memcmp(out, "abcd", 4));
+  EXPECT_EQ(buf + 4, cursor.GetCurrentRead());
+  EXPECT_EQ(buf + 8, cursor.GetCurrentWrite());
+}
+
+TEST(DataBlockNoMalloc, BadArguments) {
+  CmTraceCapture cap;
+  char buf[4] = {};
+  CCmDataBlockNoMalloc cursor(buf, 4);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Read(nullptr, 1));
+  EXPECT_TRUE(cap.contains("CmUtilClasses.cpp:"));
+  EXPECT_TRUE(cap.contains("Assert failed: aDst"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Write(nullptr, 1));
+  EXPECT_TRUE(cap.contains("Assert failed: aSrc"));
+
+  CCmDataBlockNoMalloc empty(nullptr, 0);
+  char out[1];
+  EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, empty.Read(out, 1));
+  EXPECT_TRUE(cap.contains("Assert failed: m_pCurrentRead"));
+  EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, empty.Write("x", 1));
+  EXPECT_TRUE(cap.contains("Assert failed: m_pCurrentWrite"));
+}
+
+}  // namespace
