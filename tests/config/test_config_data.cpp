@@ -1,0 +1,125 @@
+// ConfigData: text-backed conversions, the int struct and equality.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "cmutil/config/ConfigData.h"
+
+TEST(ConfigData, ConstructorsStoreText) {
+  EXPECT_EQ("1", ConfigData(true).ToString());
+  EXPECT_EQ("0", ConfigData(false).ToString());
+  EXPECT_EQ("-12", ConfigData(-12).ToString());
+  EXPECT_EQ("4000000000", ConfigData(4000000000u).ToString());
+  EXPECT_EQ("18446744073709551615", ConfigData(18446744073709551615ull).ToString());
+  EXPECT_EQ("-9000000000", ConfigData(-9000000000ll).ToString());
+  EXPECT_EQ("7", ConfigData(7l).ToString());
+  EXPECT_EQ("8", ConfigData(8ul).ToString());
+  EXPECT_EQ("1.500000", ConfigData(1.5).ToString());
+  EXPECT_EQ("0.250000", ConfigData(0.25f).ToString());
+  EXPECT_EQ("abc", ConfigData("abc").ToString());
+  EXPECT_EQ("abc", ConfigData(std::string("abc")).ToString());
+  char buf[] = "xyz";
+  EXPECT_STREQ("xyz", ConfigData(buf).ToCstr());
+}
+
+TEST(ConfigData, ReadersConvertFromText) {
+  ConfigData d(2.5);
+  EXPECT_EQ("2.500000", d.ToString());
+  EXPECT_EQ(2, d.ToInt());
+  EXPECT_DOUBLE_EQ(2.5, d.ToDouble());
+  EXPECT_FLOAT_EQ(2.5f, d.ToFloat());
+  EXPECT_TRUE(ConfigData(true).ToBool());
+  EXPECT_FALSE(ConfigData("true").ToBool());  // atoi of "true" is 0
+  ConfigData big("5000000000");
+  EXPECT_EQ(5000000000ll, big.ToLonglong());
+  EXPECT_EQ(static_cast<unsigned int>(5000000000ll), big.ToUint32());
+  EXPECT_EQ(5000000000ul, big.ToDWORD());
+  EXPECT_EQ(5000000000ull, big.ToUint64());
+  EXPECT_EQ(5000000000l, big.ToLong());
+  int asInt = ConfigData("41");
+  double asDouble = ConfigData("0.5");
+  std::string asText = ConfigData(3);
+  EXPECT_EQ(41, asInt);
+  EXPECT_DOUBLE_EQ(0.5, asDouble);
+  EXPECT_EQ("3", asText);
+}
+
+TEST(ConfigData, OnlyTheUnsigned64ConversionThrows) {
+  ConfigData text("abc");
+  EXPECT_EQ(0, text.ToInt());
+  EXPECT_EQ(0ll, text.ToLonglong());
+  EXPECT_THROW(text.ToUint64(), std::invalid_argument);
+  EXPECT_THROW(static_cast<unsigned long long>(text), std::invalid_argument);
+  EXPECT_THROW(ConfigData("99999999999999999999999").ToUint64(), std::out_of_range);
+}
+
+TEST(ConfigData, ValidityAndDefaults) {
+  ConfigData none;
+  EXPECT_FALSE(none.IsValid());
+  EXPECT_EQ(7, none.ToIntOrDefault(7));
+  EXPECT_EQ(0, ConfigData("").ToIntOrDefault(7));  // text, hence valid
+  EXPECT_FALSE(ConfigData(static_cast<const char*>(nullptr)).IsValid());
+  ConfigData v("12");
+  EXPECT_TRUE(v.IsValid());
+  v.SetInvalid();
+  EXPECT_FALSE(v.IsValid());
+  EXPECT_STREQ("", v.ToCstr());
+  EXPECT_EQ(3, v.ToIntOrDefault(3));
+  v.setStrValue("9");
+  EXPECT_EQ(9, v.ToIntOrDefault(3));
+}
+
+TEST(ConfigData, IntStruct) {
+  ConfigData v;
+  uint16_t two = 0xBEEF;
+  v.SetStructValue(&two, sizeof two);
+  EXPECT_TRUE(v.IsIntStruct());
+  EXPECT_TRUE(v.IsValid());
+  EXPECT_EQ(0xBEEFu, v.structToUint64());
+  EXPECT_EQ("48879", v.ToString());
+  EXPECT_EQ(48879, v.ToInt());
+  EXPECT_EQ(48879ull, v.ToUint64());
+  EXPECT_TRUE(v.ToBool());
+  EXPECT_EQ(0.0, v.ToDouble());  // doubles always come from the (empty) text
+  uint64_t eight = 0x1122334455667788ull;
+  ConfigData w;
+  w.SetStructValue(&eight, 8);
+  EXPECT_EQ(eight, w.ToUint64());
+  uint8_t three[3] = {1, 2, 3};
+  ConfigData odd;
+  odd.SetStructValue(three, 3);
+  EXPECT_FALSE(odd.IsIntStruct());
+  EXPECT_TRUE(odd.IsValid());
+  EXPECT_EQ(0u, odd.structToUint64());
+  // Copies duplicate the buffer; setting a text drops it.
+  ConfigData copy(v);
+  EXPECT_EQ(48879u, copy.structToUint64());
+  ConfigData assigned;
+  assigned = w;
+  EXPECT_EQ(eight, assigned.structToUint64());
+  assigned.setStrValue("5");
+  EXPECT_FALSE(assigned.IsIntStruct());
+  EXPECT_EQ(5, assigned.ToInt());
+}
+
+TEST(ConfigData, Equality) {
+  EXPECT_TRUE(ConfigData() == ConfigData());
+  EXPECT_TRUE(ConfigData("a") == ConfigData("a"));
+  EXPECT_TRUE(ConfigData("a") != ConfigData("b"));
+  EXPECT_TRUE(ConfigData(1) == ConfigData("1"));
+  uint32_t x = 5, y = 5, z = 6;
+  ConfigData sx, sy, sz;
+  sx.SetStructValue(&x, 4);
+  sy.SetStructValue(&y, 4);
+  sz.SetStructValue(&z, 4);
+  EXPECT_TRUE(sx == sy);
+  EXPECT_TRUE(sx != sz);
+  EXPECT_TRUE(sx != ConfigData());     // one buffer, one without
+  EXPECT_TRUE(sx != ConfigData("5"));  // struct against text
+  EXPECT_TRUE(ConfigData("") != ConfigData());
+  char dst[4] = {0};
+  ConfigData::SafeCopy(dst, "abc", 3);
+  EXPECT_STREQ("abc", dst);
+}

@@ -1,0 +1,210 @@
+// CKelDebugFileConfig: read permission, the JSON file, typed lookups and stores.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ConfigTestUtil.h"
+#include "cmutil/config/KelDebugFileConfig.h"
+#include "common/CmTraceCapture.h"
+#include "config/CmConfigInternal.h"
+
+namespace {
+
+class FixedPathProvider : public IConfigPathProvider {
+ public:
+  FixedPathProvider(std::string path, int rv = 0) : m_path(std::move(path)), m_rv(rv) {}
+  int GetConfigBasePath(std::string& path) override {
+    if (m_rv == 0) path = m_path;
+    return m_rv;
+  }
+
+ private:
+  std::string m_path;
+  int m_rv;
+};
+
+const char* const kNoPermission = "[CKelDebugFileConfig::ReadAndSetDebugConfigs] Error: No read permission set.";
+const char* const kReadFailed = "[CKelDebugFileConfig::ReadAndSetDebugConfigs] Error: Failed to read the config file.";
+const char* const kPathFailed =
+    "[CKelDebugFileConfig::ReadAndSetDebugConfigs] Error: Failed to get the config file path.";
+
+}  // namespace
+
+TEST(KelDebugFileConfig, ReadingNeedsPermission) {
+  CmTempDir dir;
+  dir.write("config.json", "{\"level\": 3}");
+  CKelDebugFileConfig config;
+  FixedPathProvider provider(dir.path());
+  CmTraceCapture cap;
+  EXPECT_FALSE(config.GetReadPermission());
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&provider));
+  EXPECT_TRUE(cap.contains(0, kNoPermission));
+  int level = 0;
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("level", level));
+
+  EXPECT_EQ(CM_OK, config.SetReadPermission(true));
+  EXPECT_TRUE(config.GetReadPermission());
+  EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+  EXPECT_EQ(CM_OK, config.GetValueInt("level", level));
+  EXPECT_EQ(3, level);
+}
+
+TEST(KelDebugFileConfig, ReadFailuresAndProviderErrors) {
+  CmTempDir dir;
+  CKelDebugFileConfig config;
+  config.SetReadPermission(true);
+  CmTraceCapture cap;
+  FixedPathProvider missing(dir.path());
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&missing));
+  EXPECT_TRUE(cap.contains(0, kReadFailed));
+  cap.clear();
+  dir.write("config.json", "");
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&missing));  // empty file
+  EXPECT_TRUE(cap.contains(0, kReadFailed));
+  cap.clear();
+  FixedPathProvider broken("", 1234);
+  EXPECT_EQ(1234, config.ReadAndSetDebugConfigs(&broken));  // returned as it is
+  EXPECT_TRUE(cap.contains(0, kPathFailed));
+  std::string text = "unchanged";
+  EXPECT_FALSE(config.ReadConfigFile(dir.file("nope.json"), text));
+  EXPECT_EQ("unchanged", text);
+}
+
+TEST(KelDebugFileConfig, FileMergesIntoTheStore) {
+  CmTempDir dir;
+  CKelDebugFileConfig config;
+  config.SetReadPermission(true);
+  FixedPathProvider provider(dir.path());
+  dir.write("config.json", "{\"i\": 5, \"d\": 2.5, \"b\": true, \"s\": \"on\", \"u\": 3000000000}");
+  ASSERT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+  EXPECT_EQ(CM_OK, config.SetValueInt("runtime", 9));
+  // A second file without "runtime" keeps it; named keys are replaced.
+  dir.write("config.json", "{\"i\": 6}");
+  ASSERT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+  int i = 0, runtime = 0;
+  double d = 0;
+  bool b = false;
+  std::string s;
+  EXPECT_EQ(CM_OK, config.GetValueInt("i", i));
+  EXPECT_EQ(6, i);
+  EXPECT_EQ(CM_OK, config.GetValueInt("runtime", runtime));
+  EXPECT_EQ(9, runtime);
+  EXPECT_EQ(CM_OK, config.GetValueDouble("d", d));
+  EXPECT_DOUBLE_EQ(2.5, d);
+  EXPECT_EQ(CM_OK, config.GetValueBool("b", b));
+  EXPECT_TRUE(b);
+  EXPECT_EQ(CM_OK, config.GetValueString("s", s));
+  EXPECT_EQ("on", s);
+  int u = 7;
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("u", u));  // an unsigned is not an int
+  EXPECT_EQ(7, u);
+  double whole = -1;
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("i", whole));  // a whole number is an int
+  EXPECT_EQ(-1, whole);
+}
+
+TEST(KelDebugFileConfig, NonObjectTextStoresNothing) {
+  CmTempDir dir;
+  CKelDebugFileConfig config;
+  config.SetReadPermission(true);
+  config.SetValueInt("keep", 1);
+  FixedPathProvider provider(dir.path());
+  dir.write("config.json", "[{\"keep\": 2}]");
+  EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+  dir.write("config.json", "{\"keep\": 2");
+  EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+  EXPECT_EQ(CM_OK, config.ParseConfigJSON("not json"));
+  int keep = 0;
+  EXPECT_EQ(CM_OK, config.GetValueInt("keep", keep));
+  EXPECT_EQ(1, keep);
+}
+
+TEST(KelDebugFileConfig, SettersReplaceAnyKindAndTrace) {
+  CKelDebugFileConfig config;
+  CmTraceCapture cap;
+  EXPECT_EQ(CM_OK, config.SetValueInt("k", 4));
+  EXPECT_TRUE(cap.contains(2, "[UTIL] KelDebugConfig added new key=k, value=4"));
+  EXPECT_EQ(CM_OK, config.SetValueString("k", "text"));
+  EXPECT_TRUE(cap.contains(2, "[UTIL] KelDebugConfig updated key=k, value=text"));
+  int i = 0;
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("k", i));
+  std::string s;
+  EXPECT_EQ(CM_OK, config.GetValueString("k", s));
+  EXPECT_EQ("text", s);
+  EXPECT_EQ(CM_OK, config.SetValueBool("flag", true));
+  EXPECT_TRUE(cap.contains(2, "KelDebugConfig added new key=flag, value=true"));
+  EXPECT_EQ(CM_OK, config.SetValueDouble("ratio", 0.5));
+  double d = 0;
+  EXPECT_EQ(CM_OK, config.GetValueDouble("ratio", d));
+  EXPECT_DOUBLE_EQ(0.5, d);
+  EXPECT_EQ(CM_OK, config.CleanDebugConfigs());
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueString("k", s));
+  // Below mask 2 the store is silent.
+  CmTraceCapture quiet(1);
+  config.SetValueInt("silent", 1);
+  EXPECT_FALSE(quiet.contains("silent"));
+}
+
+TEST(KelDebugFileConfig, MissingRecordIsReportedByEveryOperation) {
+  CKelDebugFileConfig config;
+  cm_debug_config_drop_impl_for_test(config);
+  CmTraceCapture cap;
+  int i = 0;
+  double d = 0;
+  bool b = false;
+  std::string s;
+  FixedPathProvider provider("/tmp");
+  EXPECT_EQ(CM_ERROR_FAILURE, config.SetReadPermission(true));
+  EXPECT_FALSE(config.GetReadPermission());
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&provider));
+  EXPECT_FALSE(config.ReadConfigFile("/tmp/x", s));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ParseConfigJSON("{}"));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("k", i));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("k", d));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueBool("k", b));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueString("k", s));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueInt("k", 1));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueDouble("k", 1));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueBool("k", true));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueString("k", "v"));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.CleanDebugConfigs());
+  for (const char* op : {"SetReadPermission", "GetReadPermission", "ReadAndSetDebugConfigs", "ReadConfigFile",
+                         "ParseConfigJSON", "GetValueInt", "GetValueDouble", "GetValueBool", "GetValueString",
+                         "SetValueInt", "SetValueDouble", "SetValueBool", "SetValueString", "CleanDebugConfigs"}) {
+    EXPECT_EQ(1u, cap.count(std::string("[UTIL] [CKelDebugFileConfig::") + op + "] pImpl is null!")) << op;
+  }
+}
+
+TEST(KelDebugFileConfig, DefaultProviderUsesTheConfigFolder) {
+  CmTempDir dir;
+  std::string path;
+  {
+    CmScopedEnv xdg("XDG_CONFIG_HOME", dir.path().c_str());
+    EXPECT_EQ(CM_OK, GetConfigBasePath(path));
+    EXPECT_EQ(dir.path() + "/Kalda Brenn", path);
+  }
+  {
+    CmScopedEnv xdg("XDG_CONFIG_HOME", "relative/ignored");
+    CmScopedEnv home("HOME", dir.path().c_str());
+    DefaultConfigPathProvider provider;
+    EXPECT_EQ(CM_OK, provider.GetConfigBasePath(path));
+    EXPECT_EQ(dir.path() + "/.config/Kalda Brenn", path);
+    // The whole chain through the process-wide store.
+    dir.write(".config/Kalda Brenn/config.json", "{\"kel_trace_topprocess\": 1}");
+    CKelDebugFileConfig& config = CKelDebugFileConfig::instance();
+    config.SetReadPermission(true);
+    EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
+    int top = 0;
+    EXPECT_EQ(CM_OK, config.GetValueInt("kel_trace_topprocess", top));
+    EXPECT_EQ(1, top);
+    config.CleanDebugConfigs();
+    config.SetReadPermission(false);
+  }
+  {
+    CmScopedEnv xdg("XDG_CONFIG_HOME", nullptr);
+    CmScopedEnv home("HOME", nullptr);
+    path = "unchanged";
+    EXPECT_EQ(CM_ERROR_FAILURE, GetConfigBasePath(path));
+    EXPECT_EQ("unchanged", path);
+  }
+}

@@ -1,0 +1,321 @@
+// INI scanner, the free parameter lookups and CCmConfigInitFile.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "ConfigTestUtil.h"
+#include "cmutil/config/CmConfigIO.h"
+#include "cmutil/config/CmConfigInitFile.h"
+#include "common/CmTraceCapture.h"
+#include "trace/CmTraceInternal.h"
+
+namespace {
+
+// Scans `content` with read_init_file; returns the value or "<none>".
+std::string scan(const std::string& content, const char* section, const char* key) {
+  FILE* f = tmpfile();
+  fwrite(content.data(), 1, content.size(), f);
+  rewind(f);
+  char out[256] = {0};
+  bool found = read_init_file(f, section, key, out, sizeof out - 1);
+  fclose(f);
+  return found ? std::string(out) : std::string("<none>");
+}
+
+// Points the free lookups at <tmp>/conf/nimra.cfg through the HOME variable and restores
+// the process-wide settings afterwards.
+class IniParamTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_home = std::make_unique<CmScopedEnv>("CMUTIL_TEST_HOME", m_dir.path().c_str());
+    set_nimra_home_env("CMUTIL_TEST_HOME");
+    set_nimra_config_file_name("nimra.cfg");
+    enable_config_io_feature(true);
+  }
+  void TearDown() override {
+    enable_config_io_feature(false);
+    set_nimra_home_env("HOME");
+    set_nimra_config_file_name("nimra.cfg");
+  }
+  void writeConfig(const std::string& content) { m_dir.write("conf/nimra.cfg", content); }
+  std::string param(const char* section, const char* key) {
+    char out[256] = {0};
+    return get_string_param(section, key, out, sizeof out - 1) ? std::string(out) : std::string("<none>");
+  }
+
+  CmTempDir m_dir;
+  std::unique_ptr<CmScopedEnv> m_home;
+};
+
+}  // namespace
+
+TEST(CmTrimString, TrimsBlanksInPlace) {
+  char text[] = " \t key value \r\n";
+  char* t = cm_trim_string(text);
+  EXPECT_STREQ("key value", t);
+  EXPECT_GE(t, text);
+  char blank[] = " \t\r\n";
+  EXPECT_STREQ("", cm_trim_string(blank));
+  char comment[] = "   # note";
+  EXPECT_TRUE(cm_is_comment_line(comment));
+  char notComment[] = "  a=#b";
+  EXPECT_FALSE(cm_is_comment_line(notComment));
+  char empty[] = "";
+  EXPECT_FALSE(cm_is_comment_line(empty));
+}
+
+TEST(ReadInitFile, SectionAndKeyMatchIgnoringCase) {
+  const std::string ini = "[Video]\nWidth = 640\n[Audio]\n  RATE=48000  \nName = Mixed Case \n";
+  EXPECT_EQ("640", scan(ini, "video", "WIDTH"));
+  EXPECT_EQ("48000", scan(ini, "AUDIO", "rate"));
+  EXPECT_EQ("Mixed Case", scan(ini, "Audio", "name"));  // values keep their case
+  EXPECT_EQ("<none>", scan(ini, "Video", "rate"));      // the next header ends the section
+  EXPECT_EQ("<none>", scan(ini, "Missing", "Width"));
+}
+
+TEST(ReadInitFile, KeysBeforeTheFirstHeaderNeedANullSection) {
+  const std::string ini = "top = 1\n[S]\ntop = 2\n";
+  EXPECT_EQ("1", scan(ini, nullptr, "top"));
+  EXPECT_EQ("2", scan(ini, "S", "top"));
+  EXPECT_EQ("<none>", scan("[S]\nlater = 3\n", nullptr, "later"));
+}
+
+TEST(ReadInitFile, OnlyTheFirstSectionOfANameIsSearched) {
+  const std::string ini = "[A]\nx = 1\n[B]\ny = 2\n[A]\nz = 3\n";
+  EXPECT_EQ("1", scan(ini, "A", "x"));
+  EXPECT_EQ("<none>", scan(ini, "A", "z"));
+}
+
+TEST(ReadInitFile, ABracketedValueCountsAsAHeader) {
+  // key=[a] has both brackets, so it is a header and ends the section.
+  const std::string ini = "[S]\nlist=[a]\nafter = 1\n";
+  EXPECT_EQ("<none>", scan(ini, "S", "list"));
+  EXPECT_EQ("<none>", scan(ini, "S", "after"));
+  EXPECT_EQ("1", scan(ini, "a", "after"));  // the name of that "header" is "a"
+}
+
+TEST(ReadInitFile, CommentsQuotesAndEquals) {
+  const std::string ini =
+      "[S]\n# key = commented\nkey = first\nq1 = \"  spaced  \"\nq2 = 'single'\nmixed = 'a\"\n"
+      "expr = a=b=c\nlonely = '\nnoeq line\n";
+  EXPECT_EQ("first", scan(ini, "S", "key"));
+  EXPECT_EQ("spaced", scan(ini, "S", "q1"));  // quotes dropped, then trimmed again
+  EXPECT_EQ("single", scan(ini, "S", "q2"));
+  EXPECT_EQ("'a\"", scan(ini, "S", "mixed"));  // different quotes stay
+  EXPECT_EQ("a=b=c", scan(ini, "S", "expr"));  // the value keeps later '='
+  EXPECT_EQ("", scan(ini, "S", "lonely"));     // a single quote character gives empty text
+}
+
+TEST(ReadInitFile, BoundedCopyAndLongLines) {
+  FILE* f = tmpfile();
+  fputs("[S]\nk = 0123456789\n", f);
+  rewind(f);
+  char out[8];
+  memset(out, 'X', sizeof out);
+  ASSERT_TRUE(read_init_file(f, "S", "k", out, 4));
+  EXPECT_EQ(0, memcmp(out, "0123XXXX", 8));  // exactly `size` bytes, not terminated
+  fclose(f);
+
+  // A 3000-byte line is read in pieces; the tail piece with "=" is a line of its own.
+  std::string longLine(2047, 'a');
+  std::string ini = "[S]\n" + longLine + "tail=ok\nk=v\n";
+  EXPECT_EQ("ok", scan(ini, "S", "tail"));
+  EXPECT_EQ("v", scan(ini, "S", "k"));
+  EXPECT_FALSE(read_init_file(nullptr, "S", "k", out, 4));
+}
+
+TEST(GetStringFromProfile, DefaultsAndLength) {
+  CmTempDir dir;
+  std::string path = dir.write("a.cfg", "[S]\nk = value\n");
+  char out[16];
+  EXPECT_EQ(5u, get_string_from_profile("S", "k", "def", out, sizeof out, path.c_str()));
+  EXPECT_STREQ("value", out);
+  EXPECT_EQ(3u, get_string_from_profile("S", "missing", "default", out, 4, path.c_str()));
+  EXPECT_STREQ("def", out);  // at most size - 1 bytes of the default
+  EXPECT_EQ(7u, get_string_from_profile("S", "k", "default", out, sizeof out, dir.file("none.cfg").c_str()));
+  EXPECT_STREQ("default", out);
+
+  std::string ints = dir.write("i.cfg", "[N]\na = 42\nb = x1\n");
+  EXPECT_EQ(42, get_int_from_profile("N", "a", 7, ints.c_str()));
+  EXPECT_EQ(7, get_int_from_profile("N", "b", 7, ints.c_str()));
+  EXPECT_EQ(7, get_int_from_profile("N", "c", 7, ints.c_str()));
+  EXPECT_EQ(9, get_int_from_profile("N", "a", 9, dir.file("none.cfg").c_str()));
+}
+
+TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
+  writeConfig("[Trace]\nflag = TRUE\nn = 5\n");
+  enable_config_io_feature(false);
+  char out[64] = {0};
+  EXPECT_FALSE(get_string_param("Trace", "n", out, sizeof out));
+  EXPECT_FALSE(get_bool_param("Trace", "flag", false));
+  EXPECT_TRUE(get_bool_param("Trace", "flag", true));
+  EXPECT_EQ(0, get_int_param("Trace", "n"));
+  std::string path = get_config_file_name();
+  EXPECT_FALSE(get_string_param_from_configfile(path.c_str(), "Trace", "n", out, sizeof out));
+  EXPECT_TRUE(get_string_param_from_ini_force(path.c_str(), "Trace", "n", out, sizeof out));
+  EXPECT_STREQ("5", out);
+  enable_config_io_feature(true);
+  EXPECT_EQ(5, get_int_param("Trace", "n"));
+  EXPECT_TRUE(get_bool_param("Trace", "flag", false));
+}
+
+TEST_F(IniParamTest, SemicolonAndEmptyValues) {
+  writeConfig("[S]\na = 'value' ;\nb = 'value;'\nc = ;\nd =\ne = x;;\n");
+  EXPECT_EQ("'value' ", param("S", "a"));  // quotes kept, one ';' removed
+  EXPECT_EQ("value", param("S", "b"));     // quotes removed first, then the ';'
+  EXPECT_EQ("", param("S", "c"));          // found: emptiness is tested before the ';'
+  EXPECT_EQ("<none>", param("S", "d"));    // an empty value is a missing key
+  EXPECT_EQ("x;", param("S", "e"));        // one ';' only
+}
+
+TEST_F(IniParamTest, TypedFreeLookups) {
+  writeConfig("[N]\ni = -12\nbig = 4000000000\nw = 70000\nyes = tRuE\none = 1\nword = yes\ntext = abc\n");
+  EXPECT_EQ(-12, get_int_param("N", "i"));
+  EXPECT_EQ(4000000000u, get_uint32_param("N", "big"));
+  EXPECT_EQ(static_cast<unsigned short>(70000), get_uint16_param("N", "w"));
+  EXPECT_TRUE(get_bool_param("N", "yes", false));
+  EXPECT_FALSE(get_bool_param("N", "one", true));  // only "TRUE" in any case is true
+  EXPECT_FALSE(get_bool_param("N", "word", true));
+  EXPECT_EQ(0, get_int_param("N", "text"));
+  EXPECT_EQ(0, get_int_param("N", "missing"));
+}
+
+TEST_F(IniParamTest, HomeVariableAndFileName) {
+  EXPECT_EQ(m_dir.path() + "/conf/nimra.cfg", get_config_file_name());
+  EXPECT_STREQ(m_dir.path().c_str(), get_nimra_home_dir());
+  EXPECT_EQ(m_dir.path(), g_nimra_home_dir_name);
+  set_nimra_config_file_name("other.cfg");
+  EXPECT_EQ(m_dir.path() + "/conf/other.cfg", get_config_file_name());
+  {
+    CmScopedEnv unset("CMUTIL_TEST_UNSET_HOME", nullptr);
+    EXPECT_EQ(0, set_nimra_home_env("CMUTIL_TEST_UNSET_HOME"));
+    EXPECT_STREQ("/tmp", get_nimra_home_dir());
+    EXPECT_EQ("/tmp", CCmDefaultDir().GetDefaultDir());
+  }
+  std::string tooLong(600, 'A');
+  EXPECT_NE(0, set_nimra_home_env(tooLong.c_str()));
+  EXPECT_STREQ("", g_cur_env);
+}
+
+TEST_F(IniParamTest, MissingFileAndFolderAreJustMisses) {
+  // No conf folder at all.
+  EXPECT_EQ("<none>", param("S", "k"));
+  EXPECT_FALSE(get_bool_param("S", "k", false));
+  EXPECT_TRUE(get_bool_param("S", "k", true));
+  EXPECT_EQ(0u, get_uint32_param("S", "k"));
+}
+
+TEST(ProcessName, ExecutableNameIsCachedAndCut) {
+  const char* exec = get_exec_name();
+  ASSERT_NE(nullptr, exec);
+  EXPECT_EQ(exec, get_exec_name());  // the same cached buffer
+  EXPECT_STREQ("cmutil_config_tests", get_process_name());
+}
+
+namespace {
+int g_lookupCalls = 0;
+CCmConfigInitFile* g_reentrant = nullptr;
+
+unsigned char fixed_lookup(const char* path, const char* section, const char* key, char* out, int size) {
+  ++g_lookupCalls;
+  EXPECT_STREQ("/some/path.cfg", path);
+  EXPECT_EQ(256, size);
+  static const struct {
+    const char* key;
+    const char* value;
+  } table[] = {{"int", "123"},          {"neg", "-5"},           {"huge", "99999999999999999999"},
+               {"text", "abc"},         {"dword", "4000000000"}, {"word", "65535"},
+               {"wordbad", "x"},        {"float", "2.5"},        {"nan", "nan"},
+               {"inf", "inf"},          {"bigf", "1e19"},        {"bool", "True"},
+               {"str", "  kept as is "}};
+  (void)section;
+  for (const auto& e : table) {
+    if (strcmp(e.key, key) == 0) {
+      snprintf(out, static_cast<size_t>(size), "%s", e.value);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+unsigned char reentrant_lookup(const char*, const char*, const char* key, char* out, int size) {
+  if (strcmp(key, "outer") == 0) {
+    // Calls back into the same object under its lock (the lock is recursive).
+    int inner = g_reentrant->GetIntParam("S", "inner", -1);
+    snprintf(out, static_cast<size_t>(size), "%d", inner + 1);
+    return 1;
+  }
+  snprintf(out, static_cast<size_t>(size), "41");
+  return 1;
+}
+}  // namespace
+
+TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
+  CCmConfigInitFile file(std::string("/some/path.cfg"));
+  file.RegisterFunc(&fixed_lookup);
+  g_lookupCalls = 0;
+  EXPECT_EQ(123, file.GetIntParam("S", "int", 7));
+  EXPECT_EQ(-5, file.GetIntParam("S", "neg", 7));
+  EXPECT_EQ(7, file.GetIntParam("S", "huge", 7));  // overflow keeps the default
+  EXPECT_EQ(0, file.GetIntParam("S", "text", 7));  // not a number gives 0
+  EXPECT_EQ(7, file.GetIntParam("S", "missing", 7));
+  EXPECT_EQ(4000000000u, file.GetDwordParam("S", "dword", 1));
+  EXPECT_EQ(1u, file.GetDwordParam("S", "huge", 1));
+  EXPECT_EQ(65535, file.GetWordParam("S", "word", 3));
+  EXPECT_EQ(3, file.GetWordParam("S", "wordbad", 3));
+  EXPECT_FLOAT_EQ(2.5f, file.GetFloatParam("S", "float", 1.0f));
+  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "nan", 1.0f));
+  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "inf", 1.0f));
+  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "bigf", 1.0f));
+  EXPECT_FLOAT_EQ(0.0f, file.GetFloatParam("S", "text", 1.0f));
+  EXPECT_TRUE(file.GetBoolParam("S", "bool", false));
+  EXPECT_FALSE(file.GetBoolParam("S", "int", true));
+  EXPECT_TRUE(file.GetBoolParam("S", "missing", true));
+  EXPECT_EQ("  kept as is ", file.GetStringParam("S", "str", "d"));
+  EXPECT_EQ("d", file.GetStringParam("S", "missing", "d"));
+  EXPECT_EQ(19, g_lookupCalls);
+  EXPECT_EQ(0, file.InitWithFileName("/elsewhere"));
+  EXPECT_EQ("/some/path.cfg", file.GetFilePath());
+
+  file.RegisterFunc(nullptr);  // no lookup function: nothing is ever found
+  EXPECT_EQ(9, file.GetIntParam("S", "int", 9));
+}
+
+TEST(CCmConfigInitFile, LookupMayCallBackIntoTheObject) {
+  CCmConfigInitFile file(std::string("/x.cfg"));
+  g_reentrant = &file;
+  file.RegisterFunc(&reentrant_lookup);
+  EXPECT_EQ(42, file.GetIntParam("S", "outer", 0));
+  g_reentrant = nullptr;
+}
+
+TEST_F(IniParamTest, DefaultObjectReadsNimraCfgInTheHomeFolder) {
+  // The free functions read <home>/conf/nimra.cfg, a default CCmConfigInitFile reads
+  // <home>/nimra.cfg: the two differ on purpose.
+  m_dir.write("nimra.cfg", "[S]\nwhere = home\n");
+  writeConfig("[S]\nwhere = conf\n");
+  CCmConfigInitFile file;
+  EXPECT_EQ(m_dir.path() + "/nimra.cfg", file.GetFilePath());
+  EXPECT_EQ("home", file.GetStringParam("S", "where", "none"));
+  EXPECT_EQ("conf", param("S", "where"));
+
+  enable_config_io_feature(false);  // the default lookup honours the switch
+  EXPECT_EQ("none", file.GetStringParam("S", "where", "none"));
+  enable_config_io_feature(true);
+
+  CmTraceCapture cap;
+  CCmConfigInitFile::SetNimraConfigFileName("renamed.cfg");
+  EXPECT_TRUE(cap.contains("[UTIL] CCmConfigInitFile::SetNimraConfigFileName, file name renamed.cfg"));
+  EXPECT_EQ(m_dir.path() + "/conf/renamed.cfg", get_config_file_name());
+  CCmConfigInitFile again;
+  EXPECT_EQ(m_dir.path() + "/nimra.cfg", again.GetFilePath());  // the class's name is unchanged
+  EXPECT_EQ(m_dir.path(), CCmConfigInitFile::GetNimraHomeDir());
+}
+
+TEST_F(IniParamTest, MachineIdFeedsTheLeadingId) {
+  writeConfig("[Trace]\nMachineID = studio-7\n");
+  cm_reset_leading_id_for_test();
+  EXPECT_STREQ("cmutil_config_tests.studio-7.", get_leading_id());
+  cm_reset_leading_id_for_test();
+}

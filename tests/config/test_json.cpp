@@ -1,0 +1,252 @@
+// json::Value model and the text codec, including its deliberate leniencies.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+
+#include "cmutil/config/CmJson.h"
+#include "common/CmTraceCapture.h"
+
+using json::Value;
+
+TEST(JsonRead, TopLevelMustBeObjectOrArray) {
+  EXPECT_EQ(json::kObject, json::Deserialize("{}").GetType());
+  EXPECT_EQ(0u, json::Deserialize("{}").ToObject().size());
+  EXPECT_EQ(json::kArray, json::Deserialize(" [ ] ").GetType());
+  EXPECT_EQ(0u, json::Deserialize("[]").ToArray().size());
+  EXPECT_TRUE(json::Deserialize("  ").IsNull());
+  EXPECT_TRUE(json::Deserialize("").IsNull());
+  EXPECT_TRUE(json::Deserialize("42").IsNull());
+  EXPECT_TRUE(json::Deserialize("\"text\"").IsNull());
+  EXPECT_TRUE(json::Deserialize("{\"a\":1").IsNull());
+  EXPECT_TRUE(json::Deserialize("[1,2").IsNull());
+}
+
+TEST(JsonRead, NumbersAreClassifiedByRange) {
+  Value v = json::Deserialize("[1, -2147483648, 2147483647, 3000000000, -3000000000, 1e20, 2.5, 1e5, 1E5, 4294967296]");
+  ASSERT_EQ(json::kArray, v.GetType());
+  ASSERT_EQ(10u, v.size());
+  EXPECT_EQ(json::kInt, v[0ul].GetType());
+  EXPECT_EQ(1, v[0ul].ToInt());
+  EXPECT_EQ(json::kInt, v[1ul].GetType());
+  EXPECT_EQ(-2147483647 - 1, v[1ul].ToInt());
+  EXPECT_EQ(json::kInt, v[2ul].GetType());
+  EXPECT_EQ(json::kUInt, v[3ul].GetType());
+  EXPECT_EQ(3000000000u, v[3ul].ToUInt());
+  EXPECT_EQ(3000000000ll, v[3ul].ToInt64());
+  EXPECT_EQ(json::kInt64, v[4ul].GetType());
+  EXPECT_EQ(-3000000000ll, v[4ul].ToInt64());
+  EXPECT_EQ(json::kDouble, v[5ul].GetType());
+  EXPECT_DOUBLE_EQ(1e20, v[5ul].ToDouble());
+  EXPECT_EQ(json::kDouble, v[6ul].GetType());
+  EXPECT_EQ(2, v[6ul].ToInt());  // every numeric view is filled
+  EXPECT_FLOAT_EQ(2.5f, v[6ul].ToFloat());
+  EXPECT_EQ(json::kDouble, v[7ul].GetType());
+  EXPECT_DOUBLE_EQ(100000.0, v[7ul].ToDouble());
+  EXPECT_EQ(json::kInt, v[8ul].GetType());  // upper-case exponent: integer conversion stops at E
+  EXPECT_EQ(1, v[8ul].ToInt());
+  EXPECT_EQ(json::kInt64, v[9ul].GetType());
+  EXPECT_EQ(4294967296ll, v[9ul].ToInt64());
+}
+
+TEST(JsonRead, LiteralsIgnoreCaseAndNullElementsAreDropped) {
+  Value v = json::Deserialize("[TRUE, False, NULL, null, 1, nUlL, 2]");
+  ASSERT_EQ(json::kArray, v.GetType());
+  ASSERT_EQ(4u, v.size());
+  EXPECT_TRUE(v[0ul].ToBool());
+  EXPECT_FALSE(v[1ul].ToBool());
+  EXPECT_EQ(1, v[2ul].ToInt());
+  EXPECT_EQ(2, v[3ul].ToInt());
+  EXPECT_EQ(2u, json::Deserialize("[1,null,2]").size());
+  Value o = json::Deserialize("{\"n\": null, \"t\": tRUe}");
+  ASSERT_EQ(json::kObject, o.GetType());
+  EXPECT_EQ(2u, o.size());  // a null member stays in an object
+  EXPECT_TRUE(o["n"].IsNull());
+  EXPECT_TRUE(o["t"].ToBool());
+}
+
+TEST(JsonRead, ObjectMembers) {
+  Value v = json::Deserialize("{ \"a\" : 1 , \"a\": 2, \"s\": \" x \", \"nested\": {\"k\": [1, {\"d\": 0.5}]} }");
+  ASSERT_EQ(json::kObject, v.GetType());
+  EXPECT_EQ(3u, v.size());
+  EXPECT_EQ(2, v["a"].ToInt());       // the later member replaces the earlier
+  EXPECT_EQ("x", v["s"].ToString());  // strings are trimmed
+  EXPECT_DOUBLE_EQ(0.5, v["nested"]["k"][1ul]["d"].ToDouble());
+  // Pretty-printed text with line breaks reads the same.
+  Value p = json::Deserialize("{\n  \"a\": \"b\",\n  \"c\": [\n    1,\n    2\n  ]\n}\n");
+  ASSERT_EQ(json::kObject, p.GetType());
+  EXPECT_EQ("b", p["a"].ToString());
+  EXPECT_EQ(2u, p["c"].size());
+}
+
+TEST(JsonRead, SyntaxErrorsGiveNull) {
+  EXPECT_TRUE(json::Deserialize("{\"\": 1}").IsNull());        // empty key
+  EXPECT_TRUE(json::Deserialize("{\"a\" 1}").IsNull());        // no colon
+  EXPECT_TRUE(json::Deserialize("{\"a\": 1,}").IsNull());      // no next key
+  EXPECT_TRUE(json::Deserialize("{\"a\": \"open}").IsNull());  // unterminated string
+  EXPECT_TRUE(json::Deserialize("[1, [2, 3}]").IsNull());      // wrong closer
+  EXPECT_TRUE(json::Deserialize("[1, {\"a\": 1]").IsNull());   // nested error spoils the whole
+  EXPECT_TRUE(json::Deserialize("{\"a\": [1}").IsNull());
+  EXPECT_TRUE(json::Deserialize("[1]]]").IsNull());        // a stray closer without its level
+  EXPECT_EQ(1u, json::Deserialize("[1,]").size());         // an empty trailing piece is dropped
+  EXPECT_EQ(12, json::Deserialize("[1 2]")[0ul].ToInt());  // blanks inside a token are left out
+}
+
+TEST(JsonRead, StringEscapes) {
+  Value v = json::Deserialize(
+      "[\"a\\nb\", \"q\\\"q\", \"s\\/\\\\\", \"\\u00e9\", \"\\u4e2d\", \"x\\qy\", \"tab\\t\", \"\\u12\", \"[,]\"]");
+  ASSERT_EQ(json::kArray, v.GetType());
+  ASSERT_EQ(9u, v.size());
+  EXPECT_EQ("a\nb", v[0ul].ToString());
+  EXPECT_EQ("q\"q", v[1ul].ToString());
+  EXPECT_EQ("s/\\", v[2ul].ToString());
+  EXPECT_EQ(std::string(1, '\xE9'), v[3ul].ToString());  // one byte: the last two hex digits
+  EXPECT_EQ("-", v[4ul].ToString());                     // 0x2D
+  EXPECT_EQ("xy", v[5ul].ToString());                    // unknown escape dropped with its backslash
+  EXPECT_EQ("tab", v[6ul].ToString());                   // the tab is trimmed away
+  EXPECT_EQ("12", v[7ul].ToString());                    // \u without four hex digits is dropped
+  EXPECT_EQ("[,]", v[8ul].ToString());                   // brackets and commas inside strings
+  Value k = json::Deserialize("{\"k\\\"ey\": 1}");
+  ASSERT_EQ(json::kObject, k.GetType());
+  EXPECT_EQ(1, k["k\\\"ey"].ToInt());  // keys are taken as they stand
+}
+
+TEST(JsonWrite, CompactUnescapedAndSorted) {
+  json::Object o;
+  o["z"] = Value(1);
+  o["a"] = Value(1.5);
+  o["m"] = Value("text");
+  json::Array arr;
+  arr.push_back(Value(true));
+  arr.push_back(Value());
+  arr.push_back(Value(static_cast<int64_t>(-3000000000ll)));
+  arr.push_back(Value(3000000000u));
+  arr.push_back(Value(0.25f));
+  o["list"] = Value(arr);
+  EXPECT_EQ("{\"a\":1.500000,\"list\":[true,null,-3000000000,3000000000,0.250000],\"m\":\"text\",\"z\":1}",
+            json::Serialize(Value(o)));
+  EXPECT_EQ("", json::Serialize(Value(5)));
+  EXPECT_EQ("5", json::SerializeValue(Value(5)));
+  EXPECT_EQ("[]", json::SerializeArray(json::Array()));
+  // No escaping: a double quote in a string gives text that does not read back.
+  json::Object q;
+  q["k"] = Value("say \"hi\"");
+  std::string text = json::Serialize(Value(q));
+  EXPECT_EQ("{\"k\":\"say \"hi\"\"}", text);
+  EXPECT_TRUE(json::Deserialize(text).IsNull());
+}
+
+TEST(JsonWrite, RoundTrip) {
+  const std::string text = "{\"a\":[1,2,{\"b\":false}],\"c\":\"d\",\"e\":{},\"f\":[]}";
+  Value v = json::Deserialize(text);
+  EXPECT_EQ(text, json::Serialize(v));
+  EXPECT_TRUE(v == json::Deserialize(json::Serialize(v)));
+}
+
+TEST(JsonValue, ModelOperations) {
+  Value d(-2.75);
+  EXPECT_EQ(json::kDouble, d.GetType());
+  EXPECT_EQ(-2, d.ToInt());
+  EXPECT_EQ(0u, d.ToUInt());  // negative: unsigned view 0
+  Value i(-7);
+  EXPECT_EQ(0u, i.ToUInt());
+  EXPECT_DOUBLE_EQ(-7.0, i.ToDouble());
+  EXPECT_EQ(1u, i.size());
+  i.Clear();
+  EXPECT_TRUE(i.IsNull());
+
+  Value obj;
+  obj["x"] = 1;  // a null value becomes an object
+  obj["y"];      // inserts a null member
+  EXPECT_EQ(json::kObject, obj.GetType());
+  EXPECT_EQ(2u, obj.size());
+  const char* both[] = {"x", "y"};
+  const char* some[] = {"x", "nope"};
+  EXPECT_EQ(1, obj.HasKeys(both, 2));
+  EXPECT_EQ(0, obj.HasKeys(some, 2));
+  EXPECT_EQ(-1, obj.HasKeys(both, 0));
+
+  Value other;
+  other["y"] = "set";
+  other["z"] = true;
+  obj.MergeValue(other);
+  EXPECT_EQ(3u, obj.size());
+  EXPECT_EQ("set", obj["y"].ToString());
+
+  json::Array a;
+  a.push_back(Value(1));
+  a.push_back(Value(3));
+  a.insert(1, Value(2));
+  a.insert(99, Value(4));
+  EXPECT_EQ("[1,2,3,4]", json::SerializeArray(a));
+  EXPECT_TRUE(a.HasValue(Value(3)));
+  EXPECT_FALSE(a.HasValue(Value(3.0)));  // another kind is another value
+  EXPECT_EQ(a.begin() + 2, a.find(Value(3)));
+  Value av(a);
+  json::Array back = av;
+  EXPECT_EQ(4u, back.size());
+  av.MergeValue(Value(a));
+  EXPECT_EQ(8u, av.size());
+  a.Clear();
+  EXPECT_EQ(0u, a.size());
+  EXPECT_TRUE(Value() == Value());
+  EXPECT_TRUE(Value(1) != Value(2));
+}
+
+TEST(JsonValue, OutOfRangeAccessIsReportedNotFatal) {
+  CmTraceCapture cap;
+  int64_t before = cm_get_assertions_count();
+  Value arr = json::Deserialize("[1]");
+  EXPECT_TRUE(arr[5ul].IsNull());
+  EXPECT_TRUE(Value(3)["k"].IsNull());
+  EXPECT_EQ(before + 2, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains(0, "CmJson.cpp"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: i < m_values.size()"));
+}
+
+TEST(JsonValueDeathTest, TypedAccessorOnAnotherKindStops) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  Value s("text");
+  EXPECT_DEATH(s.ToInt(), "");
+  EXPECT_DEATH(Value(1).ToString(), "");
+}
+
+TEST(JsonRead, DeepNestingIsRefusedNotOverflowed) {
+  std::string deep(100000, '[');
+  deep += std::string(100000, ']');
+  EXPECT_TRUE(json::Deserialize(deep).IsNull());
+  std::string ok(200, '[');
+  ok += "1" + std::string(200, ']');
+  EXPECT_EQ(json::kArray, json::Deserialize(ok).GetType());
+}
+
+TEST(JsonRead, ParseTimeGrowsLinearly) {
+  // Doubling the document must not quadruple the time (a copy of the remaining text at
+  // every step would). Compare 1 MiB with 4 MiB of small objects.
+  auto build = [](size_t count) {
+    std::string s = "[";
+    for (size_t i = 0; i < count; ++i) {
+      if (i) s += ',';
+      s += "{\"id\":" + std::to_string(i) + ",\"name\":\"item\",\"on\":true}";
+    }
+    return s + "]";
+  };
+  const std::string small = build(25000);
+  const std::string large = build(100000);
+  auto time = [](const std::string& text) {
+    double best = 1e9;
+    for (int i = 0; i < 3; ++i) {  // the best of three keeps a busy machine from skewing it
+      auto t0 = std::chrono::steady_clock::now();
+      Value v = json::Deserialize(text);
+      auto t1 = std::chrono::steady_clock::now();
+      EXPECT_EQ(json::kArray, v.GetType());
+      best = std::min(best, std::chrono::duration<double>(t1 - t0).count());
+    }
+    return best;
+  };
+  double ts = time(small);
+  double tl = time(large);
+  // Linear: about 4x. Quadratic would be about 16x. Leave a wide margin for noise.
+  EXPECT_LT(tl, ts * 10 + 0.05) << "small " << ts << " s, large " << tl << " s";
+}
