@@ -69,7 +69,9 @@ unsigned char* KELMemFixSizePoolInternal::Alloc(unsigned int aSize) {
 }
 
 CmResult KELMemFixSizePoolInternal::Free(unsigned char* pPointer) {
-  CM_ASSERTE_RETURN(pPointer != nullptr, CM_ERROR_NULL_POINTER);
+  // clang-format off
+  CM_ASSERTE_RETURN(pPointer!=nullptr, CM_ERROR_NULL_POINTER);  // the trace reads "pPointer!=nullptr"
+  // clang-format on
   std::lock_guard<std::mutex> guard(m_Lock);
   m_FreeList.push_back(pPointer);
   CM_DEBUG_TRACE("KEL_MEM_POOL Free, size_in_pool=" << static_cast<unsigned int>(m_FreeList.size()) << ",cur_size="

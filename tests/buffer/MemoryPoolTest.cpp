@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "buffer/kel_memory_pool.h"
+#include "cmutil/buffer/CmMemoryPool.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+/// Owns one reference of a pool for the test's lifetime.
+struct Pool {
+  IKELMemPool* p;
+  Pool(unsigned int size, unsigned int max) : p(CreateKELMemPool(size, max)) {}
+  ~Pool() { p->Release(); }
+  KELMemFixSizePoolInternal* internal() const { return static_cast<KELMemPool*>(p)->GetInternal(); }
+};
+
+TEST(MemoryPool, CreatedWithOneReferenceAndNoBuffersUntilInit) {
+  IKELMemPool* pool = CreateKELMemPool(64, 5);
+  ASSERT_NE(nullptr, pool);
+  EXPECT_EQ(1u, pool->GetReference());
+  EXPECT_EQ(nullptr, pool->New(64));
+  EXPECT_FALSE(pool->Clean());
+  pool->Free(nullptr);
+  EXPECT_TRUE(pool->Init());
+  EXPECT_TRUE(pool->Init());
+  void* iface = nullptr;
+  EXPECT_EQ(CM_OK, pool->QueryInterface(kel::IID_IKelUnknown, &iface));
+  EXPECT_EQ(2u, pool->GetReference());
+  static_cast<kel::IKelUnknown*>(iface)->Release();
+  EXPECT_EQ(0u, pool->Release());  // deleted with its internal pool (ASan)
+}
+
+TEST(MemoryPool, SmallPoolIsCreatedWholeAndExhaustsSilently) {
+  CmTraceCapture cap;
+  Pool pool(1024, 5);
+  pool.p->Init();
+  EXPECT_EQ(5u, pool.internal()->GetCurBlockSize());
+  EXPECT_EQ(5u, pool.internal()->GetFreeCount());
+  std::set<unsigned char*> got;
+  for (int i = 0; i < 5; ++i) {
+    unsigned char* b = pool.p->New(1024);
+    ASSERT_NE(nullptr, b);
+    memset(b, i, 1024);  // the whole item is usable
+    got.insert(b);
+  }
+  EXPECT_EQ(5u, got.size());
+  cap.clear();
+  EXPECT_EQ(nullptr, pool.p->New(1024));
+  EXPECT_TRUE(cap.lines().empty());
+  for (unsigned char* b : got) pool.p->Free(b);
+  EXPECT_EQ(5u, pool.internal()->GetFreeCount());
+}
+
+TEST(MemoryPool, GrowsByTenUpToTheMaximum) {
+  Pool pool(1024, 25);
+  pool.p->Init();
+  EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
+  std::vector<unsigned char*> got;
+  for (int i = 0; i < 10; ++i) got.push_back(pool.p->New(1000));
+  EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
+  got.push_back(pool.p->New(1024));  // eleventh
+  EXPECT_EQ(20u, pool.internal()->GetCurBlockSize());
+  for (int i = 0; i < 9; ++i) got.push_back(pool.p->New(1));
+  EXPECT_EQ(20u, pool.internal()->GetCurBlockSize());
+  got.push_back(pool.p->New(1024));  // twenty-first
+  EXPECT_EQ(25u, pool.internal()->GetCurBlockSize());
+  for (int i = 0; i < 4; ++i) got.push_back(pool.p->New(1024));
+  for (unsigned char* b : got) ASSERT_NE(nullptr, b);
+  EXPECT_EQ(nullptr, pool.p->New(1024));  // twenty-sixth
+  EXPECT_EQ(25u, pool.internal()->GetCurBlockSize());
+  EXPECT_EQ(25u, std::set<unsigned char*>(got.begin(), got.end()).size());
+  for (unsigned char* b : got) pool.p->Free(b);
+  EXPECT_EQ(25u, pool.internal()->GetFreeCount());
+}
+
+TEST(MemoryPool, OversizeRequestIsRefusedEvenWithFreeBuffers) {
+  Pool pool(1024, 5);
+  pool.p->Init();
+  EXPECT_EQ(nullptr, pool.p->New(1025));
+  EXPECT_EQ(5u, pool.internal()->GetFreeCount());
+}
+
+TEST(MemoryPool, LastInFirstOut) {
+  Pool pool(32, 10);
+  pool.p->Init();
+  unsigned char* a = pool.p->New(32);
+  unsigned char* b = pool.p->New(32);
+  pool.p->Free(a);
+  pool.p->Free(b);
+  EXPECT_EQ(b, pool.p->New(32));
+  EXPECT_EQ(a, pool.p->New(32));
+  pool.p->Free(a);
+  pool.p->Free(b);
+}
+
+TEST(MemoryPool, FreeNull) {
+  CmTraceCapture cap;
+  Pool pool(16, 2);
+  pool.p->Init();
+  pool.p->Free(nullptr);
+  EXPECT_TRUE(cap.lines().empty());
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, pool.internal()->Free(nullptr));
+  EXPECT_TRUE(cap.contains(0, "kel_memory_pool.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: pPointer!=nullptr"));
+}
+
+TEST(MemoryPool, ZeroSizeAssertsAndNeverHandsOut) {
+  CmTraceCapture cap;
+  Pool pool(0, 5);
+  pool.p->Init();
+  EXPECT_TRUE(cap.contains("Assert failed: m_dwMemSize && m_dwCurBlockSize"));
+  EXPECT_EQ(nullptr, pool.p->New(0));
+  EXPECT_EQ(nullptr, pool.p->New(10));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, pool.internal()->AddMemPoolItem(0));
+  EXPECT_TRUE(cap.contains("Assert failed: dwItemNumber"));
+  EXPECT_EQ(CM_ERROR_FAILURE, pool.internal()->AddMemPoolItem(3));  // already at its maximum
+}
+
+TEST(MemoryPool, CleanFreesFreeBuffersAndGrowsAgainFromNothing) {
+  Pool pool(256, 30);
+  pool.p->Init();
+  unsigned char* out = pool.p->New(256);
+  EXPECT_TRUE(pool.p->Clean());
+  EXPECT_EQ(0u, pool.internal()->GetCurBlockSize());
+  EXPECT_EQ(0u, pool.internal()->GetFreeCount());
+  pool.p->Free(out);  // a buffer that was out joins the list again
+  EXPECT_EQ(1u, pool.internal()->GetFreeCount());
+  unsigned char* again = pool.p->New(256);
+  EXPECT_EQ(out, again);
+  unsigned char* grown = pool.p->New(256);  // empty list: grows by 10
+  ASSERT_NE(nullptr, grown);
+  EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
+  pool.p->Free(again);
+  pool.p->Free(grown);
+}
+
+TEST(MemoryPool, TracesAtLevelFour) {
+  CmTraceCapture cap(4);
+  Pool pool(8, 2);
+  pool.p->Init();
+  unsigned char* b = pool.p->New(8);
+  EXPECT_TRUE(cap.contains(4, "KEL_MEM_POOL Alloc, size_in_pool=1,cur_size=2,pData="));
+  pool.p->Free(b);
+  EXPECT_TRUE(cap.contains(4, "KEL_MEM_POOL Free, size_in_pool=2,cur_size=2,pData="));
+  CmTraceCapture quiet(2);
+  b = pool.p->New(8);
+  pool.p->Free(b);
+  EXPECT_TRUE(quiet.lines().empty());
+}
+
+TEST(MemoryPool, ConcurrentNewFreeKeepsEveryBuffer) {
+  Pool pool(64, 40);
+  pool.p->Init();
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&pool, &failures, t] {
+      for (int i = 0; i < 2000; ++i) {
+        unsigned char* held[8];
+        int n = 0;
+        for (; n < 8; ++n) {
+          held[n] = pool.p->New(64);
+          if (!held[n]) break;
+          held[n][0] = static_cast<unsigned char>(t);
+        }
+        for (int k = 0; k < n; ++k) {
+          if (held[k][0] != static_cast<unsigned char>(t)) ++failures;  // shared by two owners
+          pool.p->Free(held[k]);
+        }
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(0, failures.load());
+  EXPECT_LE(pool.internal()->GetCurBlockSize(), 40u);
+  EXPECT_EQ(pool.internal()->GetCurBlockSize(), pool.internal()->GetFreeCount());
+}
+
+}  // namespace

@@ -1,0 +1,349 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cmutil/buffer/CmMetaData.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+std::vector<unsigned char> Bytes(CCmMessageBlock& mb) {
+  std::string s = mb.FlattenChained();
+  return std::vector<unsigned char>(s.begin(), s.end());
+}
+
+/// Streams `value` into a fresh block and returns the wire bytes.
+std::vector<unsigned char> Wire(const CCmMetaData& value, unsigned int room = 256) {
+  CCmMessageBlock mb(room);
+  CCmByteStreamNetwork os(mb);
+  EXPECT_EQ(CM_OK, value.StreamTo(os));
+  return Bytes(mb);
+}
+
+/// Parses `wire` into a fresh value; returns the result code.
+CmResult Parse(const std::vector<unsigned char>& wire, CCmMetaData& out) {
+  CCmMessageBlock mb(static_cast<unsigned int>(wire.size()), reinterpret_cast<const char*>(wire.data()), 0,
+                     static_cast<unsigned int>(wire.size()));
+  CCmByteStreamNetwork is(mb);
+  return out.StreamFrom(is);
+}
+
+typedef std::vector<unsigned char> V;
+
+TEST(MetaData, EveryScalarTypeRoundTripsThroughItsWireBytes) {
+  {
+    CCmMetaData m;
+    m.Set(static_cast<char>(0x7f));
+    EXPECT_EQ(V({0x00, 0x7f}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    char v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(0x7f, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(static_cast<short>(-2));
+    EXPECT_EQ(V({0x01, 0xff, 0xfe}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    short v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(-2, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(258);
+    EXPECT_EQ(V({0x02, 0x00, 0x00, 0x01, 0x02}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    int v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(258, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(0x0102030405060708L);
+    EXPECT_EQ(V({0x03, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    long v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(0x0102030405060708L, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(static_cast<unsigned short>(0xABCD));
+    EXPECT_EQ(V({0x04, 0xab, 0xcd}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    unsigned short v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(0xABCD, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(0xDEADBEEFu);
+    EXPECT_EQ(V({0x05, 0xde, 0xad, 0xbe, 0xef}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    unsigned int v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(0xDEADBEEFu, v);
+  }
+  {
+    CCmMetaData m;
+    m.Set(1.5f);  // 0x3FC00000
+    EXPECT_EQ(V({0x06, 0x3f, 0xc0, 0x00, 0x00}), Wire(m));
+    CCmMetaData back;
+    ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+    float v = 0;
+    EXPECT_EQ(CM_OK, back.Get(v));
+    EXPECT_EQ(1.5f, v);
+  }
+}
+
+TEST(MetaData, StringAndRawWireBytes) {
+  CCmMetaData s;
+  s.Set("ab");
+  EXPECT_EQ(V({0x07, 0x00, 0x02, 0x61, 0x62}), Wire(s));
+  CCmMetaData sback;
+  ASSERT_EQ(CM_OK, Parse(Wire(s), sback));
+  const char* str = nullptr;
+  EXPECT_EQ(CM_OK, sback.Get(str));
+  EXPECT_STREQ("ab", str);
+
+  const unsigned char raw[] = {0xff, 0x00};
+  CCmMetaData r;
+  r.Set(raw, 2);
+  EXPECT_EQ(V({0x08, 0x00, 0x00, 0x00, 0x02, 0xff, 0x00}), Wire(r));
+  CCmMetaData rback;
+  ASSERT_EQ(CM_OK, Parse(Wire(r), rback));
+  unsigned char* p = nullptr;
+  unsigned int len = 0;
+  EXPECT_EQ(CM_OK, rback.Get(p, len));
+  ASSERT_EQ(2u, len);
+  EXPECT_EQ(0, memcmp(raw, p, 2));
+
+  // Null string and null raw travel as length 0 and come back as null.
+  CCmMetaData ns;
+  ns.Set(static_cast<const char*>(nullptr));
+  EXPECT_EQ(V({0x07, 0x00, 0x00}), Wire(ns));
+  CCmMetaData nsback;
+  ASSERT_EQ(CM_OK, Parse(Wire(ns), nsback));
+  str = "x";
+  EXPECT_EQ(CM_OK, nsback.Get(str));
+  EXPECT_EQ(nullptr, str);
+
+  CCmMetaData nr;
+  nr.Set(raw, 0);
+  EXPECT_EQ(V({0x08, 0x00, 0x00, 0x00, 0x00}), Wire(nr));
+  CCmMetaData nrback;
+  ASSERT_EQ(CM_OK, Parse(Wire(nr), nrback));
+  p = const_cast<unsigned char*>(raw);
+  len = 9;
+  EXPECT_EQ(CM_OK, nrback.Get(p, len));
+  EXPECT_EQ(nullptr, p);
+  EXPECT_EQ(0u, len);
+}
+
+TEST(MetaData, TypeNeverChanges) {
+  CmTraceCapture cap;
+  CCmMetaData m;
+  EXPECT_EQ(static_cast<unsigned int>(CM_DATA_UNKNOW), m.GetType());
+  ASSERT_EQ(CM_OK, m.Set("first"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m.Set(5));
+  EXPECT_TRUE(cap.contains(0, "paramlist.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: CM_DATA_INT == m_nType || m_nType == CM_DATA_UNKNOW"));
+  EXPECT_EQ(static_cast<unsigned int>(CM_DATA_STRING), m.GetType());
+  ASSERT_EQ(CM_OK, m.Set("second"));  // frees the first (ASan checks)
+  const char* s = nullptr;
+  EXPECT_EQ(CM_OK, m.Get(s));
+  EXPECT_STREQ("second", s);
+
+  int i = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m.Get(i));
+  EXPECT_TRUE(cap.contains("Assert failed: CM_DATA_INT == m_nType"));
+
+  CCmMetaData unset;
+  char c = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, unset.Get(c));
+  EXPECT_TRUE(cap.contains("Assert failed: CM_DATA_BYTE == m_nType"));
+
+  CCmMetaData f;
+  f.Set(2.0f);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, f.Set(3L));
+  EXPECT_TRUE(cap.contains("CM_DATA_LONG == m_nType || m_nType == CM_DATA_UNKNOW"));
+  EXPECT_EQ(CM_OK, f.Set(3.0f));
+  const unsigned char raw[] = {1};
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, f.Set(raw, 1));
+  EXPECT_TRUE(cap.contains("CM_DATA_RAW == m_nType || m_nType == CM_DATA_UNKNOW"));
+}
+
+TEST(MetaData, StreamLengths) {
+  unsigned int len = 0;
+  CCmMetaData b, s, i, l, w, d, f, str, nstr, raw, nraw;
+  b.Set('x');
+  s.Set(static_cast<short>(1));
+  i.Set(1);
+  l.Set(1L);
+  w.Set(static_cast<unsigned short>(1));
+  d.Set(1u);
+  f.Set(1.0f);
+  str.Set("hello");
+  nstr.Set(static_cast<const char*>(nullptr));
+  unsigned char ten[10] = {};
+  raw.Set(ten, 10);
+  nraw.Set(static_cast<const unsigned char*>(nullptr), 5);
+  struct {
+    CCmMetaData* m;
+    unsigned int expect;
+  } cases[] = {{&b, 2}, {&s, 3},   {&i, 5},    {&l, 9},    {&w, 3},   {&d, 5},
+               {&f, 5}, {&str, 8}, {&nstr, 3}, {&raw, 19}, {&nraw, 9}};
+  for (auto& c : cases) {
+    EXPECT_EQ(CM_OK, c.m->GetStreamLength(len));
+    EXPECT_EQ(c.expect, len);
+  }
+  // The raw figure is four bytes more than what is written.
+  EXPECT_EQ(15u, Wire(raw).size());
+  EXPECT_EQ(8u, Wire(str).size());
+
+  CmTraceCapture cap;
+  CCmMetaData unset;
+  EXPECT_EQ(CM_ERROR_FAILURE, unset.GetStreamLength(len));
+  EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
+}
+
+TEST(MetaData, UnsetValueIsNotStreamed) {
+  CmTraceCapture cap;
+  CCmMetaData unset;
+  CCmMessageBlock mb(16u);
+  CCmByteStreamNetwork os(mb);
+  EXPECT_EQ(CM_ERROR_FAILURE, unset.StreamTo(os));
+  EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
+  EXPECT_EQ(0u, mb.GetChainedLength());
+}
+
+TEST(MetaData, LongStringsAreCutToSixteenBits) {
+  std::string big(70000, 'q');
+  for (size_t k = 0; k < big.size(); ++k) big[k] = static_cast<char>('a' + k % 26);
+  CCmMetaData m;
+  m.Set(big.c_str());
+  std::vector<unsigned char> wire = Wire(m, 80000);
+  ASSERT_EQ(1u + 2u + 4464u, wire.size());
+  EXPECT_EQ(V({0x07, 0x11, 0x70}), V(wire.begin(), wire.begin() + 3));  // 4464 = 0x1170
+  EXPECT_EQ(0, memcmp(wire.data() + 3, big.data(), 4464));
+
+  // Exactly 65535: WriteString refuses, the tag alone is out and the stream is good.
+  CmTraceCapture cap;
+  std::string edge(65535, 'e');
+  CCmMetaData e;
+  e.Set(edge.c_str());
+  CCmMessageBlock mb(80000u);
+  CCmByteStreamNetwork os(mb);
+  EXPECT_EQ(CM_OK, e.StreamTo(os));
+  EXPECT_TRUE(cap.contains(0, "CmByteStream.h:"));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: ll < STRING_LEN_MAX"));
+  EXPECT_EQ(V({0x07}), Bytes(mb));
+  EXPECT_TRUE(os.IsGood());
+}
+
+TEST(MetaData, StreamingIntoATooShortChain) {
+  CmTraceCapture cap;
+  CCmMetaData m;
+  m.Set(258);
+  CCmMessageBlock a(2u), b(1u);
+  a.Append(&b);
+  CCmByteStreamNetwork os(a);
+  EXPECT_EQ(CM_ERROR_FAILURE, m.StreamTo(os));
+  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, os.GetResultWrite());
+  EXPECT_TRUE(cap.contains("CCmByteStreamT::Write, can't write. m_ResultWrite=1174421815 [this="));
+  EXPECT_TRUE(cap.contains("Assert failed: bGood"));
+  // The first failure sticks: later writes trace again and write nothing.
+  size_t before = cap.count("can't write");
+  os << static_cast<char>(1);
+  EXPECT_EQ(before + 1, cap.count("can't write"));
+  EXPECT_EQ(3u, a.GetChainedLength());
+}
+
+TEST(MetaData, ParsingBadInput) {
+  CmTraceCapture cap;
+  CCmMetaData empty;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V(), empty));  // no tag: stays unknown
+  EXPECT_EQ(static_cast<unsigned int>(CM_DATA_UNKNOW), empty.GetType());
+  EXPECT_TRUE(cap.contains("CCmByteStreamT::Read, can't read. m_ResultRead="));
+  EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
+
+  CCmMetaData bad;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x0a, 0x00}), bad));
+  EXPECT_EQ(10u, bad.GetType());  // the tag stays stored
+  EXPECT_TRUE(cap.contains("Assert failed: FALSE"));
+
+  CCmMetaData nine;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x09}), nine));
+
+  CCmMetaData shortInt;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x02, 0x00, 0x01}), shortInt));
+  EXPECT_TRUE(cap.contains("Assert failed: bGood"));
+
+  // A string that claims more bytes than there are.
+  CCmMetaData shortStr;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x07, 0x00, 0x05, 'a', 'b'}), shortStr));
+
+  // A raw value claiming 4 GiB allocates only what is there.
+  CCmMetaData hugeRaw;
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x08, 0xff, 0xff, 0xff, 0xff, 1, 2, 3}), hugeRaw));
+  unsigned char* p = nullptr;
+  unsigned int len = 0;
+  EXPECT_EQ(CM_OK, hugeRaw.Get(p, len));
+  EXPECT_EQ(3u, len);
+  EXPECT_EQ(V({1, 2, 3}), V(p, p + len));
+}
+
+TEST(MetaData, StreamFromReplacesAnOwnedValue) {
+  CCmMetaData m;
+  m.Set("old value");
+  ASSERT_EQ(CM_OK, Parse(V({0x02, 0x00, 0x00, 0x00, 0x07}), m));  // no leak (ASan)
+  int v = 0;
+  EXPECT_EQ(CM_OK, m.Get(v));
+  EXPECT_EQ(7, v);
+}
+
+TEST(ByteStream, IntegersAreBigEndianAndStringsLengthPrefixed) {
+  CCmMessageBlock mb(64u);
+  CCmByteStreamNetwork os(mb);
+  os << static_cast<unsigned short>(0x0102) << 0x03040506u << static_cast<long long>(0x0708090a0b0c0d0eLL) << "hi"
+     << CCmString("yo") << 0.5;
+  ASSERT_TRUE(os.IsGood());
+  V expect = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x0a, 0x0b, 0x0c, 0x0d, 0x0e, 0x00, 0x02,
+              'h',  'i',  0x00, 0x02, 'y',  'o',  0x3f, 0xe0, 0,    0,    0,    0,    0,    0,    0,    0};
+  EXPECT_EQ(V(expect.begin(), expect.begin() + 30), Bytes(mb));
+
+  unsigned short w = 0;
+  unsigned int d = 0;
+  long long q = 0;
+  CCmString s1, s2;
+  double dbl = 0;
+  os >> w >> d >> q >> s1 >> s2 >> dbl;
+  EXPECT_TRUE(os.IsGood());
+  EXPECT_EQ(0x0102, w);
+  EXPECT_EQ(0x03040506u, d);
+  EXPECT_EQ(0x0708090a0b0c0d0eLL, q);
+  EXPECT_EQ("hi", s1);
+  EXPECT_EQ("yo", s2);
+  EXPECT_EQ(0.5, dbl);
+  int more = 42;
+  os >> more;
+  EXPECT_FALSE(os.IsGood());
+  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, os.GetResultRead());
+  EXPECT_EQ(42, more);  // a failed read leaves the target alone
+
+  CCmMessageBlock nb(8u);
+  CCmByteStreamNetwork ns(nb);
+  ns << static_cast<const char*>(nullptr);
+  EXPECT_EQ(V({0, 0}), Bytes(nb));
+}
+
+}  // namespace
