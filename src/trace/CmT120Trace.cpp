@@ -559,7 +559,7 @@ std::string CCmT120Trace::warning_path() {
   return m_pWarning ? m_pWarning->path() : std::string();
 }
 
-void CCmT120Trace::reset_for_test() {
+void CCmT120Trace::reset_for_test(bool reopen) {
   CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
   CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
   if (mgr) {
@@ -570,5 +570,5 @@ void CCmT120Trace::reset_for_test() {
   m_pInfo = m_pError = m_pWarning = nullptr;
   m_nInfoNumber = m_nErrorNumber = 0;
   local_day_month(&m_nDay, &m_nMonth);
-  open_which(kAll);
+  if (reopen) open_which(kAll);
 }

@@ -125,7 +125,7 @@ class CM_EXPORT CCmT120Trace {
   std::string info_path();
   std::string error_path();
   std::string warning_path();
-  void reset_for_test();
+  void reset_for_test(bool reopen = true);
 
  private:
   CCmT120Trace();

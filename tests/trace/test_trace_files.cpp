@@ -1,0 +1,419 @@
+// Trace files: header and marker, buffering, rotation, date change, routing by level,
+// the whole-file lock between processes, and missing folders.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/trace/CmTrace.h"
+#include "config/ConfigTestUtil.h"
+#include "trace/CmT120Trace.h"
+
+namespace {
+
+const std::string kMarker = "************************* Current Trace Point *************************\n\n";
+
+long header_offset(const std::string& content) {
+  if (content.size() < 32) return -1;
+  return strtol(content.substr(0, 32).c_str(), nullptr, 10);
+}
+
+// The records of a file: from the header to the offset it names.
+std::string records(const std::string& path) {
+  std::string content = cm_read_file(path);
+  long offset = header_offset(content);
+  if (offset < 32 || static_cast<size_t>(offset) > content.size()) return std::string();
+  return content.substr(32, static_cast<size_t>(offset) - 32);
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> out;
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t nl = text.find('\n', start);
+    if (nl == std::string::npos) {
+      out.push_back(text.substr(start));
+      break;
+    }
+    out.push_back(text.substr(start, nl - start));
+    start = nl + 1;
+  }
+  return out;
+}
+
+void trace_line(int level, const std::string& text) {
+  util_adapter_trace(level, "UTIL", text.c_str(), static_cast<int>(text.size()));
+}
+
+int64_t g_fakeSec = 0;
+void fake_clock(int64_t* sec, int32_t* usec) {
+  *sec = g_fakeSec;
+  *usec = 250000;
+}
+
+// Routes traces to the files only, with the files under a temporary state folder.
+class TraceFilesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_state = std::make_unique<CmScopedEnv>("XDG_STATE_HOME", m_dir.path().c_str());
+    m_option = cm_get_trace_option();
+    m_mask = g_traceMask.load();
+    cm_set_trace_option(CM_TRACE_ROUTE_FILE);
+    set_external_trace_mask(2);
+    m_trace = CCmT120Trace::instance();
+    ASSERT_NE(nullptr, m_trace);
+    m_trace->reset_for_test();
+  }
+  void TearDown() override {
+    cm_set_trace_option(m_option);
+    set_external_trace_mask(m_mask);
+    cm_trace_file_set_clock(nullptr);
+    m_trace->reset_for_test(false);
+  }
+  std::string folder() const { return m_dir.path() + "/cmutil_trace_tests"; }
+
+  CmTempDir m_dir;
+  std::unique_ptr<CmScopedEnv> m_state;
+  CCmT120Trace* m_trace = nullptr;
+  int m_option = 0;
+  int m_mask = 0;
+};
+
+}  // namespace
+
+TEST(TraceFile, FreshFileHeaderAndFirstFlush) {
+  CmTempDir dir;
+  std::string path = dir.file("one.log");
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 0, 0);
+  ASSERT_NE(nullptr, dev);
+  EXPECT_EQ(dev, T120_Open_Trace_Dev(path.c_str(), 0, 0, 0));  // the same path gives the open file
+  std::string fresh = cm_read_file(path);
+  ASSERT_EQ(32u, fresh.size());
+  EXPECT_EQ(std::string("32") + std::string(29, ' ') + "\n", fresh);
+
+  T120_Write_Trace_Dev(dev, nullptr, nullptr, "first");
+  EXPECT_EQ(32u, cm_read_file(path).size());  // still in the buffer
+  T120_Close_Trace_Dev(dev);
+
+  std::string content = cm_read_file(path);
+  long offset = header_offset(content);
+  std::string rec = content.substr(32, static_cast<size_t>(offset) - 32);
+  EXPECT_TRUE(std::regex_match(
+      rec, std::regex("\\[\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3} pid=\\d+ tid=\\d+\\] first\\n")))
+      << rec;
+  EXPECT_EQ(static_cast<size_t>(offset), 32 + rec.size());
+  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(offset)));  // the marker stands at the end
+}
+
+TEST(TraceFile, RecordFormsAndMarkerOverwrite) {
+  CmTempDir dir;
+  std::string path = dir.file("forms.log");
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 0, 0);
+  ASSERT_NE(nullptr, dev);
+  T120_Write_Trace_Dev(dev, "MOD", "src", "both");
+  T120_Write_Trace_Dev(dev, nullptr, "src", "source only");
+  T120_Write_Trace_Dev(dev, "MOD", nullptr, "module without source");
+  T120_Refresh_Settings(0, 1);  // flushes every open file
+  std::string first = cm_read_file(path);
+  long offset1 = header_offset(first);
+  std::vector<std::string> l = lines_of(records(path));
+  ASSERT_EQ(3u, l.size());
+  EXPECT_NE(std::string::npos, l[0].find("] [MOD] src:both"));
+  EXPECT_NE(std::string::npos, l[1].find("] src:source only"));
+  EXPECT_EQ(std::string::npos, l[1].find("[MOD]"));
+  EXPECT_NE(std::string::npos, l[2].find("] module without source"));
+  EXPECT_EQ(kMarker, first.substr(static_cast<size_t>(offset1)));
+
+  T120_Write_Trace_Dev(dev, "MOD", "", "after");
+  T120_Refresh_Settings(0, 1);
+  std::string second = cm_read_file(path);
+  long offset2 = header_offset(second);
+  EXPECT_GT(offset2, offset1);
+  // The old marker was overwritten by the new record; only one marker remains.
+  EXPECT_EQ(std::string::npos, second.substr(0, static_cast<size_t>(offset2)).find("Current Trace Point"));
+  EXPECT_EQ(kMarker, second.substr(static_cast<size_t>(offset2)));
+  EXPECT_NE(std::string::npos, second.find("[MOD] :after\n"));
+  T120_Close_Trace_Dev(dev);
+  T120_Write_Trace_Dev(dev, "MOD", "", "ignored after close");  // an unknown handle is ignored
+  EXPECT_EQ(std::string::npos, cm_read_file(path).find("ignored"));
+}
+
+TEST(TraceFile, BlocksReachTheDiskWhenTheBufferIsFull) {
+  CmTempDir dir;
+  std::string path = dir.file("blocks.log");
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 0, 0);
+  ASSERT_NE(nullptr, dev);
+  const std::string text(60, 'x');
+  int written = 0;
+  while (cm_read_file(path).size() == 32u && written < 1000) {
+    T120_Write_Trace_Dev(dev, "UTIL", "", text.c_str());
+    ++written;
+  }
+  // The first flush came when a record no longer fitted into 10240 bytes.
+  long offset = header_offset(cm_read_file(path));
+  EXPECT_LE(offset - 32, 10240);
+  EXPECT_GT(offset - 32, 10240 - 200);
+  EXPECT_EQ(static_cast<size_t>(written - 1), lines_of(records(path)).size());
+  // A record larger than the whole buffer is written whole, on its own.
+  const std::string huge(30000, 'h');
+  T120_Write_Trace_Dev(dev, "UTIL", "", huge.c_str());
+  T120_Close_Trace_Dev(dev);
+  std::vector<std::string> l = lines_of(records(path));
+  ASSERT_EQ(static_cast<size_t>(written + 1), l.size());
+  EXPECT_NE(std::string::npos, l.back().find(huge));
+}
+
+TEST(TraceFile, SizeLimitCutsAtTheOffset) {
+  CmTempDir dir;
+  std::string path = dir.file("limit.log");
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 100, 0, 0);
+  ASSERT_NE(nullptr, dev);
+  CCmT120TraceFile* file = static_cast<CCmT120TraceFile*>(dev);
+  T120_Write_Trace_Dev(dev, nullptr, nullptr, std::string(200, 'a').c_str());
+  T120_Refresh_Settings(100, 1);
+  EXPECT_FALSE(file->is_full());  // the offset was 32 at that flush
+  T120_Write_Trace_Dev(dev, nullptr, nullptr, "b");
+  T120_Refresh_Settings(100, 1);
+  EXPECT_TRUE(file->is_full());  // the offset had reached the limit
+  std::string content = cm_read_file(path);
+  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(header_offset(content))));
+  EXPECT_EQ(2u, lines_of(records(path)).size());  // nothing is lost: the records are written
+  T120_Close_Trace_Dev(dev);
+}
+
+TEST(TraceFile, UnwritablePathGivesNoHandle) {
+  EXPECT_EQ(nullptr, T120_Open_Trace_Dev("/proc/cmutil-no-such-dir/x.log", 0, 0, 0));
+  EXPECT_EQ(nullptr, T120_Open_Trace_Dev(nullptr, 0, 0, 0));
+  T120_Write_Trace_Dev(nullptr, "UTIL", "", "dropped");
+  T120_Close_Trace_Dev(nullptr);
+}
+
+TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
+  CmTempDir dir;
+  std::string path = dir.file("shared.log");
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 1, 0);
+  ASSERT_NE(nullptr, dev);
+  const int kLines = 100000;
+  const std::string pad(40, '.');
+  pid_t child = fork();
+  ASSERT_NE(-1, child);
+  if (child == 0) {
+    char text[128];
+    for (int i = 0; i < kLines; ++i) {
+      snprintf(text, sizeof text, "child %d %s", i, pad.c_str());
+      T120_Write_Trace_Dev(dev, "UTIL", "", text);
+    }
+    T120_Close_Trace_Dev(dev);
+    _exit(0);
+  }
+  char text[128];
+  for (int i = 0; i < kLines; ++i) {
+    snprintf(text, sizeof text, "parent %d %s", i, pad.c_str());
+    T120_Write_Trace_Dev(dev, "UTIL", "", text);
+  }
+  T120_Close_Trace_Dev(dev);
+  int status = 0;
+  ASSERT_EQ(child, waitpid(child, &status, 0));
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_EQ(0, WEXITSTATUS(status));
+
+  std::string content = cm_read_file(path);
+  long offset = header_offset(content);
+  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(offset)));
+  std::vector<std::string> l = lines_of(content.substr(32, static_cast<size_t>(offset) - 32));
+  ASSERT_EQ(static_cast<size_t>(2 * kLines), l.size());
+  std::vector<int> seen[2] = {std::vector<int>(kLines, 0), std::vector<int>(kLines, 0)};
+  std::set<std::string> pids;
+  size_t bad = 0;
+  for (const std::string& line : l) {
+    // [date time pid=P tid=T] [UTIL] :who N pad
+    size_t pidAt = line.find(" pid=");
+    size_t body = line.find("] [UTIL] :");
+    if (pidAt == std::string::npos || body == std::string::npos) {
+      ++bad;
+      continue;
+    }
+    pids.insert(line.substr(pidAt + 5, line.find(' ', pidAt + 5) - pidAt - 5));
+    std::string rest = line.substr(body + 10);
+    int who = rest.compare(0, 6, "child ") == 0 ? 1 : (rest.compare(0, 7, "parent ") == 0 ? 0 : -1);
+    if (who < 0) {
+      ++bad;
+      continue;
+    }
+    char* end = nullptr;
+    const char* num = rest.c_str() + (who ? 6 : 7);
+    long n = strtol(num, &end, 10);
+    if (n < 0 || n >= kLines || std::string(end) != " " + pad) {
+      ++bad;
+      continue;
+    }
+    seen[who][static_cast<size_t>(n)]++;
+  }
+  EXPECT_EQ(0u, bad);
+  EXPECT_EQ(2u, pids.size());  // the child writes its own process id
+  for (int who = 0; who < 2; ++who) {
+    size_t wrong = 0;
+    for (int c : seen[who]) wrong += c != 1;
+    EXPECT_EQ(0u, wrong) << (who ? "child" : "parent");
+  }
+}
+
+TEST_F(TraceFilesTest, FilesLiveInTheStateFolder) {
+  EXPECT_EQ(folder(), CCmT120Trace::get_trace_dir());
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", m_trace->info_path());
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_error_0.log", m_trace->error_path());
+  EXPECT_EQ("", m_trace->warning_path());
+  struct stat st;
+  ASSERT_EQ(0, stat(folder().c_str(), &st));
+  EXPECT_TRUE(S_ISDIR(st.st_mode));
+  {
+    CmScopedEnv state("XDG_STATE_HOME", nullptr);
+    CmScopedEnv home("HOME", "/home/someone");
+    EXPECT_EQ("/home/someone/.local/state/cmutil_trace_tests", CCmT120Trace::get_trace_dir());
+  }
+}
+
+TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
+  std::string warnPath = folder() + "/warnings.log";
+  m_trace->open_warning_file(warnPath.c_str());
+  trace_line(2, "an info line");
+  trace_line(1, "a warning line");
+  trace_line(0, "an error line");
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  std::string info = records(m_trace->info_path());
+  std::string error = records(m_trace->error_path());
+  std::string warn = records(warnPath);
+  EXPECT_NE(std::string::npos, info.find("] [UTIL] :an info line\n"));
+  EXPECT_NE(std::string::npos, info.find("] [UTIL] :a warning line\n"));
+  EXPECT_NE(std::string::npos, info.find("] [UTIL] :an error line\n"));
+  EXPECT_EQ(3u, lines_of(info).size());
+  EXPECT_EQ(std::string::npos, error.find("warning"));
+  EXPECT_EQ(std::string::npos, error.find("info"));
+  EXPECT_NE(std::string::npos, error.find("] [UTIL] :an error line\n"));
+  EXPECT_EQ(1u, lines_of(warn).size());
+  EXPECT_NE(std::string::npos, warn.find("] [UTIL] :a warning line\n"));
+}
+
+TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
+  const std::string text(90, 'r');
+  std::vector<std::string> seen;
+  seen.push_back(m_trace->info_path());
+  // With a 1000-byte limit a file is full at its second flush; the next message then
+  // moves on to the next number. Files opened by the rotation get 20 MiB, so the small
+  // limit is set again after each one.
+  for (int rotation = 0; rotation < 10; ++rotation) {
+    T120_Refresh_Settings(1000, 1);
+    std::string before = m_trace->info_path();
+    int guard = 0;
+    while (m_trace->info_path() == before && guard++ < 1000) trace_line(2, text);
+    ASSERT_LT(guard, 1000) << "no rotation after " << before;
+    seen.push_back(m_trace->info_path());
+  }
+  for (int i = 0; i < 10; ++i)
+    EXPECT_EQ(folder() + "/cmutil_trace_tests_info_" + std::to_string(i) + ".log", seen[static_cast<size_t>(i)]);
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", seen[10]);  // after 9 comes 0 again
+  // Number 0 was emptied on opening: only the lines since then are in it.
+  EXPECT_LT(records(seen[10]).size(), 1000u);
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_error_0.log", m_trace->error_path());  // errors did not rotate
+  // A file that was rotated away keeps its records up to the size it reached.
+  std::string old = cm_read_file(seen[3]);
+  EXPECT_GE(header_offset(old), 1000);
+  EXPECT_EQ(kMarker, old.substr(static_cast<size_t>(header_offset(old))));
+}
+
+TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
+  // 23:59:59 local time on some day.
+  struct tm day;
+  memset(&day, 0, sizeof day);
+  day.tm_year = 2026 - 1900;
+  day.tm_mon = 2;
+  day.tm_mday = 14;
+  day.tm_hour = 23;
+  day.tm_min = 59;
+  day.tm_sec = 59;
+  day.tm_isdst = -1;
+  g_fakeSec = static_cast<int64_t>(mktime(&day));
+  cm_trace_file_set_clock(&fake_clock);
+  m_trace->reset_for_test();
+  std::string info0 = m_trace->info_path();
+  std::string error0 = m_trace->error_path();
+  trace_line(0, "before midnight");
+  EXPECT_EQ(info0, m_trace->info_path());
+  g_fakeSec += 2;  // 00:00:01 of the next day
+  trace_line(0, "after midnight");
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_1.log", m_trace->info_path());
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_error_1.log", m_trace->error_path());
+  trace_line(0, "next day");
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  // The closing files were flushed: the old day ends with the message that crossed midnight.
+  std::string oldInfo = records(info0);
+  EXPECT_NE(std::string::npos, oldInfo.find("[03/14/2026 23:59:59.250 pid="));
+  EXPECT_NE(std::string::npos, oldInfo.find("[03/15/2026 00:00:01.250 pid="));
+  EXPECT_NE(std::string::npos, oldInfo.find("after midnight"));
+  // The information record comes before the date test, the error record after the
+  // switch: the crossing message opens the new error file.
+  EXPECT_EQ(1u, lines_of(records(error0)).size());
+  EXPECT_NE(std::string::npos, records(error0).find("before midnight"));
+  std::string newInfo = records(m_trace->info_path());
+  EXPECT_EQ(1u, lines_of(newInfo).size());
+  EXPECT_NE(std::string::npos, newInfo.find("[03/15/2026 00:00:01.250 pid="));
+  std::vector<std::string> newError = lines_of(records(m_trace->error_path()));
+  ASSERT_EQ(2u, newError.size());
+  EXPECT_NE(std::string::npos, newError[0].find("after midnight"));
+  EXPECT_NE(std::string::npos, newError[1].find("next day"));
+}
+
+TEST_F(TraceFilesTest, ModuleFilter) {
+  EXPECT_TRUE(is_module_trace_enabled(2, nullptr));
+  EXPECT_FALSE(is_module_trace_enabled(2, "UTIL"));
+  EXPECT_FALSE(is_module_trace_enabled(3, nullptr));  // above the mask
+  m_trace->enable_module("UTIL");
+  EXPECT_TRUE(is_module_trace_enabled(2, "UTIL"));
+  EXPECT_FALSE(is_module_trace_enabled(2, "OTHER"));
+  EXPECT_FALSE(is_module_trace_enabled(2, nullptr));
+  m_trace->clear_modules();
+}
+
+namespace {
+std::vector<std::string>* g_logstashLines = nullptr;
+void logstash_sink(int, const char* text, int len) {
+  if (g_logstashLines) g_logstashLines->push_back(std::string(text, static_cast<size_t>(len)));
+}
+}  // namespace
+
+TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
+  // The state "folder" is a regular file: no log folder can be made under it.
+  std::string blocker = m_dir.write("blocker", "not a folder");
+  {
+    CmScopedEnv state("XDG_STATE_HOME", blocker.c_str());
+    m_trace->reset_for_test();
+    EXPECT_EQ("", m_trace->info_path());
+    std::vector<std::string> got;
+    g_logstashLines = &got;
+    set_util_logstash_external_trace_sink(&logstash_sink);
+    cm_set_trace_option(CM_TRACE_ROUTE_FILE | CM_TRACE_ROUTE_LOGSTASH);
+    trace_line(0, "still delivered");
+    trace_line(2, "also delivered");
+    set_util_logstash_external_trace_sink(nullptr);
+    g_logstashLines = nullptr;
+    ASSERT_EQ(2u, got.size());
+    EXPECT_EQ("[UTIL] still delivered", got[0]);
+  }
+  {
+    CmScopedEnv state("XDG_STATE_HOME", nullptr);
+    CmScopedEnv home("HOME", nullptr);
+    m_trace->reset_for_test();
+    EXPECT_EQ("", m_trace->info_path());
+    trace_line(0, "nowhere to go");
+  }
+}
