@@ -223,8 +223,8 @@ CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent)
     int64_t tLimit = static_cast<int64_t>(s_tvReportInterval.GetSec()) * 1000000 + s_tvReportInterval.GetUsec();
     if (tSpent > tLimit) {
         CM_WARNING_TRACE_THIS("CCmEventQueueBase::ProcessOneEvent, report, sec="
-                              << static_cast<long long>(tSpent / 1000000)
-                              << " usec=" << static_cast<long long>(tSpent % 1000000)
+                              << static_cast<long>(tSpent / 1000000)
+                              << " usec=" << static_cast<long>(tSpent % 1000000)
                               << " aEvent=" << static_cast<const void*>(aEvent)
                               << " m_dwSize=" << m_dwSize.load(std::memory_order_relaxed)
                               << " tid=" << static_cast<unsigned long>(GetThreadId())
