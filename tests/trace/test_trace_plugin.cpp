@@ -1,0 +1,213 @@
+// Trace plug-in bridge: level map, loading beside the library or from ../PlugIns,
+// forwarding through route 1, absence of the plug-in, troubleshooting settings.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "cmutil/config/KelDebugFileConfig.h"
+#include "cmutil/trace/CmTrace.h"
+#include "config/ConfigTestUtil.h"
+#include "trace/CmTvxTrace.h"
+
+namespace {
+
+std::string library_folder() {
+  Dl_info info;
+  if (!dladdr(reinterpret_cast<void*>(&util_adapter_trace), &info) || !info.dli_fname) return std::string();
+  std::string path = info.dli_fname;
+  size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+}
+
+std::string bundle_path() { return library_folder() + "/tvxtrace.bundle"; }
+
+bool bundle_present() {
+  struct stat st;
+  return stat(bundle_path().c_str(), &st) == 0;
+}
+
+struct PluginCall {
+  int level = -1;
+  std::string module, label, text;
+  int textLen = 0;
+};
+
+// Reads back what the test plug-in received, through its own test functions.
+class PluginProbe {
+ public:
+  explicit PluginProbe(const std::string& path) {
+    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!m_handle) return;
+    m_count = reinterpret_cast<int (*)()>(dlsym(m_handle, "tvx_test_count"));
+    m_call = reinterpret_cast<bool (*)(int, int*, char*, char*, char*, int*)>(dlsym(m_handle, "tvx_test_call"));
+    m_reset = reinterpret_cast<void (*)()>(dlsym(m_handle, "tvx_test_reset"));
+  }
+  ~PluginProbe() {
+    if (m_handle) dlclose(m_handle);
+  }
+  bool ok() const { return m_count && m_call && m_reset; }
+  int count() const { return m_count(); }
+  void reset() const { m_reset(); }
+  PluginCall call(int i) const {
+    PluginCall c;
+    char module[64], label[64], text[512];
+    if (m_call(i, &c.level, module, label, text, &c.textLen)) {
+      c.module = module;
+      c.label = label;
+      c.text = text;
+    }
+    return c;
+  }
+
+ private:
+  void* m_handle = nullptr;
+  int (*m_count)() = nullptr;
+  bool (*m_call)(int, int*, char*, char*, char*, int*) = nullptr;
+  void (*m_reset)() = nullptr;
+};
+
+// Route 1 only, restoring the option word and mask afterwards.
+class PluginRouteTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_option = cm_get_trace_option();
+    m_mask = g_traceMask.load();
+    cm_set_trace_option(CM_TRACE_ROUTE_PLUGIN);
+    set_external_trace_mask(4);
+    m_tvx = CCmTvxTrace::instance();
+    ASSERT_NE(nullptr, m_tvx);
+  }
+  void TearDown() override {
+    cm_set_trace_option(m_option);
+    set_external_trace_mask(m_mask);
+  }
+  CCmTvxTrace* m_tvx = nullptr;
+  int m_option = 0;
+  int m_mask = 0;
+};
+
+}  // namespace
+
+TEST_F(PluginRouteTest, LevelMap) {
+  const int expected[] = {8, 4, 2, 1, 1, 0, 0};
+  for (unsigned int level = 0; level < 7; ++level) {
+    int value = -1;
+    EXPECT_TRUE(m_tvx->GetTraceLevel(level, value));
+    EXPECT_EQ(expected[level], value) << level;
+  }
+  int value = -1;
+  EXPECT_TRUE(m_tvx->GetTraceLevel(255, value));
+  EXPECT_EQ(0, value);
+  EXPECT_FALSE(m_tvx->GetTraceLevel(256, value));
+  EXPECT_FALSE(m_tvx->UpdateTraceLevel(300, 9));
+  EXPECT_TRUE(m_tvx->UpdateTraceLevel(200, 9));
+  EXPECT_TRUE(m_tvx->GetTraceLevel(200, value));
+  EXPECT_EQ(9, value);
+  EXPECT_TRUE(m_tvx->UpdateTraceLevel(200, 0));
+}
+
+TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
+  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
+  m_tvx->Init();
+  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
+  PluginProbe probe(bundle_path());
+  ASSERT_TRUE(probe.ok());
+  probe.reset();
+  util_adapter_trace(1, "UTIL", "a warning", 9);
+  util_adapter_trace(0, "UTIL", "an error", 8);
+  util_adapter_trace(7, "UTIL", "level seven", 11);
+  util_adapter_trace(2, nullptr, "no module", 9);
+  ASSERT_EQ(4, probe.count());
+  PluginCall warning = probe.call(0);
+  EXPECT_EQ(4, warning.level);
+  EXPECT_EQ("UTIL", warning.module);
+  EXPECT_EQ("", warning.label);          // the second label is always empty
+  EXPECT_EQ("a warning", warning.text);  // undecorated text
+  EXPECT_EQ(8, probe.call(1).level);
+  EXPECT_EQ(0, probe.call(2).level);
+  EXPECT_EQ(2, probe.call(3).level);
+  EXPECT_EQ("UTIL", probe.call(3).module);
+
+  ASSERT_TRUE(m_tvx->UpdateTraceLevel(2, 5));
+  util_adapter_trace(2, "UTIL", "remapped", 8);
+  EXPECT_EQ(5, probe.call(4).level);
+  ASSERT_TRUE(m_tvx->UpdateTraceLevel(2, 2));
+
+  // A 5000-character text reaches the plug-in in pieces 2047 characters apart.
+  probe.reset();
+  std::string longText(5000, 'L');
+  util_adapter_trace(2, "UTIL", longText.c_str(), 5000);
+  ASSERT_EQ(3, probe.count());
+  EXPECT_EQ(5000, probe.call(0).textLen);
+  EXPECT_EQ(5000 - 2047, probe.call(1).textLen);
+  EXPECT_EQ(5000 - 4094, probe.call(2).textLen);
+
+  // After Close() forwarding does nothing and fails nothing.
+  m_tvx->Close();
+  EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
+  probe.reset();
+  util_adapter_trace(0, "UTIL", "not forwarded", 13);
+  EXPECT_FALSE(m_tvx->trace_string(0, "UTIL", "direct"));
+  EXPECT_EQ(0, probe.count());
+  m_tvx->Init();
+  EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
+}
+
+TEST_F(PluginRouteTest, PlugInsFolderIsTheFallback) {
+  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
+  CmTempDir dir;
+  mkdir(dir.file("lib").c_str(), 0777);
+  dir.write("PlugIns/tvxtrace.bundle", cm_read_file(bundle_path()));
+  m_tvx->Close();
+  EXPECT_FALSE(m_tvx->LoadFromFolder(dir.file("nothing-here")));
+  EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
+  ASSERT_TRUE(m_tvx->LoadFromFolder(dir.file("lib")));
+  EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
+  PluginProbe probe(dir.file("PlugIns/tvxtrace.bundle"));
+  ASSERT_TRUE(probe.ok());
+  probe.reset();
+  util_adapter_trace(3, "UTIL", "from PlugIns", 12);
+  ASSERT_EQ(1, probe.count());
+  EXPECT_EQ(1, probe.call(0).level);
+  m_tvx->Close();
+  m_tvx->Init();  // back to the plug-in beside the library
+}
+
+TEST_F(PluginRouteTest, WithoutAPlugInNothingFails) {
+  m_tvx->Close();
+  EXPECT_FALSE(m_tvx->LoadFromFolder("/nonexistent/cmutil"));
+  EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
+  EXPECT_FALSE(m_tvx->trace_string(1, "UTIL", "dropped"));
+  for (int level = 0; level < 5; ++level) util_adapter_trace(level, "UTIL", "no plug-in", 10);
+  std::string longText(5000, 'x');
+  util_adapter_trace(2, "UTIL", longText.c_str(), 5000);
+  m_tvx->Init();
+  EXPECT_EQ(bundle_present(), m_tvx->IsLoadDllSuccessfully());
+}
+
+TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {
+  CKelDebugFileConfig& config = CKelDebugFileConfig::instance();
+  set_external_trace_mask(0);
+  g_kel_trace_topprocess.store(0);
+  m_tvx->UpdateTroubleShotConfigStatus();  // nothing configured: nothing changes
+  EXPECT_EQ(0, g_traceMask_TroubleShootConfig.load());
+  EXPECT_EQ(0, g_kel_trace_topprocess.load());
+
+  config.SetValueInt("kel_trace_level", 3);
+  config.SetValueInt("kel_trace_topprocess", 1);
+  m_tvx->UpdateTroubleShotConfigStatus();
+  EXPECT_EQ(3, g_traceMask_TroubleShootConfig.load());
+  EXPECT_EQ(3, get_external_trace_mask());
+  EXPECT_EQ(1, g_kel_trace_topprocess.load());
+
+  config.SetValueString("kel_trace_level", "9");  // not an int: ignored
+  m_tvx->UpdateTroubleShotConfigStatus();
+  EXPECT_EQ(3, g_traceMask_TroubleShootConfig.load());
+
+  config.CleanDebugConfigs();
+  set_troubleshoot_trace_mask(0);
+  g_kel_trace_topprocess.store(0);
+}
