@@ -18,5 +18,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmutilConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/cmutilConfig.cmake ${PROJECT_BINARY_DIR}/cmutilConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/cmutil)
 
+# The pkg-config file finds the prefix relative to its own folder.
+file(RELATIVE_PATH CMUTIL_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" CMUTIL_PC_TO_PREFIX "${CMUTIL_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/cmutil.pc.in ${PROJECT_BINARY_DIR}/cmutil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/cmutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
