@@ -1,0 +1,91 @@
+// Configuration commands (ini, json) and the configuration / trace-file demo.
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "CmCommand.h"
+#include "cmutil/config/CmConfigIO.h"
+#include "cmutil/config/CmJson.h"
+#include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/trace/CmTraceMacros.h"
+#include "trace/CmT120Trace.h"
+
+namespace {
+
+const char kIniUsage[] = "cmutil ini <file> <section> <key>   print the value of key in section of an INI file";
+const char kJsonUsage[] = "cmutil json <file>                  parse a JSON file and print it re-serialised";
+
+int ini_command(int argc, char** argv) {
+  if (argc != 4) {
+    std::fprintf(stderr, "usage: %s\n", kIniUsage);
+    return 2;
+  }
+  char value[257] = {0};
+  if (!get_string_param_from_ini_force(argv[1], argv[2], argv[3], value, sizeof value - 1)) {
+    std::fprintf(stderr, "%s: [%s] %s not found\n", argv[1], argv[2], argv[3]);
+    return 1;
+  }
+  std::printf("%s\n", value);
+  return 0;
+}
+
+int json_command(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s\n", kJsonUsage);
+    return 2;
+  }
+  std::ifstream in(argv[1], std::ios::binary);
+  if (!in) {
+    std::fprintf(stderr, "%s: cannot be read\n", argv[1]);
+    return 1;
+  }
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  json::Value value = json::Deserialize(text);
+  if (value.IsNull()) {
+    std::fprintf(stderr, "%s: not a JSON object or array\n", argv[1]);
+    return 1;
+  }
+  std::printf("%s\n", json::Serialize(value).c_str());
+  return 0;
+}
+
+long records_in(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  char header[33] = {0};
+  in.read(header, 32);
+  return in.gcount() == 32 ? std::strtol(header, nullptr, 10) - 32 : -1;
+}
+
+int config_demo() {
+  json::Value doc = json::Deserialize("{\"kel_trace_level\": 2, \"codec\": \"opus\", \"rates\": [16000, 48000]}");
+  std::printf(" json: %s (%zu members)\n", json::Serialize(doc).c_str(), doc.size());
+
+  const int savedOption = cm_get_trace_option();
+  const int savedMask = get_external_trace_mask();
+  cm_set_trace_option(savedOption | CM_TRACE_ROUTE_FILE);
+  set_external_trace_mask(2);
+  CCmT120Trace* files = CCmT120Trace::instance();
+  CM_INFO_TRACE("config demo: an information line for the info file");
+  CM_WARNING_TRACE("config demo: a warning line, info file only");
+  CM_ERROR_TRACE("config demo: an error line, info and error files, code=" << CCmTextFormator::hex << 0x46004001u);
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);  // flush the buffers to disk now
+  cm_set_trace_option(savedOption);
+  set_external_trace_mask(savedMask);
+  if (!files || files->info_path().empty()) {
+    std::printf(" trace files: no log folder could be created under %s\n", CCmT120Trace::get_trace_dir().c_str());
+    return 0;
+  }
+  std::printf(" trace files in %s\n", CCmT120Trace::get_trace_dir().c_str());
+  std::printf("  info:  %s (%ld bytes of records)\n", files->info_path().c_str(), records_in(files->info_path()));
+  std::printf("  error: %s (%ld bytes of records)\n", files->error_path().c_str(), records_in(files->error_path()));
+  return 0;
+}
+
+}  // namespace
+
+CMUTIL_REGISTER_COMMAND("ini", kIniUsage, ini_command);
+CMUTIL_REGISTER_COMMAND("json", kJsonUsage, json_command);
+CMUTIL_REGISTER_DEMO(40, "config", config_demo);
