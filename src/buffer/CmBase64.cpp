@@ -7,7 +7,7 @@
 
 namespace {
 
-const char six2pr[65] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char six2pr[65] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 /// Sentinel of pr2six for bytes outside the alphabet.
 constexpr unsigned char kInvalid = 64;
