@@ -30,3 +30,8 @@
 #include "cmutil/timer/CmTimerMinHeapQueue.h"
 #include "cmutil/timer/CmTimerWheelQueue.h"
 #include "cmutil/timer/CmTimerQueueOnDemand.h"
+#include "cmutil/timer/CmTimer.h"
+#include "cmutil/timer/CmTimerFact.h"
+#include "cmutil/timer/CmTimerWrapperID.h"
+#include "cmutil/timer/CmTimerQueueCalendar.h"
+#include "cmutil/thread/CmThreadHeartBeat.h"

@@ -268,9 +268,11 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
     queue.ScheduleTimer(handlers.back().get(), nullptr, Ms(due.back()), 1);
   }
   for (int i = 0; i < 200; i += 3) EXPECT_EQ(CM_OK, queue.CancelTimer(handlers[i].get()));
-  for (int i = 1; i < 200; i += 7)  // reschedule some: remove + re-insert
-    if (i % 3 != 0)
+  for (int i = 1; i < 200; i += 7) {  // reschedule some: remove + re-insert
+    if (i % 3 != 0) {
       EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(handlers[i].get(), nullptr, Ms(due[i] = dist(rng)), 1));
+    }
+  }
   EXPECT_EQ(200u - 67u, queue.GetCount());
   clock.AdvanceMs(1000);
   queue.CheckExpire(nullptr, nullptr);

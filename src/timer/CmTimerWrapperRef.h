@@ -1,0 +1,50 @@
+#pragma once
+/// The reference object behind a timer handle: the ICmTimerHandler that a timer queue
+/// actually holds. Reference counted, so a handle may be destroyed while the queue's
+/// callback or a posted scheduling/cancelling event still uses it. The queue itself
+/// holds no count: removal from the queue happens on the queue's own thread (at once,
+/// or through the cancelling event) before the last count goes.
+
+#include <atomic>
+
+#include "cmutil/thread/CmMutex.h"
+#include "cmutil/thread/CmReferenceControl.h"
+#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timer/CmTimerWrapperID.h"
+
+class CM_EXPORT CCmTimerWrapperRef : public CCmReferenceControlT<CCmMutexThread>, public ICmTimerHandler {
+ public:
+  CCmTimerWrapperRef(CCmTimerWrapperID* aParent, CM_THREAD_ID aThreadId);
+  ~CCmTimerWrapperRef() override;
+
+  void OnTimeout(const CCmTimeValue& aCurTime, void* aArg) override;
+
+  /// Schedules this reference in its bound queue (owner thread only).
+  CmResult ScheduleTimer(CCmTimerWrapperIDSink* aSink, const CCmTimeValue& aInterval, unsigned int aCount);
+  /// Marks cancelled, forgets the parent; removes the timer at once on the owning
+  /// thread, else waits for a running callback (bounded) and posts the removal.
+  CmResult Cancel();
+
+  ICmTimerQueue* GetTimerQueue() const { return m_pTimerQueue.load(std::memory_order_acquire); }
+  void BindTimerQueue(ICmTimerQueue* aQueue) { m_pTimerQueue.store(aQueue, std::memory_order_release); }
+  CM_THREAD_ID GetThreadId() const { return m_ThreadId; }
+  bool IsCancelled() const { return m_bCancelled.load(); }
+
+ protected:
+  void OnReferenceDestory() override;
+
+ private:
+  /// True when the calling thread owns the bound queue (both may be null).
+  bool IsOwnThread() const;
+
+  std::atomic<CCmTimerWrapperID*> m_pParent;
+  std::atomic<ICmTimerQueue*> m_pTimerQueue;
+  CM_THREAD_ID m_ThreadId;
+  std::atomic<bool> m_bExecuting;
+  std::atomic<bool> m_bCancelled;
+};
+
+/// Test hook: how long a foreign Cancel may wait for a running callback, as the
+/// number of sleeps (default 25: five of 30 ms, then 100 ms each).
+CM_EXPORT void cm_set_timer_cancel_wait_rounds_for_test(int aRounds);

@@ -1,0 +1,139 @@
+// The heartbeat thread: delays asked of the outside scheduler, events and Stop.
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <vector>
+
+#include "TimerTestSupport.h"
+#include "cmutil/thread/CmThreadHeartBeat.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+std::mutex g_delaysMutex;
+std::vector<unsigned int> g_delays;
+
+void RecordDelay(unsigned int ms) {
+  std::lock_guard<std::mutex> lock(g_delaysMutex);
+  g_delays.push_back(ms);
+}
+
+std::vector<unsigned int> TakeDelays() {
+  std::lock_guard<std::mutex> lock(g_delaysMutex);
+  std::vector<unsigned int> out;
+  out.swap(g_delays);
+  return out;
+}
+
+CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
+class CountingEvent : public ICmEvent {
+ public:
+  explicit CountingEvent(int* counter) : m_counter(counter) {}
+  CmResult OnEventFire() override {
+    ++*m_counter;
+    return CM_OK;
+  }
+
+ private:
+  int* m_counter;
+};
+
+class HeartBeatTest : public ::testing::Test {
+ protected:
+  HeartBeatTest() : hb(new CCmThreadHeartBeat) {
+    EXPECT_EQ(CM_OK, hb->Create("hb-test", 0, TF_JOINABLE, false));
+    hb->OnThreadInit();
+    hb->SetScheduler(&RecordDelay);
+    TakeDelays();
+  }
+  ~HeartBeatTest() override {
+    hb->Stop(nullptr);
+    hb->Destory(0);
+    TakeDelays();
+  }
+
+  unsigned int DelayAfterTimer(long ms) {
+    RecordingHandler h("h", nullptr);
+    EXPECT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(ms), 1));
+    TakeDelays();
+    EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+    const auto delays = TakeDelays();
+    EXPECT_EQ(CM_OK, hb->GetTimerQueue()->CancelTimer(&h));
+    return delays.size() == 1 ? delays[0] : 0xFFFFFFFFu;
+  }
+
+  FakeTimerClock clock;
+  CCmThreadHeartBeat* hb;
+};
+
+TEST_F(HeartBeatTest, DelayFollowsTheNextTimer) {
+  EXPECT_EQ(10u, DelayAfterTimer(3));
+  EXPECT_EQ(45u, DelayAfterTimer(40));
+  EXPECT_EQ(1000u, DelayAfterTimer(5000));
+}
+
+TEST_F(HeartBeatTest, OneCutInAHundredIsTraced) {
+  CmTraceCapture cap;
+  for (int i = 0; i < 100; ++i) {
+    clock.AdvanceMs(1);  // a new earliest each time
+    EXPECT_EQ(1000u, DelayAfterTimer(2000));
+  }
+  EXPECT_EQ(1, cap.count("CCmThreadHeartBeat::DoHeartBeat schedule in ms =2005"));
+}
+
+TEST_F(HeartBeatTest, NoTimerOrNoChangeAsksFor200) {
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());
+  RecordingHandler h("h", nullptr);
+  ASSERT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(100), 1));
+  // A timer landing in an empty queue, then the on-demand notice: 10 ms each.
+  EXPECT_EQ((std::vector<unsigned int>{10u, 10u}), TakeDelays());
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(std::vector<unsigned int>{105u}, TakeDelays());
+  clock.AdvanceMs(30);
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());  // same earliest as before
+  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());
+  clock.AdvanceMs(70);
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());  // queue now empty
+}
+
+TEST_F(HeartBeatTest, PostAsksForZeroAndTheHeartbeatRunsTheEvent) {
+  int fired = 0;
+  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
+  EXPECT_EQ(std::vector<unsigned int>{0u}, TakeDelays());
+  EXPECT_EQ(0, fired);
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(1, fired);
+}
+
+TEST_F(HeartBeatTest, NothingIsAskedForAfterStop) {
+  EXPECT_EQ(CM_OK, hb->Stop(nullptr));
+  int fired = 0;
+  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
+  RecordingHandler h("h", nullptr);
+  ASSERT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(10), 1));
+  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(1, fired);
+  EXPECT_TRUE(TakeDelays().empty());
+  EXPECT_EQ(CM_OK, hb->GetTimerQueue()->CancelTimer(&h));
+}
+
+TEST_F(HeartBeatTest, OnThreadRunWithASchedulerDoesNoWork) {
+  CmTraceCapture cap;
+  int fired = 0;
+  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
+  hb->OnThreadRun();
+  EXPECT_EQ(0, fired);
+  EXPECT_TRUE(
+      cap.contains("CCmThreadHeartBeat::OnThreadRun, with scheduler you should never call OnThreadRun it "
+                   "will be driven by scheduler automatically."));
+  hb->SetScheduler(nullptr);
+  hb->OnThreadRun();  // without a scheduler: one heartbeat
+  EXPECT_EQ(1, fired);
+}
+
+}  // namespace

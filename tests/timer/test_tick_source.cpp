@@ -1,0 +1,202 @@
+// Clock policies, clock-field breakdowns, the low tick thread and elapsed-time facts.
+
+#include <gtest/gtest.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "cmutil/timer/CmTimer.h"
+#include "cmutil/timer/CmTimerFact.h"
+#include "common/CmTraceCapture.h"
+#include "timer/CmLowTickHooks.h"
+
+namespace {
+
+TEST(TickType, BreaksMicrosecondsIntoClockFields) {
+  tick_type t(3723004005LL);
+  EXPECT_EQ(1u, t.hour);
+  EXPECT_EQ(2u, t.minute);
+  EXPECT_EQ(3u, t.second);
+  EXPECT_EQ(4u, t.millisecond);
+  EXPECT_EQ(5u, t.microsecond);
+  t.reset(90000000000LL);
+  EXPECT_EQ(25u, t.hour);  // not reduced modulo 24
+  EXPECT_EQ(0u, t.minute);
+  EXPECT_EQ(0u, t.second);
+}
+
+TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
+  const long long us = 1767225600LL * 1000000LL + 123456LL;  // early 2026
+  time_type t(us);
+  const time_t secs = static_cast<time_t>(us / 1000000);
+  struct tm expected;
+  ASSERT_NE(nullptr, localtime_r(&secs, &expected));
+  EXPECT_EQ(expected.tm_year + 1900, t.tm_year);
+  EXPECT_EQ(expected.tm_mon + 1, t.tm_mon);
+  EXPECT_EQ(expected.tm_mday, t.tm_mday);
+  EXPECT_EQ(expected.tm_hour, t.tm_hour);
+  EXPECT_EQ(expected.tm_min, t.tm_min);
+  EXPECT_EQ(expected.tm_sec, t.tm_sec);
+  EXPECT_EQ(expected.tm_wday, t.tm_wday);
+  EXPECT_EQ(expected.tm_yday, t.tm_yday);
+  EXPECT_EQ(123u, t.millisecond);
+  EXPECT_EQ(456u, t.microsecond);
+
+  time_type nowFields = formatted_timer::now();
+  EXPECT_GE(nowFields.tm_year, 2024);
+  EXPECT_GE(nowFields.tm_mon, 1);
+  EXPECT_LE(nowFields.tm_mon, 12);
+}
+
+TEST(ClockPolicies, ReadTheirClocks) {
+  struct timeval tv;
+  gettimeofday(&tv, nullptr);
+  const long long wall = tv.tv_sec * 1000000LL + tv.tv_usec;
+  EXPECT_NEAR(static_cast<double>(wall), static_cast<double>(timer_policy::now()), 2e6);
+  EXPECT_NEAR(static_cast<double>(wall / 1000), static_cast<double>(get_tick_count()), 2e3);
+
+  const long long msPerTick = 1000 / sysconf(_SC_CLK_TCK);
+  EXPECT_EQ(0, tick_policy::now() % (msPerTick * 1000));  // kernel-tick resolution
+
+  const long long a = tick_policy::now_us();
+  const long long b = get_tick_count_us();
+  EXPECT_LE(a, b);
+  EXPECT_LT(b - a, 1000000);
+  EXPECT_EQ(9223372036854775807LL, low_tick_policy::max_time_value());
+}
+
+TEST(LowTick, FallsBackToTheKernelTickBeforeStart) {
+  ASSERT_EQ(0u, cm_low_tick_ref_count());
+  for (int i = 0; i < 5; ++i) {
+    const long long before = tick_policy::now();
+    const long long low = low_tick_policy::now();
+    const long long after = tick_policy::now();
+    EXPECT_LE(before, low);
+    EXPECT_LE(low, after);
+  }
+  EXPECT_FALSE(low_tick_generator::instance()->is_started());
+}
+
+TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
+  CmTraceCapture cap;
+  startLowTick();
+  ACmThread* tick = cm_low_tick_thread();
+  ASSERT_NE(nullptr, tick);
+  EXPECT_EQ(1u, cm_low_tick_ref_count());
+  EXPECT_TRUE(low_tick_generator::instance()->is_started());
+  EXPECT_TRUE(cap.contains("low_tick_generator::start [this="));
+
+  startLowTick();
+  EXPECT_EQ(2u, cm_low_tick_ref_count());
+  EXPECT_EQ(tick, cm_low_tick_thread());
+  EXPECT_TRUE(cap.contains("startLowTick: g_tickThread has been initialized"));
+
+  // The cached value moves on while the thread runs.
+  const long long first = low_tick_policy::now();
+  long long later = first;
+  for (int i = 0; i < 300 && later == first; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    later = low_tick_policy::now();
+  }
+  EXPECT_GT(later, first);
+
+  stopLowTick();
+  EXPECT_EQ(1u, cm_low_tick_ref_count());
+  EXPECT_NE(nullptr, cm_low_tick_thread());
+  EXPECT_TRUE(cap.contains("stopLowTick, leave. refNum=1"));
+
+  stopLowTick();
+  EXPECT_EQ(0u, cm_low_tick_ref_count());
+  EXPECT_EQ(nullptr, cm_low_tick_thread());
+  EXPECT_FALSE(low_tick_generator::instance()->is_started());
+  EXPECT_TRUE(cap.contains("low_tick_generator::stop [this="));
+
+  cap.clear();
+  stopLowTick();  // unmatched: stays at 0
+  EXPECT_EQ(0u, cm_low_tick_ref_count());
+  EXPECT_TRUE(cap.contains("stopLowTick, enter."));
+  EXPECT_TRUE(cap.contains("stopLowTick, leave. refNum=0"));
+
+  // And it can start again afterwards.
+  startLowTick();
+  EXPECT_NE(nullptr, cm_low_tick_thread());
+  stopLowTick();
+  EXPECT_EQ(nullptr, cm_low_tick_thread());
+}
+
+// ---- timer_fact ----
+
+struct FakePolicy {
+  static long long value;
+  static long long now() { return value; }
+  static long long max_time_value() { return 9223372036854775807LL; }
+};
+long long FakePolicy::value = 0;
+
+TEST(TimerFact, ElapsedInEachUnitDividesEachInstantSeparately) {
+  FakePolicy::value = 2499;
+  timer_fact<FakePolicy> fact(1500);
+  EXPECT_EQ(1500, fact.latest_tag());
+  EXPECT_EQ(999, fact.elapsed());
+  EXPECT_EQ(1, fact.elapsed_mills());
+  EXPECT_EQ(0, fact.elapsed_sec());
+  FakePolicy::value = 1000;
+  fact.reset(999);
+  EXPECT_EQ(1, fact.elapsed());
+  EXPECT_EQ(1, fact.elapsed_mills());
+  FakePolicy::value = 5000000;
+  fact.reset(999999);
+  EXPECT_EQ(5, fact.elapsed_sec());
+  EXPECT_TRUE(fact.overtime_sec(5));
+  EXPECT_FALSE(fact.overtime_sec(6));
+  EXPECT_TRUE(fact.overtime_mills(4000));
+}
+
+TEST(TimerFact, MinusOneMeansNowAndOvertimeZeroIsAlwaysTrue) {
+  FakePolicy::value = 777;
+  timer_fact<FakePolicy> fact(-1);
+  EXPECT_EQ(777, fact.latest_tag());
+  EXPECT_EQ(0, fact.elapsed());
+  EXPECT_TRUE(fact.overtime(0));
+  EXPECT_FALSE(fact.overtime(1));
+  FakePolicy::value = 900;
+  fact.reset();
+  EXPECT_EQ(900, fact.latest_tag());
+  EXPECT_EQ(900, timer_fact<FakePolicy>::now());
+}
+
+TEST(TimerFact, ClockBehindTheStartIsTakenAsAWrap) {
+  const long long max = 9223372036854775807LL;
+  FakePolicy::value = 100;
+  timer_fact<FakePolicy> fact(5000);  // a wall-clock step backwards
+  EXPECT_EQ(max - 5000 + 100, fact.elapsed());
+  EXPECT_TRUE(fact.overtime(1000000000LL));
+  EXPECT_EQ((max - 5000) / 1000 + 0, fact.elapsed_mills());
+  EXPECT_EQ(0, fact.elapsed_sec());  // both instants fall in second 0
+  fact.reset(5000000);
+  EXPECT_EQ((max - 5000000) / 1000000 + 0, fact.elapsed_sec());
+  fact.reset(5000);
+
+  // Start at the maximum itself: n - max.
+  fact.reset(max);
+  FakePolicy::value = 10;
+  EXPECT_EQ(static_cast<long long>(10ULL - static_cast<unsigned long long>(max)), fact.elapsed());
+
+  // nm below sm but max - start within one unit: plain nm - sm.
+  fact.reset(max - 500);
+  FakePolicy::value = max - 900;
+  EXPECT_EQ((max - 900) / 1000 - (max - 500) / 1000, fact.elapsed_mills());
+}
+
+TEST(TimerFact, RealPoliciesStartAtZero) {
+  timer_fact<timer_policy> wall(-1);
+  EXPECT_LE(wall.elapsed_mills(), 1);
+  timer_fact<tick_policy> tick;
+  EXPECT_LE(tick.elapsed_sec(), 1);
+  timer_fact<low_tick_policy> low;
+  EXPECT_GE(low.elapsed(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+// The calendar queue: ring arithmetic, tick counting, the immediate list fired through
+// the queue's own event, and moving a handler's single node.
+
+#include <gtest/gtest.h>
+
+#include <list>
+#include <vector>
+
+#include "TimerTestSupport.h"
+#include "cmutil/thread/CmEventQueueBase.h"
+#include "cmutil/timer/CmTimerQueueCalendar.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
+class CalendarTest : public ::testing::Test {
+ protected:
+  CalendarTest() { events.Reset2CurrentThreadInfo(); }
+  ~CalendarTest() override { events.DestoryPendingEvents(); }
+
+  /// Ticks until h has fired; returns the number of ticks, or -1 after `limit`.
+  int TicksUntilFired(CCmTimerQueueCalendar& cal, RecordingHandler& h, int limit = 100) {
+    const int before = h.Count();
+    for (int i = 1; i <= limit; ++i) {
+      cal.TimerTick();
+      if (h.Count() != before) return i;
+    }
+    return -1;
+  }
+
+  int RunEvents() {
+    std::list<ICmEvent*> list;
+    if (events.PopPendingEvents(list) != CM_OK) return 0;
+    events.ProcessEvents(list);
+    return static_cast<int>(list.size());
+  }
+
+  FakeTimerClock clock;
+  CCmEventQueueUsingMutex events;
+  std::vector<Firing> log;
+};
+
+TEST_F(CalendarTest, RingSizeFollowsSlotIntervalAndReach) {
+  CCmTimerQueueCalendar small(5, 50, &events);
+  EXPECT_EQ(10u, small.GetSlotInterval());
+  EXPECT_EQ(10u, small.GetMaxSlotNumber());  // 50 / 10 = 5 is 10 or less: 11 slots
+  CCmTimerQueueCalendar big(20, 10000, &events);
+  EXPECT_EQ(20u, big.GetSlotInterval());
+  EXPECT_EQ(499u, big.GetMaxSlotNumber());
+  CCmTimerQueueCalendar wide(100, 50, &events);  // interval beyond the reach
+  EXPECT_EQ(10u, wide.GetMaxSlotNumber());
+  EXPECT_EQ(0u, wide.GetCurrentSlot());
+}
+
+TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler h("h", &log);
+  int arg = 3;
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &arg, Ms(25), 0));
+  EXPECT_EQ(3, TicksUntilFired(cal, h));
+  EXPECT_EQ(&arg, log[0].arg);
+  EXPECT_EQ(clock.Now(), log[0].at);
+  EXPECT_EQ(3, TicksUntilFired(cal, h));  // re-armed from the current slot
+}
+
+TEST_F(CalendarTest, SubMillisecondIntervalWaitsAWholeRevolution) {
+  CCmTimerQueueCalendar cal(5, 50, &events);  // 11 slots
+  RecordingHandler h("h", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 500L), 0));
+  EXPECT_EQ(11, TicksUntilFired(cal, h));
+  // Re-armed into the slot it fired from: once per revolution, not in a loop.
+  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ(11, TicksUntilFired(cal, h));
+}
+
+TEST_F(CalendarTest, CountRunsOut) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler h("h", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, Ms(10), 2));
+  for (int i = 0; i < 10; ++i) cal.TimerTick();
+  EXPECT_EQ(2, h.Count());
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&h));
+}
+
+TEST_F(CalendarTest, IntervalBeyondTheRingIsCappedWithATrace) {
+  CmTraceCapture cap;
+  CCmTimerQueueCalendar cal(10, 100, &events);  // max slot number 10
+  RecordingHandler h("h", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, Ms(200), 1));
+  EXPECT_TRUE(
+      cap.contains("CCmTimerQueueCalendar::InsertUnique_i, exceed max interval. interval_s=0 "
+                   "interval_us=200000 dwDistance=20 m_impl->dwMaxSlotNumber=10 [this="));
+  EXPECT_EQ(10, TicksUntilFired(cal, h));
+  cap.clear();
+  RecordingHandler exact("exact", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&exact, nullptr, Ms(100), 1));  // distance == max: traced too
+  EXPECT_EQ(1, cap.count("exceed max interval"));
+}
+
+TEST_F(CalendarTest, ZeroIntervalFiresOnceThroughTheEvent) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler a("a", &log), b("b", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 5));
+  EXPECT_EQ(1u, events.GetPendingEventsCount());
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&b, nullptr, CCmTimeValue(0L, 0L), 1));
+  EXPECT_EQ(1u, events.GetPendingEventsCount());  // posted once
+  cal.TimerTick();
+  EXPECT_EQ(0, a.Count());
+  EXPECT_EQ(1, RunEvents());
+  EXPECT_EQ(1, a.Count());
+  EXPECT_EQ(1, b.Count());
+  EXPECT_EQ("b", log[0].name);  // the immediate list is served head first
+  EXPECT_EQ(0, RunEvents());    // whatever the count, once
+  // The queue survives its event's destruction and can post again.
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));
+  EXPECT_EQ(1, RunEvents());
+  EXPECT_EQ(2, a.Count());
+}
+
+TEST_F(CalendarTest, CancellingAWaitingZeroIntervalTimerEmptiesTheImmediateList) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler a("a", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));
+  EXPECT_EQ(CM_OK, cal.CancelTimer(&a));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&a));
+  EXPECT_EQ(1, RunEvents());
+  EXPECT_EQ(0, a.Count());
+}
+
+TEST_F(CalendarTest, RescheduleMovesTheSingleNode) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler h("h", &log);
+  int first = 1, second = 2;
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, Ms(30), 1));
+  EXPECT_EQ(CM_ERROR_FOUND, cal.ScheduleTimer(&h, &second, Ms(50), 1));
+  EXPECT_EQ(5, TicksUntilFired(cal, h));
+  EXPECT_EQ(-1, TicksUntilFired(cal, h, 200));
+  ASSERT_EQ(1u, log.size());
+  EXPECT_EQ(&second, log[0].arg);
+
+  // From a slot to the immediate list and back: still one node.
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, Ms(20), 1));
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, CCmTimeValue(0L, 0L), 1));  // post makes it CM_OK
+  EXPECT_EQ(CM_ERROR_FOUND, cal.ScheduleTimer(&h, &second, Ms(20), 1));
+  EXPECT_EQ(1, RunEvents());
+  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ(2, TicksUntilFired(cal, h));
+  EXPECT_EQ(2, h.Count());
+}
+
+TEST_F(CalendarTest, CallbackMayCancelAnotherTimerOfTheSameSlot) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler a("a", &log), b("b", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, Ms(10), 0));
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&b, nullptr, Ms(10), 0));
+  // b was stored last, at the head: it fires first and cancels a.
+  b.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, cal.CancelTimer(&a)); });
+  cal.TimerTick();
+  EXPECT_EQ(1, b.Count());
+  EXPECT_EQ(0, a.Count());
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&a));
+  EXPECT_EQ(CM_OK, cal.CancelTimer(&b));
+}
+
+TEST_F(CalendarTest, NullHandlerIsAnAssertion) {
+  CmTraceCapture cap;
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cal.ScheduleTimer(nullptr, nullptr, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerQueueCalendar:118 Assert failed: aEh"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cal.CancelTimer(nullptr));
+  EXPECT_TRUE(cap.contains("CmTimerQueueCalendar:199 Assert failed: aEh"));
+}
+
+TEST_F(CalendarTest, RefusedPostClearsTheMark) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler a("a", &log);
+  events.Stop();
+  EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));
+  events.Start();
+  EXPECT_EQ(CM_ERROR_FOUND, cal.ScheduleTimer(&a, nullptr, Ms(10), 1));  // the waiting node moves
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));
+  EXPECT_EQ(1, RunEvents());
+  EXPECT_EQ(1, a.Count());
+}
+
+}  // namespace

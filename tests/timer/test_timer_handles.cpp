@@ -1,0 +1,225 @@
+// Timer handles on real task threads: scheduling in another thread, binding, own and
+// foreign cancel, cancel during a running callback, destruction inside OnTimer.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "TimerThreadSupport.h"
+#include "cmutil/thread/CmThreadRegistry.h"
+#include "cmutil/timer/CmTimerQueueBase.h"
+#include "common/CmTraceCapture.h"
+#include "timer/CmTimerWrapperRef.h"
+
+namespace {
+
+CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
+TEST(TimerHandle, ScheduleNeedsALibraryThreadWithATimerQueue) {
+  CmTraceCapture cap;
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.Schedule(nullptr, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerWrapperID:159 Assert failed: aSink"));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Schedule(&sink, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CCmTimerWrapperID::Schedule, your thread doesn't support TP timer queue. [this="));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, handle.Cancel());
+
+  TaskThread eventsOnly("t-evonly", false, 1101);
+  CmResult rv = CM_OK;
+  EXPECT_EQ(CM_OK, eventsOnly.Run([&] { rv = handle.Schedule(&sink, Ms(10), 1); }));
+  EXPECT_EQ(CM_ERROR_THREAD_CREATE, rv);
+  EXPECT_TRUE(cap.contains("your thread doesn't support TP timer queue 2. [this="));
+  EXPECT_EQ(CM_ERROR_THREAD_CREATE, handle.ScheduleInThread(eventsOnly.get(), &sink, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerWrapperID:210 Assert failed: pTimerQueue != NULL"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(static_cast<ACmThread*>(nullptr), &sink, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerWrapperID:201 Assert failed: pThread != NULL"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(eventsOnly.get(), nullptr, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerWrapperID:202 Assert failed: aSink"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(987654, &sink, Ms(10), 1));
+  EXPECT_TRUE(cap.contains("CmTimerWrapperID:192 Assert failed: pThread != NULL"));
+  EXPECT_EQ(0, sink.count.load());
+}
+
+class TimerHandleOnQueueType : public ::testing::TestWithParam<unsigned int> {
+ protected:
+  void SetUp() override { cm_set_default_timer_type(GetParam()); }
+  void TearDown() override { cm_set_default_timer_type(1); }
+};
+
+TEST_P(TimerHandleOnQueueType, ScheduleInAnotherThreadFiresThereWithItsCount) {
+  TaskThread worker("t-worker", true, 1102);
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(5), 3));
+  ASSERT_TRUE(WaitFor([&] { return sink.count.load() == 3; }));
+  EXPECT_TRUE(IsThreadEqual(worker.get()->GetThreadId(), sink.lastThread.load()));
+  EXPECT_EQ(&handle, sink.lastId.load());
+  // The queue is done with it; nothing more arrives.
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(3, sink.count.load());
+}
+
+TEST_P(TimerHandleOnQueueType, ScheduleByThreadTypeAndOwnThreadCancel) {
+  TaskThread worker("t-typed", true, 1103);
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(1103, &sink, Ms(5), 0));
+  ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 2; }));
+  CmResult first = -1, second = -1;
+  EXPECT_EQ(CM_OK, worker.Run([&] {
+    first = handle.Cancel();
+    second = handle.Cancel();
+  }));
+  EXPECT_EQ(CM_OK, first);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, second);
+  const int after = sink.count.load();
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(after, sink.count.load());
+}
+
+INSTANTIATE_TEST_SUITE_P(QueueTypes, TimerHandleOnQueueType, ::testing::Values(1u, 2u, 3u));
+
+TEST(TimerHandle, RescheduleOnTheOwnThreadReportsFoundAndKeepsOneTimer) {
+  TaskThread worker("t-resched", true, 1104);
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  CmResult first = -1, second = -1, viaInThread = -1;
+  EXPECT_EQ(CM_OK, worker.Run([&] {
+    first = handle.Schedule(&sink, Ms(10000), 1);
+    second = handle.Schedule(&sink, Ms(5), 1);
+    // The current thread: behaves as Schedule, so the result is the queue's.
+    viaInThread = handle.ScheduleInThread(worker.get(), &sink, Ms(5), 1);
+  }));
+  EXPECT_EQ(CM_OK, first);
+  EXPECT_EQ(CM_ERROR_FOUND, second);
+  EXPECT_EQ(CM_ERROR_FOUND, viaInThread);
+  ASSERT_TRUE(WaitFor([&] { return sink.count.load() == 1; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(1, sink.count.load());
+}
+
+TEST(TimerHandle, ForeignCancelReturnsNullPointerCodeAndSilencesTheSink) {
+  TaskThread worker("t-foreign", true, 1105);
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(2), 0));
+  ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 3; }));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Cancel());
+  const int atCancel = sink.count.load();
+  // Let the owning thread run the cancelling event, then give the timer time to fire.
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(atCancel, sink.count.load());
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, handle.Cancel());
+}
+
+TEST(TimerHandle, ForeignCancelWaitsForARunningCallback) {
+  TaskThread worker("t-slow", true, 1106);
+  CountingSink sink;
+  std::atomic<bool> inside{false}, finished{false};
+  sink.action = [&](CCmTimerWrapperID*) {
+    inside = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    finished = true;
+  };
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(1), 1));
+  ASSERT_TRUE(WaitFor([&] { return inside.load(); }));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Cancel());
+  EXPECT_TRUE(finished.load());
+}
+
+TEST(TimerHandle, ForeignCancelGivesUpAfterItsBoundAndTraces) {
+  cm_set_timer_cancel_wait_rounds_for_test(1);  // one 30 ms sleep instead of 25 rounds
+  CmTraceCapture cap;
+  TaskThread worker("t-stuck", true, 1107);
+  CountingSink sink;
+  std::atomic<bool> inside{false}, release{false};
+  sink.action = [&](CCmTimerWrapperID*) {
+    inside = true;
+    WaitFor([&] { return release.load(); });
+  };
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(1), 1));
+  ASSERT_TRUE(WaitFor([&] { return inside.load(); }));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Cancel());
+  EXPECT_TRUE(cap.contains("CCmTimerWrapperRef::Cancel, the timer has been executed too long time, parent="));
+  release = true;
+  cm_set_timer_cancel_wait_rounds_for_test(-1);
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+}
+
+TEST(TimerHandle, HandleDestroyedInsideItsOwnOnTimer) {
+  TaskThread worker("t-selfdel", true, 1108);
+  CountingSink sink;
+  CCmTimerWrapperID* handle = new CCmTimerWrapperID;
+  std::atomic<bool> deleted{false};
+  sink.action = [&](CCmTimerWrapperID* id) {
+    EXPECT_EQ(handle, id);
+    delete id;
+    deleted = true;
+  };
+  EXPECT_EQ(CM_OK, handle->ScheduleInThread(worker.get(), &sink, Ms(2), 0));
+  ASSERT_TRUE(WaitFor([&] { return deleted.load(); }));
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(1, sink.count.load());
+}
+
+TEST(TimerHandle, BoundToTheFirstQueueUntilCancelled) {
+  CmTraceCapture cap;
+  TaskThread a("t-bound-a", true, 1109), b("t-bound-b", true, 1110);
+  CountingSink sink;
+  CCmTimerWrapperID handle;
+  CmResult rv = -1;
+  EXPECT_EQ(CM_OK, a.Run([&] { rv = handle.Schedule(&sink, Ms(10000), 1); }));
+  EXPECT_EQ(CM_OK, rv);
+  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Schedule(&sink, Ms(5), 1); }));
+  EXPECT_EQ(CM_ERROR_FAILURE, rv);
+  EXPECT_TRUE(cap.contains("CCmTimerWrapperID::Schedule, schedule in different thread is not allowed. [this="));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.ScheduleInThread(b.get(), &sink, Ms(5), 1));
+  EXPECT_TRUE(cap.contains(
+      "CCmTimerWrapperID::ScheduleInThread, schedule 2 timers in different thread is not supported. [this="));
+  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Cancel(); }));
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, rv);  // foreign to a's queue
+  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Schedule(&sink, Ms(5), 1); }));
+  EXPECT_EQ(CM_OK, rv);
+  ASSERT_TRUE(WaitFor([&] { return sink.count.load() == 1; }));
+  EXPECT_TRUE(IsThreadEqual(b.get()->GetThreadId(), sink.lastThread.load()));
+}
+
+TEST(TimerHandle, DestroyingAPendingHandleFromAForeignThreadIsSafe) {
+  TaskThread worker("t-dtor", true, 1111);
+  CountingSink sink;
+  {
+    CCmTimerWrapperID handle;
+    EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(1), 0));
+    ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 2; }));
+  }
+  const int atDestroy = sink.count.load();
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(atDestroy, sink.count.load());
+}
+
+TEST(TimerHandle, CancelBeforeTheSchedulingEventRanStillSilences) {
+  TaskThread worker("t-early", true, 1112);
+  CountingSink sink;
+  std::atomic<bool> gate{false};
+  // Hold the worker busy so the scheduling and cancelling events queue up behind it.
+  worker.get()->GetEventQueue()->PostEvent(CmNewInvokeEvent([&] { WaitFor([&] { return gate.load(); }); }));
+  CCmTimerWrapperID handle;
+  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, CCmTimeValue(0L, 0L), 1));
+  // Not bound yet, and this thread has no timer queue either: nothing to cancel in.
+  EXPECT_EQ(CM_ERROR_GENERIC, handle.Cancel());
+  gate = true;
+  EXPECT_EQ(CM_OK, worker.Run([] {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(0, sink.count.load());
+}
+
+}  // namespace
