@@ -1,0 +1,216 @@
+#pragma once
+// Shared helpers of the pipeline tests: counted data items, recording units, observers,
+// latches and task threads.
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "cmutil/pipeline/CmProcessModule.h"
+#include "cmutil/pipeline/CmProcessUnit.h"
+#include "cmutil/thread/CmEventQueueBase.h"
+#include "cmutil/thread/CmThread.h"
+#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/thread/CmThreadSingletonFactory.h"
+
+namespace pipetest {
+
+// Every TestData alive in the process; tests compare it before and after.
+inline std::atomic<int>& LiveData() {
+  static std::atomic<int> live{0};
+  return live;
+}
+
+// A data item numbered by its producer. Created with one reference owned by the creator.
+class TestData : public IProcessData, public kel::CKelUnknownImpl {
+ public:
+  explicit TestData(uint32_t aSeq, uint32_t aTag = 0) : kel::CKelUnknownImpl(1), m_dwSeq(aSeq), m_dwTag(aTag) {
+    LiveData().fetch_add(1);
+  }
+  KEL_IMPLEMENT_UNKNOWN()
+  uint32_t GetDataType() override { return m_dwTag; }
+  void* GetData() override { return m_payload; }
+  uint32_t GetDataLength() override { return sizeof m_payload; }
+  uint32_t Seq() const { return m_dwSeq; }
+  uint32_t Tag() const { return m_dwTag; }
+  std::chrono::steady_clock::time_point created = std::chrono::steady_clock::now();
+
+ protected:
+  ~TestData() override { LiveData().fetch_sub(1); }
+
+ private:
+  uint32_t m_dwSeq;
+  uint32_t m_dwTag;
+  char m_payload[3] = {'a', 'b', 'c'};
+};
+
+// One-shot latch with a generous wait.
+class Latch {
+ public:
+  explicit Latch(int aCount = 1) : m_count(aCount) {}
+  void CountDown() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_count > 0 && --m_count == 0) m_cv.notify_all();
+  }
+  bool Wait(std::chrono::milliseconds aTimeout = std::chrono::milliseconds(20000)) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cv.wait_for(lock, aTimeout, [&] { return m_count == 0; });
+  }
+
+ private:
+  std::mutex m_mutex;
+  std::condition_variable m_cv;
+  int m_count;
+};
+
+struct Seen {
+  uint32_t seq;
+  uint32_t tag;
+  unsigned short channel;
+  CM_THREAD_ID thread;
+  unsigned int queueSizeAfterPop;
+};
+
+// A unit that records what it sees. Forward mode: hands the input on through the output
+// channel equal to its input channel modulo 4 (by _DeliverDataToNextModule), returns
+// null. Emit mode: returns the input with one more reference (delivered on output 0 by
+// Process). Otherwise it swallows the item.
+class RecordingUnit : public ProcessUnit {
+ public:
+  enum Mode { kSwallow, kForward, kEmit };
+  explicit RecordingUnit(Mode aMode = kSwallow, Latch* aDone = nullptr, size_t aExpected = 0)
+      : m_mode(aMode), m_pDone(aDone), m_nExpected(aExpected) {}
+
+  std::vector<Seen> Seen_() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_seen;
+  }
+  size_t Count() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_seen.size();
+  }
+  CmResult initResult = CM_OK;
+  std::atomic<int> initCalls{0};
+  CmResult InitProcessUnit() override {
+    ++initCalls;
+    return initResult;
+  }
+
+ protected:
+  IProcessData* _Process(IProcessData* aData, unsigned short aChannel) override {
+    TestData* d = static_cast<TestData*>(aData);
+    IProcessModule* module = GetProcessModule();
+    Seen s{d->Seq(), d->Tag(), aChannel, GetThreadSelfId(), module ? module->GetProcessModuleQueueSize(aChannel) : 0u};
+    size_t n;
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      m_seen.push_back(s);
+      n = m_seen.size();
+    }
+    IProcessData* out = nullptr;
+    if (m_mode == kForward) {
+      _DeliverDataToNextModule(aData, static_cast<unsigned short>(aChannel % 4));
+    } else if (m_mode == kEmit) {
+      aData->AddRef();
+      out = aData;
+    }
+    if (m_pDone && n == m_nExpected) m_pDone->CountDown();
+    return out;
+  }
+
+ private:
+  Mode m_mode;
+  Latch* m_pDone;
+  size_t m_nExpected;
+  std::mutex m_mutex;
+  std::vector<Seen> m_seen;
+};
+
+struct Event {
+  uint32_t type;
+  uint32_t value;
+  int observer;
+};
+
+// Records events into a shared log so that the order across observers is visible.
+class RecordingObserver : public IProcessModuleEventNotify {
+ public:
+  RecordingObserver(int aId, std::vector<Event>* aLog, std::mutex* aMutex)
+      : m_id(aId), m_pLog(aLog), m_pMutex(aMutex) {}
+  void OnProcessModuleEvent(uint32_t aType, const ProcessModuleValue& aValue) override {
+    std::lock_guard<std::mutex> lock(*m_pMutex);
+    m_pLog->push_back(Event{aType, aValue.dwValue, m_id});
+  }
+
+ private:
+  int m_id;
+  std::vector<Event>* m_pLog;
+  std::mutex* m_pMutex;
+};
+
+// A started task thread, stopped, joined and destroyed at scope end.
+class TaskThread {
+ public:
+  explicit TaskThread(const char* aName) { m_ok = CreateUserTaskThread(aName, m_pThread, TF_JOINABLE, true) == CM_OK; }
+  ~TaskThread() { Shutdown(); }
+  bool ok() const { return m_ok && m_pThread; }
+  ACmThread* get() const { return m_pThread; }
+  CM_THREAD_ID id() const { return m_pThread->GetThreadId(); }
+  // Runs f on the thread (posted with priority 128).
+  template <class F>
+  CmResult Post(F&& f) {
+    return m_pThread->GetEventQueue()->PostEvent(CmNewInvokeEvent(std::forward<F>(f)), ICmEventQueue::EPRIORITY_NORMAL);
+  }
+  // Waits until everything posted so far has run.
+  bool Flush() {
+    Latch done;
+    if (Post([&done] { done.CountDown(); }) != CM_OK) return false;
+    return done.Wait();
+  }
+  void Shutdown() {
+    if (!m_pThread) return;
+    m_pThread->Stop();
+    m_pThread->Join();
+    m_pThread->Destory(0);
+    m_pThread = nullptr;
+  }
+
+ private:
+  ACmThread* m_pThread = nullptr;
+  bool m_ok = false;
+};
+
+// Owns one reference to a kel object for the scope.
+template <class T>
+class Ref {
+ public:
+  explicit Ref(T* p) : m_p(p) { m_p->AddRef(); }
+  ~Ref() {
+    if (m_p) m_p->Release();
+  }
+  Ref(const Ref&) = delete;
+  Ref& operator=(const Ref&) = delete;
+  T* operator->() const { return m_p; }
+  T* get() const { return m_p; }
+  void reset() {
+    if (m_p) m_p->Release();
+    m_p = nullptr;
+  }
+
+ private:
+  T* m_p;
+};
+
+// Exposes the protected hooks of ProcessModule to the tests.
+class TestModule : public ProcessModule {
+ public:
+  using ProcessModule::_DeliverDataToProcessUnit;
+  using ProcessModule::_EventTypeToListenTypeGroup;
+  using ProcessModule::_PushProcessDataToQueue;
+  void AllowSharedInput(bool aAllow) { m_bAllowSharedInput = aAllow; }
+};
+
+}  // namespace pipetest

@@ -1,0 +1,214 @@
+// Cross-thread behaviour: items delivered exactly once and in order per channel, units
+// running on their module's thread, and the queued path under concurrent producers.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <vector>
+
+#include "PipelineTestHelpers.h"
+
+using namespace pipetest;
+
+namespace {
+
+class PipelineThreadsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = LiveData().load(); }
+  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
+  int m_liveBefore = 0;
+};
+
+// source thread -> middle module (thread T1, forwarding unit) -> sink module (thread T2)
+TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
+  constexpr uint32_t kPerChannel = 2000;
+  constexpr unsigned short kChannels[] = {0, 1, 5};  // 5 leaves the middle on output 1
+  TaskThread source("pl-source"), t1("pl-middle"), t2("pl-sink");
+  ASSERT_TRUE(source.ok() && t1.ok() && t2.ok());
+
+  Latch done;
+  Ref<TestModule> middle(new TestModule), sink(new TestModule);
+  Ref<RecordingUnit> forward(new RecordingUnit(RecordingUnit::kForward));
+  Ref<RecordingUnit> record(new RecordingUnit(RecordingUnit::kSwallow, &done, kPerChannel * 3));
+  middle->SetProcessModuleInfo("middle", 1);
+  middle->SetProcessUnit(forward.get());
+  middle->SetProcessModuleThread(t1.get());
+  sink->SetProcessModuleInfo("sink", 2);
+  sink->SetProcessUnit(record.get());
+  sink->SetProcessModuleThread(t2.get());
+  // middle output 0 -> sink input 0, middle output 1 -> sink input 1.
+  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 0, 0));
+  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 1, 1));
+  for (TestModule* m : {middle.get(), sink.get()}) {
+    ASSERT_EQ(CM_OK, m->InitModule());
+    ASSERT_EQ(CM_OK, m->Start());
+  }
+
+  // The source interleaves its channels item by item.
+  source.Post([&] {
+    for (uint32_t i = 0; i < kPerChannel; ++i) {
+      for (unsigned short ch : kChannels) {
+        TestData* d = new TestData(i, ch);
+        middle->DeliverData(d, ch);
+        d->Release();
+      }
+    }
+  });
+  ASSERT_TRUE(done.Wait()) << "sink saw " << record->Count() << " items";
+  ASSERT_TRUE(t1.Flush());
+  ASSERT_TRUE(t2.Flush());
+
+  // The middle unit ran only on T1, the sink unit only on T2.
+  for (const Seen& s : forward->Seen_()) ASSERT_TRUE(IsThreadEqual(t1.id(), s.thread));
+  std::map<uint32_t, std::vector<uint32_t>> byTag;
+  for (const Seen& s : record->Seen_()) {
+    ASSERT_TRUE(IsThreadEqual(t2.id(), s.thread));
+    byTag[s.tag].push_back(s.seq);
+    // channel 0 arrives on sink input 0; channels 1 and 5 leave on outputs 1 -> input 1
+    ASSERT_EQ(s.tag == 0 ? 0 : 1, s.channel);
+  }
+  ASSERT_EQ(3u, byTag.size());
+  for (auto& entry : byTag) {
+    ASSERT_EQ(kPerChannel, entry.second.size()) << "tag " << entry.first;
+    for (uint32_t i = 0; i < kPerChannel; ++i) ASSERT_EQ(i, entry.second[i]) << "tag " << entry.first;
+  }
+  EXPECT_EQ(record->Count(), static_cast<size_t>(kPerChannel) * 3);
+  EXPECT_EQ(kPerChannel, middle->GetInputSampleCount(5));
+  EXPECT_EQ(kPerChannel * 2, sink->GetInputSampleCount(1));
+  EXPECT_EQ(0u, middle->_GetProcessDataToQueueSize());
+  EXPECT_EQ(0u, sink->_GetProcessDataToQueueSize());
+}
+
+TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
+  constexpr uint32_t kItems = 3000;
+  TaskThread p1("pl-prod1"), p2("pl-prod2"), worker("pl-worker");
+  ASSERT_TRUE(p1.ok() && p2.ok() && worker.ok());
+  Latch done;
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
+  m->SetProcessUnit(unit.get());
+  m->SetProcessModuleThread(worker.get());
+  m->InitModule();
+  m->Start();
+  Latch go(1);
+  auto produce = [&](unsigned short ch) {
+    go.Wait();
+    for (uint32_t i = 0; i < kItems; ++i) {
+      TestData* d = new TestData(i, ch);
+      m->DeliverData(d, ch);
+      d->Release();
+    }
+  };
+  p1.Post([&] { produce(3); });
+  p2.Post([&] { produce(8); });
+  go.CountDown();
+  ASSERT_TRUE(done.Wait());
+  ASSERT_TRUE(worker.Flush());
+  std::map<unsigned short, uint32_t> next;
+  for (const Seen& s : unit->Seen_()) {
+    ASSERT_TRUE(IsThreadEqual(worker.id(), s.thread));
+    ASSERT_EQ(s.tag, s.channel);
+    ASSERT_EQ(next[s.channel]++, s.seq) << "channel " << s.channel;
+  }
+  EXPECT_EQ(kItems, next[3]);
+  EXPECT_EQ(kItems, next[8]);
+  EXPECT_EQ(kItems, m->GetInputSampleCount(3));
+}
+
+TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches) {
+  TaskThread worker("pl-batch");
+  ASSERT_TRUE(worker.ok());
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  m->SetProcessUnit(unit.get());
+  m->SetProcessModuleThread(worker.get());
+  m->InitModule();
+  m->Start();
+
+  // Hold the worker so that the queue and the posted events pile up.
+  Latch blocked, release;
+  worker.Post([&] {
+    blocked.CountDown();
+    release.Wait();
+  });
+  ASSERT_TRUE(blocked.Wait());
+  for (uint32_t i = 0; i < 20; ++i) {
+    TestData* d = new TestData(i);
+    ASSERT_EQ(CM_OK, m->DeliverData(d, 2));
+    d->Release();
+  }
+  EXPECT_EQ(20u, m->GetProcessModuleQueueSize(2));
+  EXPECT_EQ(20u, worker.get()->GetEventQueue()->GetPendingEventsCount());
+  EXPECT_EQ(0u, unit->Count());
+  release.CountDown();
+  ASSERT_TRUE(worker.Flush());
+  ASSERT_EQ(20u, unit->Count());
+  // The first drain event took 8 items (queue 19 .. 12 after each pop), the second the
+  // next 8, the third the last 4; the remaining events found the queue empty.
+  const auto seen = unit->Seen_();
+  for (uint32_t i = 0; i < 20; ++i) {
+    EXPECT_EQ(i, seen[i].seq);
+    EXPECT_EQ(19u - i, seen[i].queueSizeAfterPop);
+  }
+  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(2));
+}
+
+TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
+  TaskThread worker("pl-unlink");
+  ASSERT_TRUE(worker.ok());
+  Ref<TestModule> src(new TestModule);
+  Ref<TestModule> sink(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  sink->SetProcessUnit(unit.get());
+  sink->SetProcessModuleThread(worker.get());
+  sink->InitModule();
+  sink->Start();
+  ASSERT_EQ(CM_OK, src->AddDeliver(sink.get(), 0, 0));
+  for (uint32_t i = 0; i < 10; ++i) {
+    TestData* d = new TestData(i);
+    src->DeliverData(d, 0);  // src not started: straight to its output 0
+    d->Release();
+  }
+  ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.get()));
+  for (uint32_t i = 10; i < 20; ++i) {
+    TestData* d = new TestData(i);
+    src->DeliverData(d, 0);
+    d->Release();
+  }
+  ASSERT_TRUE(worker.Flush());
+  EXPECT_EQ(10u, unit->Count());
+  EXPECT_EQ(20u, src->GetOutputSampleCount(0));
+}
+
+TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
+  TaskThread worker("pl-inflight");
+  ASSERT_TRUE(worker.ok());
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  ProcessModule* m = new ProcessModule;
+  m->AddRef();
+  m->SetProcessUnit(unit.get());
+  m->SetProcessModuleThread(worker.get());
+  m->InitModule();
+  m->Start();
+  Latch blocked, release;
+  worker.Post([&] {
+    blocked.CountDown();
+    release.Wait();
+  });
+  ASSERT_TRUE(blocked.Wait());
+  for (uint32_t i = 0; i < 10; ++i) {
+    TestData* d = new TestData(i);
+    m->DeliverData(d, 0);
+    d->Release();
+  }
+  EXPECT_EQ(11u, m->GetReference());  // ours and one per pending drain event
+  EXPECT_EQ(10u, m->Release());
+  release.CountDown();
+  ASSERT_TRUE(worker.Flush());
+  // Every item was processed on the worker, then the last event took the module away.
+  ASSERT_EQ(10u, unit->Count());
+  for (const Seen& s : unit->Seen_()) EXPECT_TRUE(IsThreadEqual(worker.id(), s.thread));
+  EXPECT_EQ(nullptr, unit->GetProcessModule());
+  EXPECT_EQ(1u, unit->GetReference());
+}
+
+}  // namespace

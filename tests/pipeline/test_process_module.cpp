@@ -1,0 +1,813 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <mutex>
+#include <vector>
+
+#include "PipelineTestHelpers.h"
+#include "cmutil/trace/CmTrace.h"
+#include "common/CmTraceCapture.h"
+
+using namespace pipetest;
+
+namespace {
+
+// A started sink module whose unit records every item.
+struct Sink {
+  Ref<TestModule> module{new TestModule};
+  Ref<RecordingUnit> unit{new RecordingUnit};
+  explicit Sink(const char* aName = "sink") {
+    module->SetProcessModuleInfo(aName, 2);
+    module->SetProcessUnit(unit.get());
+    module->InitModule();
+    module->Start();
+  }
+};
+
+std::vector<uint32_t> Seqs(RecordingUnit* aUnit) {
+  std::vector<uint32_t> out;
+  for (const Seen& s : aUnit->Seen_()) out.push_back(s.seq);
+  return out;
+}
+
+class ProcessModuleTest : public ::testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = LiveData().load(); }
+  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()) << "data items leaked or over-released"; }
+  int m_liveBefore = 0;
+};
+
+TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothing) {
+  Ref<TestModule> m(new TestModule);
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->DeliverData(nullptr, 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->DeliverData(d, 16));
+  for (unsigned short ch = 0; ch < 16; ++ch) EXPECT_EQ(0u, m->GetInputSampleCount(ch));
+  EXPECT_EQ(1u, d->GetReference());
+  d->Release();
+}
+
+TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
+  Ref<TestModule> src(new TestModule);
+  Ref<RecordingUnit> srcUnit(new RecordingUnit);
+  src->SetProcessUnit(srcUnit.get());
+  Sink out0, out1;
+  ASSERT_EQ(CM_OK, src->AddDeliver(out0.module.get(), 3, 0));
+  ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
+
+  for (unsigned short ch : {0, 5, 15}) {
+    TestData* d = new TestData(ch);
+    EXPECT_EQ(CM_OK, src->DeliverData(d, ch));
+    d->Release();
+  }
+  EXPECT_EQ(0u, srcUnit->Count());  // not started: the unit is bypassed
+  ASSERT_EQ(3u, out0.unit->Count());
+  for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);
+  EXPECT_EQ((std::vector<uint32_t>{0, 5, 15}), Seqs(out0.unit.get()));
+  EXPECT_EQ(0u, out1.unit->Count());
+  EXPECT_EQ(1u, src->GetInputSampleCount(5));
+  EXPECT_EQ(3u, src->GetOutputSampleCount(0));
+  EXPECT_EQ(0u, src->GetOutputSampleCount(1));
+
+  // Initialised but not started still passes through; stopped passes through too.
+  ASSERT_EQ(CM_OK, src->InitModule());
+  ASSERT_EQ(CM_OK, src->Start());
+  ASSERT_EQ(CM_OK, src->Stop());
+  TestData* d = new TestData(99);
+  src->DeliverData(d, 7);
+  d->Release();
+  EXPECT_EQ(0u, srcUnit->Count());
+  EXPECT_EQ(4u, out0.unit->Count());
+}
+
+TEST_F(ProcessModuleTest, StartedWithoutUnitPassesThrough) {
+  Ref<TestModule> m(new TestModule);
+  Sink sink;
+  ASSERT_EQ(CM_OK, m->AddDeliver(sink.module.get(), 1, 0));
+  ASSERT_EQ(CM_OK, m->InitModule());
+  ASSERT_EQ(CM_OK, m->Start());
+  TestData* d = new TestData(7);
+  EXPECT_EQ(CM_OK, m->DeliverData(d, 9));
+  d->Release();
+  ASSERT_EQ(1u, sink.unit->Count());
+  EXPECT_EQ(7u, sink.unit->Seen_()[0].seq);
+  EXPECT_EQ(1, sink.unit->Seen_()[0].channel);
+}
+
+TEST_F(ProcessModuleTest, StartedWithoutThreadRunsUnitOnCaller) {
+  Sink m;
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_OK, m.module->DeliverData(d, 4));
+  d->Release();
+  ASSERT_EQ(1u, m.unit->Count());
+  EXPECT_TRUE(IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[0].thread));
+  EXPECT_EQ(4, m.unit->Seen_()[0].channel);
+  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(4));
+}
+
+TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> emit(new RecordingUnit(RecordingUnit::kEmit));
+  m->SetProcessUnit(emit.get());
+  m->InitModule();
+  m->Start();
+  std::vector<int> order;
+  std::mutex mu;
+  struct OrderUnit : ProcessUnit {
+    OrderUnit(int aId, std::vector<int>* aOrder, std::mutex* aMu) : id(aId), order(aOrder), mu(aMu) {}
+    IProcessData* _Process(IProcessData*, unsigned short) override {
+      std::lock_guard<std::mutex> lock(*mu);
+      order->push_back(id);
+      return nullptr;
+    }
+    int id;
+    std::vector<int>* order;
+    std::mutex* mu;
+  };
+  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
+  int id = 1;
+  for (TestModule* x : {a.get(), b.get(), c.get()}) {
+    x->SetProcessUnit(new OrderUnit(id++, &order, &mu));
+    x->InitModule();
+    x->Start();
+  }
+  ASSERT_EQ(CM_OK, m->AddDeliver(b.get(), 0, 0));
+  ASSERT_EQ(CM_OK, m->AddDeliver(a.get(), 0, 0));
+  ASSERT_EQ(CM_OK, m->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
+  TestData* d = new TestData(1);
+  m->DeliverData(d, 0);
+  EXPECT_EQ(1u, d->GetReference());  // the emitted reference was released after delivery
+  d->Release();
+  EXPECT_EQ((std::vector<int>{2, 1}), order);
+}
+
+TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
+  TaskThread t("pm-cache");
+  ASSERT_TRUE(t.ok());
+  Sink m;
+  m.module->SetProcessModuleThread(t.get());
+
+  // The first item on channel 2 comes from the module thread itself: no queue, and that
+  // decision stays for the channel.
+  Latch first;
+  t.Post([&] {
+    TestData* d = new TestData(1);
+    m.module->DeliverData(d, 2);
+    d->Release();
+    first.CountDown();
+  });
+  ASSERT_TRUE(first.Wait());
+  EXPECT_TRUE(m.module->_NeedQueuedProcess(2) == false);
+  TestData* d = new TestData(2);
+  m.module->DeliverData(d, 2);  // from the test thread, still synchronous: cached
+  d->Release();
+  ASSERT_EQ(2u, m.unit->Count());
+  EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[0].thread));
+  EXPECT_TRUE(IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[1].thread));
+
+  // Channel 3 decides afresh from the test thread: queued onto the module thread.
+  EXPECT_TRUE(m.module->_NeedQueuedProcess(3));
+
+  // Setting the thread again forgets the decisions: channel 2 now queues as well.
+  m.module->SetProcessModuleThread(t.get());
+  d = new TestData(3);
+  m.module->DeliverData(d, 2);
+  d->Release();
+  ASSERT_TRUE(t.Flush());
+  ASSERT_EQ(3u, m.unit->Count());
+  EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[2].thread));
+}
+
+TEST_F(ProcessModuleTest, AdoptedCallerThreadIsNotQueued) {
+  struct Adopted : ACmThread {
+    void OnThreadRun() override {}
+    ~Adopted() override {}
+  };
+  Adopted* self = new Adopted;
+  ASSERT_EQ(CM_OK, self->Create("pm-adopt", TT_CURRENT));
+  Sink m;
+  m.module->SetProcessModuleThread(self);
+  TestData* d = new TestData(1);
+  m.module->DeliverData(d, 0);
+  d->Release();
+  ASSERT_EQ(1u, m.unit->Count());
+  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(0));
+  m.module->SetProcessModuleThread(nullptr);
+  self->Destory(0);
+}
+
+TEST_F(ProcessModuleTest, MissingEventQueueAssertsAndKeepsItemQueued) {
+  struct NoQueueThread : ACmThread {
+    void OnThreadRun() override {}
+    ~NoQueueThread() override {}
+  };
+  NoQueueThread* never = new NoQueueThread;  // not created: its id is 0, not the caller's
+  CmTraceCapture cap;
+  Sink m;
+  m.module->SetProcessModuleThread(never);
+  const int64_t before = cm_get_assertions_count();
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_OK, m.module->DeliverData(d, 1));
+  EXPECT_EQ(before + 1, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains("Assert failed: pEventQueue != NULL"));
+  EXPECT_EQ(1u, m.module->GetProcessModuleQueueSize(1));
+  EXPECT_EQ(2u, d->GetReference());  // the queue holds its own reference
+  EXPECT_EQ(0u, m.unit->Count());
+  d->Release();
+  m.module->SetProcessModuleThread(nullptr);
+  m.module.reset();  // destruction releases the queued item
+  EXPECT_EQ(m_liveBefore, LiveData().load());
+  delete never;
+}
+
+TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
+  Sink m;
+  for (uint32_t i = 0; i < 20; ++i) {
+    TestData* d = new TestData(i);
+    m.module->_PushProcessDataToQueue(d, 6);
+    d->Release();
+  }
+  EXPECT_EQ(20u, m.module->GetProcessModuleQueueSize(6));
+  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
+  EXPECT_EQ(12u, m.module->GetProcessModuleQueueSize(6));
+  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
+  EXPECT_EQ(4u, m.module->GetProcessModuleQueueSize(6));
+  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
+  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(6));
+  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));  // empty: still CM_OK
+  EXPECT_EQ(CM_ERROR_FAILURE, m.module->_DrainQueueData(16));
+  std::vector<uint32_t> expected;
+  for (uint32_t i = 0; i < 20; ++i) expected.push_back(i);
+  EXPECT_EQ(expected, Seqs(m.unit.get()));
+  for (const Seen& s : m.unit->Seen_()) EXPECT_EQ(6, s.channel);
+}
+
+TEST_F(ProcessModuleTest, DrainAllTakesEvenChannelsOnly) {
+  Sink m;
+  for (unsigned short ch = 0; ch < 16; ++ch) {
+    for (uint32_t i = 0; i < 2; ++i) {
+      TestData* d = new TestData(ch * 10 + i);
+      m.module->_PushProcessDataToQueue(d, ch);
+      d->Release();
+    }
+  }
+  EXPECT_EQ(32u, m.module->_GetProcessDataToQueueSize());
+  EXPECT_EQ(CM_OK, m.module->_DrainQueueData());
+  for (unsigned short ch = 0; ch < 16; ++ch)
+    EXPECT_EQ(ch % 2 ? 2u : 0u, m.module->_GetProcessDataToQueueSize(ch)) << "channel " << ch;
+  EXPECT_EQ(16u, m.module->_GetProcessDataToQueueSize());
+  std::vector<uint32_t> expected;
+  for (unsigned short ch = 0; ch < 16; ch += 2) {
+    expected.push_back(ch * 10);
+    expected.push_back(ch * 10 + 1);
+  }
+  EXPECT_EQ(expected, Seqs(m.unit.get()));
+}
+
+TEST_F(ProcessModuleTest, ProcessQueueDataOnceTakesOnePerChannel) {
+  Ref<TestModule> bare(new TestModule);
+  EXPECT_EQ(CM_ERROR_FAILURE, bare->_ProcessQueueDataOnce());
+
+  Sink m;
+  for (unsigned short ch : {1, 1, 4, 15}) {
+    TestData* d = new TestData(ch);
+    m.module->_PushProcessDataToQueue(d, ch);
+    d->Release();
+  }
+  EXPECT_EQ(CM_OK, m.module->_ProcessQueueDataOnce());
+  EXPECT_EQ((std::vector<uint32_t>{1, 4, 15}), Seqs(m.unit.get()));
+  EXPECT_EQ(1u, m.module->_GetProcessDataToQueueSize());
+  EXPECT_EQ(CM_OK, m.module->_ProcessQueueData(1));
+  EXPECT_EQ(CM_ERROR_FAILURE, m.module->_ProcessQueueData(1));
+}
+
+TEST_F(ProcessModuleTest, QueuedItemWithoutUnitGoesToOutputZero) {
+  Ref<TestModule> m(new TestModule);
+  Sink sink;
+  m->AddDeliver(sink.module.get(), 5, 0);
+  TestData* d = new TestData(42);
+  m->_PushProcessDataToQueue(d, 3);
+  d->Release();
+  EXPECT_EQ(CM_OK, m->_ProcessQueueData(3));
+  ASSERT_EQ(1u, sink.unit->Count());
+  EXPECT_EQ(42u, sink.unit->Seen_()[0].seq);
+  EXPECT_EQ(5, sink.unit->Seen_()[0].channel);
+
+  d = new TestData(43);
+  EXPECT_EQ(CM_OK, m->_HandleOneProcessData(d, 9));
+  d->Release();
+  EXPECT_EQ(2u, sink.unit->Count());
+}
+
+int g_popCalls = 0;
+int PopStopAtSecond(IProcessData*, unsigned short, void*) { return ++g_popCalls == 2 ? 1 : 0; }
+int PopCollect(IProcessData* aData, void* aCtx) {
+  static_cast<std::vector<uint32_t>*>(aCtx)->push_back(static_cast<TestData*>(aData)->Seq());
+  return static_cast<TestData*>(aData)->Seq() == 102 ? 1 : 0;
+}
+
+TEST_F(ProcessModuleTest, PopForms) {
+  Ref<TestModule> m(new TestModule);
+  IProcessData* out = nullptr;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(static_cast<IProcessData**>(nullptr), 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(&out, 16));
+  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&out, 0));
+
+  TestData* d = new TestData(5);
+  m->_PushProcessDataToQueue(d, 0);
+  ASSERT_EQ(CM_OK, m->_PopProcessDataFromQueue(&out, 0));
+  EXPECT_EQ(d, out);
+  EXPECT_EQ(2u, d->GetReference());  // the queue's reference moved to the caller
+  out->Release();
+  d->Release();
+
+  // One pass over all channels; a non-zero callback result stops it.
+  for (unsigned short ch : {2, 2, 7, 9}) {
+    TestData* x = new TestData(ch);
+    m->_PushProcessDataToQueue(x, ch);
+    x->Release();
+  }
+  g_popCalls = 0;
+  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&PopStopAtSecond, nullptr));
+  EXPECT_EQ(2, g_popCalls);
+  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(2));
+  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(7));
+  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(9));
+  g_popCalls = 100;
+  EXPECT_EQ(CM_OK, m->_PopProcessDataFromQueue(&PopStopAtSecond, nullptr));
+  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize());
+
+  // Channel form: drains until empty or a non-zero result (that item is consumed).
+  for (uint32_t i = 100; i < 105; ++i) {
+    TestData* x = new TestData(i);
+    m->_PushProcessDataToQueue(x, 11);
+    x->Release();
+  }
+  std::vector<uint32_t> seen;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(&PopCollect, 16, &seen));
+  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&PopCollect, 11, &seen));
+  EXPECT_EQ((std::vector<uint32_t>{100, 101, 102}), seen);
+  EXPECT_EQ(2u, m->GetProcessModuleQueueSize(11));
+  EXPECT_EQ(CM_OK, m->_PopProcessDataFromQueue(&PopCollect, 11, &seen));
+  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(11));
+}
+
+TEST_F(ProcessModuleTest, QueueSizesOutOfRangeAreZero) {
+  Ref<TestModule> m(new TestModule);
+  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(16));
+  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize(200));
+  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize());
+}
+
+TEST_F(ProcessModuleTest, DeliverToBadOutputIdStillCountsIt) {
+  Ref<TestModule> m(new TestModule);
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModule(d, 7));
+  EXPECT_EQ(1u, m->GetOutputSampleCount(7));
+  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModule(d, 20));  // beyond the counters
+  EXPECT_EQ(CM_OK, m->DeliverDataToNextModule(d, 3));              // no delivers: fine
+  EXPECT_EQ(1u, m->GetOutputSampleCount(3));
+  d->Release();
+}
+
+TEST_F(ProcessModuleTest, DeliverByIndex) {
+  Ref<TestModule> m(new TestModule);
+  Sink a("a"), b("b");
+  m->AddDeliver(a.module.get(), 0, 2);
+  m->AddDeliver(b.module.get(), 1, 2);
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModuleByDeliverIndex(d, 4, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 2));
+  EXPECT_EQ(0u, m->GetOutputSampleCount(2));
+  EXPECT_EQ(CM_OK, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 1));
+  EXPECT_EQ(0u, m->GetOutputSampleCount(2));  // counted only for index 0
+  EXPECT_EQ(1u, b.unit->Count());
+  EXPECT_EQ(0u, a.unit->Count());
+  EXPECT_EQ(CM_OK, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 0));
+  EXPECT_EQ(1u, m->GetOutputSampleCount(2));
+  EXPECT_EQ(1u, a.unit->Count());
+  d->Release();
+}
+
+TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
+  std::vector<Event> log;
+  std::mutex mu;
+  RecordingObserver status(1, &log, &mu);
+  Ref<TestModule> m(new TestModule);
+  ASSERT_EQ(CM_OK, m->AddObserver(&status, PROCESS_MODULE_LISTEN_STATUS));
+  EXPECT_EQ(PROCESS_MODULE_STATUS_CREATED, m->GetProcessModuleStatus());
+  EXPECT_EQ(CM_ERROR_FAILURE, m->Start());
+  EXPECT_EQ(CM_ERROR_FAILURE, m->Stop());
+  EXPECT_EQ(CM_OK, m->InitModule());
+  EXPECT_EQ(PROCESS_MODULE_STATUS_INITED, m->GetProcessModuleStatus());
+  EXPECT_EQ(CM_OK, m->Start());
+  EXPECT_EQ(CM_OK, m->Start());  // no change, no event
+  EXPECT_EQ(CM_OK, m->Stop());
+  EXPECT_EQ(PROCESS_MODULE_STATUS_STOPPED, m->GetProcessModuleStatus());
+  EXPECT_EQ(CM_OK, m->Start());
+  EXPECT_EQ(PROCESS_MODULE_STATUS_STARTED, m->GetProcessModuleStatus());
+  ASSERT_EQ(4u, log.size());
+  const uint32_t expected[] = {PROCESS_MODULE_STATUS_INITED, PROCESS_MODULE_STATUS_STARTED,
+                               PROCESS_MODULE_STATUS_STOPPED, PROCESS_MODULE_STATUS_STARTED};
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(PROCESS_MODULE_EVENT_STATUS_CHANGED, log[i].type);
+    EXPECT_EQ(expected[i], log[i].value);
+  }
+}
+
+TEST_F(ProcessModuleTest, InitModuleFailsWithUnitResult) {
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  unit->initResult = CM_ERROR_OUT_OF_MEMORY;
+  m->SetProcessUnit(unit.get());
+  EXPECT_EQ(CM_ERROR_OUT_OF_MEMORY, m->InitModule());
+  EXPECT_EQ(1, unit->initCalls.load());
+  EXPECT_EQ(PROCESS_MODULE_STATUS_CREATED, m->GetProcessModuleStatus());
+  unit->initResult = CM_OK;
+  EXPECT_EQ(CM_OK, m->InitModule());
+  EXPECT_EQ(PROCESS_MODULE_STATUS_INITED, m->GetProcessModuleStatus());
+}
+
+TEST_F(ProcessModuleTest, ObserversByListenGroup) {
+  std::vector<Event> log;
+  std::mutex mu;
+  RecordingObserver samples(2, &log, &mu), status(1, &log, &mu), both(3, &log, &mu), all(4, &log, &mu);
+  Ref<TestModule> m(new TestModule);
+  // Registered out of mask order: calls go in ascending mask order.
+  ASSERT_EQ(CM_OK, m->AddObserver(&both, 3));
+  ASSERT_EQ(CM_OK, m->AddObserver(&samples, PROCESS_MODULE_LISTEN_SAMPLES));
+  ASSERT_EQ(CM_OK, m->AddObserver(&status, PROCESS_MODULE_LISTEN_STATUS));
+  ASSERT_EQ(CM_OK, m->AddObserver(&all, 4));  // shares no bit with groups 1 and 2
+  EXPECT_EQ(CM_ERROR_FOUND, m->AddObserver(&both, 3));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->AddObserver(nullptr, 3));
+
+  EXPECT_EQ(1u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_STATUS_CHANGED));
+  EXPECT_EQ(2u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_INPUT_SAMPLES));
+  EXPECT_EQ(2u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES));
+  EXPECT_EQ(~0ull, m->_EventTypeToListenTypeGroup(77));
+
+  m->InitModule();  // status: observers 1 (mask 1) then 3 (mask 3)
+  ASSERT_EQ(2u, log.size());
+  EXPECT_EQ(1, log[0].observer);
+  EXPECT_EQ(3, log[1].observer);
+  log.clear();
+
+  m->_FireOnStatusChangedEvent(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES, ProcessModuleValue(9));
+  ASSERT_EQ(2u, log.size());
+  EXPECT_EQ(2, log[0].observer);
+  EXPECT_EQ(3, log[1].observer);
+  EXPECT_EQ(9u, log[1].value);
+  log.clear();
+
+  m->_FireOnStatusChangedEvent(77, ProcessModuleValue(1));  // any other type: every group
+  ASSERT_EQ(4u, log.size());
+  EXPECT_EQ(1, log[0].observer);
+  EXPECT_EQ(2, log[1].observer);
+  EXPECT_EQ(3, log[2].observer);
+  EXPECT_EQ(4, log[3].observer);
+  log.clear();
+
+  EXPECT_EQ(CM_OK, m->RemoveObserver(&both));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, m->RemoveObserver(&both));
+  m->Start();
+  ASSERT_EQ(1u, log.size());
+  EXPECT_EQ(1, log[0].observer);
+}
+
+TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {
+  struct SelfRemoving : IProcessModuleEventNotify {
+    ProcessModule* module = nullptr;
+    int calls = 0;
+    void OnProcessModuleEvent(uint32_t, const ProcessModuleValue&) override {
+      ++calls;
+      module->RemoveObserver(this);  // would deadlock if called under the table mutex
+    }
+  } obs;
+  Ref<TestModule> m(new TestModule);
+  obs.module = m.get();
+  m->AddObserver(&obs, PROCESS_MODULE_LISTEN_ALL);
+  m->InitModule();
+  m->Start();
+  EXPECT_EQ(1, obs.calls);
+}
+
+TEST_F(ProcessModuleTest, SampleEventsFollowStatFlags) {
+  std::vector<Event> log;
+  std::mutex mu;
+  RecordingObserver samples(2, &log, &mu);
+  Ref<TestModule> m(new TestModule);
+  m->AddObserver(&samples, PROCESS_MODULE_LISTEN_SAMPLES);
+  TestData* d = new TestData(1);
+  m->DeliverData(d, 0);  // flags 0: counted, no event
+  EXPECT_TRUE(log.empty());
+  EXPECT_EQ(CM_OK, m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(1)));
+  m->DeliverData(d, 0);  // input event with count 2; the pass-through output is not reported
+  m->DeliverData(d, 1);  // channel 1: no event
+  ASSERT_EQ(1u, log.size());
+  EXPECT_EQ(PROCESS_MODULE_EVENT_INPUT_SAMPLES, log[0].type);
+  EXPECT_EQ(2u, log[0].value);
+  log.clear();
+  m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(3));
+  m->DeliverData(d, 0);  // input 3, then output 0 counted by the pass-through
+  ASSERT_EQ(2u, log.size());
+  EXPECT_EQ(PROCESS_MODULE_EVENT_INPUT_SAMPLES, log[0].type);
+  EXPECT_EQ(3u, log[0].value);
+  EXPECT_EQ(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES, log[1].type);
+  EXPECT_EQ(4u, log[1].value);  // every pass-through so far counted on output 0
+  d->Release();
+}
+
+TEST_F(ProcessModuleTest, DetailTraceAtLevelFour) {
+  Ref<TestModule> m(new TestModule);
+  m->SetProcessModuleInfo("src", 1);
+  TestData* d = new TestData(1);
+  {
+    CmTraceCapture quiet(2);
+    m->DeliverData(d, 2);
+    EXPECT_FALSE(quiet.contains("ProcessModule::Info"));
+  }
+  CmTraceCapture cap(4);
+  m->DeliverData(d, 2);
+  const auto lines = cap.lines();
+  ASSERT_EQ(2u, lines.size());
+  EXPECT_EQ(4, lines[0].level);
+  const std::string in = lines[0].text;
+  EXPECT_NE(std::string::npos, in.find("module_name:src ProcessModule::Info Input, this=")) << in;
+  EXPECT_NE(std::string::npos, in.find(",data_length=3,channel_id=2,input_samples=2,queue_size=0")) << in;
+  const std::string out = lines[1].text;
+  EXPECT_NE(std::string::npos, out.find("module_name:src ProcessModule::Info output, this=")) << out;
+  EXPECT_NE(std::string::npos, out.find(",channel_id=0,output_samples=2,queue_size=0")) << out;
+  d->Release();
+}
+
+TEST_F(ProcessModuleTest, OptionsStoredEvenWhenRefused) {
+  Ref<TestModule> m(new TestModule);
+  ProcessModuleValue out(123);
+  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, m->GetProcessModuleOption(5, out));
+  EXPECT_EQ(123u, out.dwValue);
+  const ProcessModuleValue v(0x1122334455667788ull, 42);
+  EXPECT_EQ(CM_ERROR_FAILURE, m->SetProcessModuleOption(5, v));
+  EXPECT_EQ(CM_OK, m->GetProcessModuleOption(5, out));
+  EXPECT_EQ(v, out);
+  EXPECT_EQ(CM_OK, m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(2)));
+  EXPECT_EQ(CM_OK, m->GetProcessModuleOption(1, out));
+  EXPECT_EQ(2u, out.dwValue);
+}
+
+TEST_F(ProcessModuleTest, OptionsFiredToDeliversAndInputters) {
+  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule), d(new TestModule);
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
+  ASSERT_EQ(CM_OK, b->AddDeliver(c.get(), 0, 0));
+  ASSERT_EQ(CM_OK, b->AddDeliver(d.get(), 0, 3));
+  EXPECT_EQ(CM_OK, b->_FireOptionToDelivers(9, ProcessModuleValue(7)));
+  ProcessModuleValue out;
+  EXPECT_EQ(CM_OK, c->GetProcessModuleOption(9, out));
+  EXPECT_EQ(7u, out.dwValue);
+  EXPECT_EQ(CM_OK, d->GetProcessModuleOption(9, out));
+  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, a->GetProcessModuleOption(9, out));
+  EXPECT_EQ(CM_OK, b->_FireOptionToInputters(10, ProcessModuleValue(8)));
+  EXPECT_EQ(CM_OK, a->GetProcessModuleOption(10, out));
+  EXPECT_EQ(8u, out.dwValue);
+  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, c->GetProcessModuleOption(10, out));
+}
+
+TEST_F(ProcessModuleTest, InfoAndQueryInterface) {
+  Ref<TestModule> m(new TestModule);
+  EXPECT_STREQ("", m->GetProcessModuleName());
+  m->SetProcessModuleInfo("encoder", 12);
+  m->SetProcessModuleInfo(nullptr, 13);
+  EXPECT_STREQ("encoder", m->GetProcessModuleName());
+  EXPECT_EQ(13u, m->GetProcessModuleType());
+
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, m->QueryInterface(kel::IID_IKelUnknown, nullptr));
+  void* p = reinterpret_cast<void*>(1);
+  kel::_tagUUID other = kel::IID_IKelUnknown;
+  other.data[15] ^= 1;
+  EXPECT_EQ(CM_ERROR_NO_INTERFACE, m->QueryInterface(other, &p));
+  EXPECT_EQ(nullptr, p);
+  EXPECT_EQ(1u, m->GetReference());
+  ASSERT_EQ(CM_OK, m->QueryInterface(kel::IID_IKelUnknown, &p));
+  EXPECT_EQ(static_cast<kel::IKelUnknown*>(static_cast<IProcessModule*>(m.get())), p);
+  EXPECT_EQ(2u, m->GetReference());
+  static_cast<kel::IKelUnknown*>(p)->Release();
+}
+
+TEST_F(ProcessModuleTest, SetProcessUnitAttachesDetachesAndReferences) {
+  Ref<RecordingUnit> u1(new RecordingUnit), u2(new RecordingUnit);
+  {
+    Ref<TestModule> m(new TestModule);
+    EXPECT_EQ(nullptr, m->GetProcessUnit());
+    m->SetProcessUnit(u1.get());
+    EXPECT_EQ(u1.get(), m->GetProcessUnit());
+    EXPECT_EQ(m.get(), u1->GetProcessModule());
+    EXPECT_EQ(2u, u1->GetReference());
+    m->SetProcessUnit(u2.get());
+    EXPECT_EQ(nullptr, u1->GetProcessModule());
+    EXPECT_EQ(1u, u1->GetReference());
+    EXPECT_EQ(m.get(), u2->GetProcessModule());
+    EXPECT_EQ(2u, u2->GetReference());
+  }
+  // The module's destruction detached and released its unit.
+  EXPECT_EQ(nullptr, u2->GetProcessModule());
+  EXPECT_EQ(1u, u2->GetReference());
+
+  Ref<TestModule> m(new TestModule);
+  m->SetProcessUnit(u1.get());
+  m->SetProcessUnit(nullptr);
+  EXPECT_EQ(nullptr, m->GetProcessUnit());
+  EXPECT_EQ(nullptr, u1->GetProcessModule());
+  EXPECT_EQ(1u, u1->GetReference());
+}
+
+TEST_F(ProcessModuleTest, ConfigForwardedToEmbeddedStore) {
+  Ref<TestModule> m(new TestModule);
+  EXPECT_EQ(CM_OK, m->ConfigProcess("codec", "opus"));
+  char buf[16] = {};
+  unsigned int size = sizeof buf;
+  EXPECT_EQ(CM_OK, m->GetProcessConfigValue("codec", buf, size));
+  EXPECT_STREQ("opus", buf);
+  EXPECT_EQ(4u, size);
+  EXPECT_EQ(CM_ERROR_FAILURE, m->GetProcessConfigValue("rate", buf, size));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->ConfigProcess(nullptr, "x"));
+}
+
+// ---------------------------------------------------------------- links
+
+TEST_F(ProcessModuleTest, AddDeliverInvalidParams) {
+  CmTraceCapture cap;
+  Ref<TestModule> a(new TestModule), b(new TestModule);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(b.get(), 16, 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(nullptr, 0, 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(b.get(), 0, 4));
+  const auto lines = cap.lines();
+  ASSERT_EQ(3u, lines.size());
+  for (const auto& l : lines) EXPECT_EQ(0, l.level);
+  char expect[160];
+  std::snprintf(
+      expect, sizeof expect,
+      "ProcessModule::AddDeliver invalidate input params, pIProcessModule=%p,nChannelId=16,nOutputChannelId=0",
+      static_cast<void*>(static_cast<IProcessModule*>(b.get())));
+  EXPECT_NE(std::string::npos, lines[0].text.find(expect)) << lines[0].text << " / " << expect;
+  EXPECT_NE(std::string::npos, lines[2].text.find(",nChannelId=0,nOutputChannelId=4"));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(a.get(), 0, 0));
+}
+
+TEST_F(ProcessModuleTest, SameNextTwiceOnOneOutputFails) {
+  CmTraceCapture cap;
+  Ref<TestModule> a(new TestModule), b(new TestModule);
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(b.get(), 1, 0));  // other input channel: still refused
+  EXPECT_TRUE(cap.contains("ProcessModule::AddDeliver fail deliver already exist"));
+  EXPECT_EQ(CM_OK, a->AddDeliver(b.get(), 1, 1));  // another output channel, free input channel
+}
+
+TEST_F(ProcessModuleTest, OneInputterPerChannel) {
+  CmTraceCapture cap;
+  Ref<TestModule> a(new TestModule), b(new TestModule), next(new TestModule);
+  ASSERT_EQ(CM_OK, a->AddDeliver(next.get(), 3, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, b->AddDeliver(next.get(), 3, 0));
+  EXPECT_TRUE(cap.contains("ProcessModule::AddInputer exist same inputer for nChannelId=3"));
+  EXPECT_TRUE(cap.contains("ProcessModule::AddDeliver fail add inputter"));
+  // The same module on another output of a is refused too (its channel 3 is taken).
+  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(next.get(), 3, 1));
+  EXPECT_EQ(CM_OK, b->AddDeliver(next.get(), 4, 0));
+
+  // After unlinking, the channel is free again.
+  EXPECT_EQ(CM_OK, a->RemoveDeliver(3, 0));
+  EXPECT_EQ(CM_OK, b->AddDeliver(next.get(), 3, 2));
+
+  // Shared input allowed: several inputters on one channel.
+  Ref<TestModule> shared(new TestModule);
+  shared->AllowSharedInput(true);
+  EXPECT_EQ(CM_OK, a->AddDeliver(shared.get(), 0, 0));
+  EXPECT_EQ(CM_OK, b->AddDeliver(shared.get(), 0, 0));
+}
+
+TEST_F(ProcessModuleTest, AddInputerRules) {
+  CmTraceCapture cap;
+  Ref<TestModule> a(new TestModule), b(new TestModule);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddInputer(nullptr, 0));
+  EXPECT_TRUE(cap.contains("ProcessModule::AddInputer add NULL deliver"));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->AddInputer(a.get(), 0));
+  EXPECT_EQ(CM_OK, a->AddInputer(b.get(), 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(nullptr));
+  EXPECT_EQ(CM_OK, a->RemoveInputer(b.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(b.get()));
+}
+
+TEST_F(ProcessModuleTest, RemoveDeliverByChannel) {
+  CmTraceCapture cap;
+  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
+  Sink sink;
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(0, 4));
+  EXPECT_TRUE(cap.contains("ProcessModule::RemoveDeliver: invalid output Channel ID nOutputChannelId >= 4"));
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 5, 0));
+  ASSERT_EQ(CM_OK, a->AddDeliver(c.get(), 5, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(6, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(5, 1));
+  EXPECT_EQ(CM_OK, a->RemoveDeliver(5, 0));                // the first entry on channel 5: b
+  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get()));  // b's inputter entry went too
+  EXPECT_EQ(CM_OK, c->RemoveInputer(a.get()));
+}
+
+TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
+  Sink b("b"), c("c");
+  Ref<TestModule> a(new TestModule);
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.module.get(), 0, 0));
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.module.get(), 1, 2));
+  ASSERT_EQ(CM_OK, a->AddDeliver(c.module.get(), 0, 0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(static_cast<IProcessModule*>(nullptr)));
+  EXPECT_EQ(CM_OK, a->RemoveDeliver(b.module.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(b.module.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, b.module->RemoveInputer(a.get()));  // both entries removed
+  TestData* d = new TestData(1);
+  a->DeliverDataToNextModule(d, 0);
+  a->DeliverDataToNextModule(d, 2);
+  d->Release();
+  EXPECT_EQ(0u, b.unit->Count());
+  EXPECT_EQ(1u, c.unit->Count());
+}
+
+// A module implementation of its own (not a ProcessModule): linked without an inputter
+// entry, and fed by delivery like any other.
+class ForeignModule : public IProcessModule, public kel::CKelUnknownImpl {
+ public:
+  KEL_IMPLEMENT_UNKNOWN()
+  int delivered = 0;
+  int addInputer = 0;
+  std::vector<unsigned int> options;
+  CmResult DeliverData(IProcessData*, unsigned short) override {
+    ++delivered;
+    return CM_OK;
+  }
+  CmResult Start() override { return CM_OK; }
+  CmResult Stop() override { return CM_OK; }
+  CmResult InitModule() override { return CM_OK; }
+  CmResult SetProcessModuleOption(unsigned int aId, const ProcessModuleValue&) override {
+    options.push_back(aId);
+    return CM_OK;
+  }
+  CmResult GetProcessModuleOption(unsigned int, ProcessModuleValue&) override { return CM_ERROR_NOT_IMPLEMENTED; }
+  const char* GetProcessModuleName() override { return "foreign"; }
+  unsigned int GetProcessModuleType() override { return 0; }
+  ProcessModuleStatus GetProcessModuleStatus() override { return PROCESS_MODULE_STATUS_STARTED; }
+  CmResult AddDeliver(IProcessModule*, unsigned short, unsigned short) override { return CM_OK; }
+  CmResult RemoveDeliver(IProcessModule*) override { return CM_OK; }
+  CmResult RemoveDeliver(unsigned short, unsigned short) override { return CM_OK; }
+  CmResult SetProcessModuleThread(ACmThread*) override { return CM_OK; }
+  CmResult SetProcessUnit(IProcessUnit*) override { return CM_OK; }
+  IProcessUnit* GetProcessUnit() override { return nullptr; }
+  CmResult DeliverDataToNextModule(IProcessData*, unsigned short) override { return CM_OK; }
+  unsigned int GetProcessModuleQueueSize(unsigned short) override { return 0; }
+  CmResult AddInputer(IProcessModule*, unsigned short) override {
+    ++addInputer;
+    return CM_OK;
+  }
+  CmResult RemoveInputer(IProcessModule*) override {
+    ++addInputer;
+    return CM_OK;
+  }
+};
+
+TEST_F(ProcessModuleTest, ForeignModuleIsLinkedWithoutInputter) {
+  Ref<ForeignModule> f(new ForeignModule);
+  Ref<TestModule> a(new TestModule);
+  ASSERT_EQ(CM_OK, a->AddDeliver(f.get(), 0, 0));
+  EXPECT_EQ(0, f->addInputer);
+  TestData* d = new TestData(1);
+  a->DeliverData(d, 0);
+  d->Release();
+  EXPECT_EQ(1, f->delivered);
+  a->_FireOptionToDelivers(6, ProcessModuleValue(1));
+  EXPECT_EQ((std::vector<unsigned int>{6}), f->options);
+  EXPECT_EQ(CM_OK, a->RemoveDeliver(f.get()));
+  EXPECT_EQ(0, f->addInputer);  // RemoveInputer not called either
+}
+
+TEST_F(ProcessModuleTest, DestructionReleasesEveryQueuedItem) {
+  // A module whose thread's queue refuses posts keeps every item queued; destroying the
+  // module must release each of them exactly once.
+  TaskThread live("pm-live");
+  ASSERT_TRUE(live.ok());
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  m->SetProcessUnit(unit.get());
+  m->InitModule();
+  m->Start();
+  m->SetProcessModuleThread(live.get());
+  live.get()->Stop();  // the queue is stopped: drain events are destroyed unfired
+  for (uint32_t i = 0; i < 50; ++i) {
+    TestData* d = new TestData(i);
+    EXPECT_EQ(CM_OK, m->DeliverData(d, static_cast<unsigned short>(i % 16)));
+    EXPECT_EQ(2u, d->GetReference());
+    d->Release();
+  }
+  EXPECT_EQ(50u, m->_GetProcessDataToQueueSize());
+  EXPECT_EQ(4u, m->GetProcessModuleQueueSize(0));
+  EXPECT_EQ(m_liveBefore + 50, LiveData().load());
+  m.reset();
+  EXPECT_EQ(m_liveBefore, LiveData().load());
+  EXPECT_EQ(0u, unit->Count());
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "PipelineTestHelpers.h"
+
+using namespace pipetest;
+
+namespace {
+
+// Emits a fresh item (seq + 1000) for each input.
+class MakerUnit : public ProcessUnit {
+ public:
+  int calls = 0;
+
+ protected:
+  IProcessData* _Process(IProcessData* aData, unsigned short) override {
+    ++calls;
+    return new TestData(static_cast<TestData*>(aData)->Seq() + 1000);
+  }
+};
+
+class ProcessUnitTest : public ::testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = LiveData().load(); }
+  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
+  int m_liveBefore = 0;
+};
+
+TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
+  Ref<MakerUnit> unit(new MakerUnit);
+  TestData* in = new TestData(1);
+  EXPECT_EQ(CM_OK, unit->Process(in, 0));
+  EXPECT_EQ(1, unit->calls);
+  EXPECT_EQ(m_liveBefore + 1, LiveData().load());  // only the input is left
+  in->Release();
+}
+
+TEST_F(ProcessUnitTest, BaseUnitProducesNothing) {
+  Ref<ProcessUnit> unit(new ProcessUnit);
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> sinkUnit(new RecordingUnit);
+  Ref<TestModule> sink(new TestModule);
+  sink->SetProcessUnit(sinkUnit.get());
+  sink->InitModule();
+  sink->Start();
+  m->SetProcessUnit(unit.get());
+  m->AddDeliver(sink.get(), 0, 0);
+  m->InitModule();
+  m->Start();
+  TestData* in = new TestData(1);
+  EXPECT_EQ(CM_OK, unit->Process(in, 0));
+  EXPECT_EQ(CM_OK, m->DeliverData(in, 0));
+  in->Release();
+  EXPECT_EQ(0u, sinkUnit->Count());
+  EXPECT_EQ(0u, m->GetOutputSampleCount(0));
+  EXPECT_EQ(CM_OK, unit->InitProcessUnit());
+}
+
+TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
+  Ref<MakerUnit> unit(new MakerUnit);
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> sinkUnit(new RecordingUnit);
+  Ref<TestModule> sink(new TestModule), other(new TestModule);
+  sink->SetProcessUnit(sinkUnit.get());
+  sink->InitModule();
+  sink->Start();
+  m->SetProcessUnit(unit.get());
+  m->AddDeliver(sink.get(), 4, 0);
+  m->AddDeliver(other.get(), 0, 1);
+  m->InitModule();
+  m->Start();
+  TestData* in = new TestData(7);
+  m->DeliverData(in, 3);
+  in->Release();
+  ASSERT_EQ(1u, sinkUnit->Count());
+  EXPECT_EQ(1007u, sinkUnit->Seen_()[0].seq);
+  EXPECT_EQ(4, sinkUnit->Seen_()[0].channel);
+  EXPECT_EQ(1u, m->GetOutputSampleCount(0));
+  EXPECT_EQ(0u, other->GetInputSampleCount(0));
+}
+
+TEST_F(ProcessUnitTest, ModuleAccessorsWithAndWithoutModule) {
+  Ref<ProcessUnit> unit(new ProcessUnit);
+  ProcessModuleValue v;
+  EXPECT_STREQ("", unit->GetProcessModuleName());
+  EXPECT_EQ(0u, unit->GetProcessModuleType());
+  EXPECT_EQ(CM_ERROR_FAILURE, unit->GetProcessModuleOption(1, v));
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_ERROR_FAILURE, unit->_DeliverDataToNextModule(d, 0));
+  EXPECT_EQ(CM_OK, unit->_FireOnStatusChangedEvent(50, ProcessModuleValue(1)));
+
+  Ref<TestModule> m(new TestModule);
+  m->SetProcessModuleInfo("mixer", 5);
+  m->SetProcessModuleOption(8, ProcessModuleValue(88));
+  m->SetProcessUnit(unit.get());
+  EXPECT_STREQ("mixer", unit->GetProcessModuleName());
+  EXPECT_EQ(5u, unit->GetProcessModuleType());
+  EXPECT_EQ(CM_OK, unit->GetProcessModuleOption(8, v));
+  EXPECT_EQ(88u, v.dwValue);
+  EXPECT_EQ(CM_ERROR_FAILURE, unit->_DeliverDataToNextModule(d, 9));  // the module's result
+  EXPECT_EQ(CM_OK, unit->_DeliverDataToNextModule(d, 2));
+  EXPECT_EQ(1u, m->GetOutputSampleCount(2));
+
+  std::vector<Event> log;
+  std::mutex mu;
+  RecordingObserver obs(1, &log, &mu);
+  m->AddObserver(&obs, PROCESS_MODULE_LISTEN_SAMPLES);
+  EXPECT_EQ(CM_OK, unit->_FireOnStatusChangedEvent(PROCESS_MODULE_EVENT_INPUT_SAMPLES, ProcessModuleValue(31)));
+  ASSERT_EQ(1u, log.size());
+  EXPECT_EQ(31u, log[0].value);
+  m->RemoveObserver(&obs);
+  d->Release();
+}
+
+TEST_F(ProcessUnitTest, QueryInterfaceAndCount) {
+  ProcessUnit* unit = new ProcessUnit;
+  EXPECT_EQ(1u, unit->AddRef());
+  void* p = nullptr;
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, unit->QueryInterface(kel::IID_IKelUnknown, nullptr));
+  kel::_tagUUID other = {};
+  EXPECT_EQ(CM_ERROR_NO_INTERFACE, unit->QueryInterface(other, &p));
+  EXPECT_EQ(nullptr, p);
+  ASSERT_EQ(CM_OK, unit->QueryInterface(kel::IID_IKelUnknown, &p));
+  EXPECT_EQ(2u, unit->GetReference());
+  EXPECT_EQ(1u, static_cast<kel::IKelUnknown*>(p)->Release());
+  EXPECT_EQ(0u, unit->Release());
+}
+
+TEST(ProcessConfigTest, BufferSizeRules) {
+  ProcessConfig cfg;
+  char buf[16];
+  unsigned int size = 6;
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("six", "abcdef"));
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("five", "abcde"));
+  std::memset(buf, 'x', sizeof buf);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("six", buf, size));
+  EXPECT_EQ(6u, size);
+  EXPECT_EQ('x', buf[0]);
+  EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("five", buf, size));
+  EXPECT_STREQ("abcde", buf);
+  EXPECT_EQ(5u, size);
+}
+
+TEST(ProcessConfigTest, EmptyValueLeavesBufferAndSize) {
+  ProcessConfig cfg;
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("empty", ""));
+  char buf[8] = "before";
+  unsigned int size = sizeof buf;
+  EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("empty", buf, size));
+  EXPECT_STREQ("before", buf);
+  EXPECT_EQ(8u, size);
+}
+
+TEST(ProcessConfigTest, OverwriteAbsentAndBadArguments) {
+  ProcessConfig cfg;
+  char buf[32];
+  unsigned int size = sizeof buf;
+  EXPECT_EQ(CM_ERROR_FAILURE, cfg.GetProcessConfigValue("k", buf, size));
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("k", "first"));
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("k", "second"));
+  EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("k", buf, size));
+  EXPECT_STREQ("second", buf);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.ConfigProcess(nullptr, "v"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.ConfigProcess("k", nullptr));
+  size = sizeof buf;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue(nullptr, buf, size));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("k", nullptr, size));
+  size = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("k", buf, size));
+}
+
+}  // namespace
