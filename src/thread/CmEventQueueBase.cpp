@@ -9,6 +9,7 @@
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmPlatform.h"
+#include "thread/CmEventAllocator.h"
 #include "thread/CmEventQueueClock.h"
 
 namespace {
@@ -21,6 +22,8 @@ std::atomic<unsigned int> g_sendStoppedCount{0};
 
 const int64_t kLongQueueCheckUs = 3 * 1000000LL;
 const unsigned int kLongQueueSize = 100;
+// Pause instructions spent looking for a new event before the owner sleeps (a few us).
+const int kSpinBeforeWait = 2000;
 }  // namespace
 
 int64_t cm_event_clock_now_us()
@@ -33,12 +36,32 @@ int64_t cm_event_clock_now_us()
     return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
+int64_t cm_event_clock_coarse_us()
+{
+    CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
+    if (fn)
+        return fn();
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME_COARSE, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+
 void cm_set_event_queue_clock_for_test(CmEventClockFn fn)
 {
     g_eventClock.store(fn, std::memory_order_release);
 }
 
 // ---- ICmEvent ----
+
+void* ICmEvent::operator new(size_t aSize)
+{
+    return cm_event_alloc(aSize);
+}
+
+void ICmEvent::operator delete(void* aBlock, size_t aSize)
+{
+    cm_event_free(aBlock, aSize);
+}
 
 void ICmEvent::OnDestorySelf()
 {
@@ -52,14 +75,14 @@ ICmEvent::~ICmEvent() {}
 CCmTimeValue CCmEventQueueBase::s_tvReportInterval(0L, 500000L);
 
 CCmEventQueueBase::CCmEventQueueBase(bool aWithMutex)
-    : m_nDrainPos(0),
-      m_dwSize(0),
+    : m_pMutex(aWithMutex ? new CCmMutexThread : nullptr),
+      m_bIsStopped(false),
       m_llLastReportUs(cm_event_clock_now_us()),
       m_Tid(0),
-      m_bIsStopped(false),
+      m_dwSize(0),
+      m_nDrainPos(0),
       m_bIsProcessing(false),
-      m_pLoopHook(nullptr),
-      m_pMutex(aWithMutex ? new CCmMutexThread : nullptr)
+      m_pLoopHook(nullptr)
 {
     memset(m_szThreadName, 0, sizeof(m_szThreadName));
 }
@@ -92,8 +115,9 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
     if (m_pMutex)
         m_pMutex->UnLock();
 
-    // Long-queue report: at most once in three seconds, only by a post.
-    int64_t now = cm_event_clock_now_us();
+    // Long-queue report: at most once in three seconds, only by a post. A coarse clock
+    // reading is plenty for a three-second check and keeps posting cheap.
+    int64_t now = cm_event_clock_coarse_us();
     int64_t last = m_llLastReportUs.load(std::memory_order_relaxed);
     if (now - last > kLongQueueCheckUs &&
         m_llLastReportUs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
@@ -184,7 +208,7 @@ CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsi
         if (nTake > nAvail)
             nTake = nAvail;
         for (size_t i = 0; i < nTake; ++i)
-            aEvents.push_back(m_vecDrain[m_nDrainPos + i]);
+            AppendEvent(aEvents, m_vecDrain[m_nDrainPos + i]);
         m_nDrainPos += nTake;
         dwTaken += static_cast<unsigned int>(nTake);
     }
@@ -198,11 +222,36 @@ CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsi
     return CM_OK;
 }
 
+void CCmEventQueueBase::AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent)
+{
+    if (m_listSpare.empty()) {
+        aEvents.push_back(aEvent);
+        return;
+    }
+    aEvents.splice(aEvents.end(), m_listSpare, m_listSpare.begin());
+    aEvents.back() = aEvent;
+}
+
+void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents)
+{
+    // Keep a small stock only: a huge batch should not pin its nodes for ever.
+    const size_t kMaxSpare = 256;
+    if (m_listSpare.size() < kMaxSpare)
+        m_listSpare.splice(m_listSpare.end(), aEvents);
+    aEvents.clear();
+}
+
 CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents)
 {
     m_bIsProcessing = true;
-    for (ICmEvent* pEvent : aEvents)
-        ProcessOneEvent(pEvent);
+    int64_t tClock = cm_event_clock_coarse_us();
+    for (ICmEvent* pEvent : aEvents) {
+        if (!pEvent) {
+            ProcessOneEvent(pEvent);  // reports the assertion
+            continue;
+        }
+        ProcessOneEventTimed(pEvent, tClock);
+    }
     if (m_pLoopHook) {
         m_pLoopHook();
         return CM_ERROR_ABORTED;
@@ -214,11 +263,18 @@ CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents)
 CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent)
 {
     CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
+    int64_t tClock = cm_event_clock_coarse_us();
+    ProcessOneEventTimed(aEvent, tClock);
+    return CM_OK;
+}
 
-    int64_t tBegin = cm_event_clock_now_us();
+void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs)
+{
+    int64_t tBegin = aClockUs;
     aEvent->OnEventFire();
     aEvent->OnDestorySelf();
-    int64_t tSpent = cm_event_clock_now_us() - tBegin;
+    aClockUs = cm_event_clock_coarse_us();
+    int64_t tSpent = aClockUs - tBegin;
 
     int64_t tLimit = static_cast<int64_t>(s_tvReportInterval.GetSec()) * 1000000 + s_tvReportInterval.GetUsec();
     if (tSpent > tLimit) {
@@ -230,7 +286,6 @@ CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent)
                               << " tid=" << static_cast<unsigned long>(GetThreadId())
                               << " name=" << m_szThreadName);
     }
-    return CM_OK;
 }
 
 void CCmEventQueueBase::Reset2CurrentThreadInfo()
@@ -302,6 +357,14 @@ CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<I
 {
     if (HasDrainedEvents())
         return PopPendingEvents(aEvents, aMaxCount, nullptr);
+
+    // A producer that posts steadily is usually only a moment behind: look again for a
+    // short while before going to sleep, since a sleep costs the poster a wake-up call.
+    bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
+    if (bMayWait && m_dwSize.load(std::memory_order_relaxed) == 0) {
+        for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i)
+            __builtin_ia32_pause();
+    }
 
     CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
     if (m_dwSize.load(std::memory_order_seq_cst) == 0) {

@@ -33,9 +33,9 @@ void CCmThreadTaskWithEventQueueOnly::OnThreadRun()
     CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::OnThreadRun");
     std::list<ICmEvent*> events;
     while (!m_Stop.IsFlagStopped()) {
-        events.clear();
         if (m_EventQueue.PopOrWaitPendingEvents(events, nullptr, kAllEvents) == CM_OK)
             m_EventQueue.ProcessEvents(events);
+        m_EventQueue.RecycleEventList(events);
     }
     m_EventQueue.DestoryPendingEvents();
 }
@@ -68,9 +68,9 @@ void CCmThreadTask::OnThreadRun()
         if (m_pTimerQueue)
             m_pTimerQueue->CheckExpire(&tvWait);
         CCmTimeValue* pWait = (tvWait == CCmTimeValue::get_tvMax()) ? nullptr : &tvWait;
-        events.clear();
         if (m_EventQueue.PopOrWaitPendingEvents(events, pWait, kEventsPerPass) == CM_OK)
             m_EventQueue.ProcessEvents(events);
+        m_EventQueue.RecycleEventList(events);
     }
     m_EventQueue.DestoryPendingEvents();
     CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, End. name=" << GetName());
@@ -91,9 +91,10 @@ void CCmThreadTask::SleepMsWithLoop(unsigned int aMs)
             break;
         CCmTimeValue tvWait;
         tvWait.SetByTotalMsec(lEnd - lNow);
-        events.clear();
         if (m_EventQueue.PopOrWaitPendingEvents(events, &tvWait, kEventsPerPass) == CM_OK)
             m_EventQueue.ProcessEvents(events);
+        m_EventQueue.RecycleEventList(events);
+        m_EventQueue.RecycleEventList(events);
     }
     m_EventQueue.DestoryPendingEvents();
 }

@@ -116,13 +116,19 @@ CmResult CCmTimerQueueBase::CancelTimer(ICmTimerHandler* aEh)
 int CCmTimerQueueBase::CheckExpire(CCmTimeValue* aRemainTime, CCmTimeValue* aEarliest)
 {
     m_Est.EnsureSingleThread();
-    CCmTimeValue tvCur = cm_timer_now();
-    m_CheckingThread.store(pthread_self(), std::memory_order_release);
     int nFired = 0;
-
+    CCmTimeValue tvCur;
     CCmTimeValue tvEarliest;
-    if (GetEarliestTime_l(tvEarliest) == -1)
-        goto empty_queue;
+    // An empty queue needs no clock reading: the loop of an idle task thread asks often.
+    if (GetEarliestTime_l(tvEarliest) == -1) {
+        if (aRemainTime)
+            *aRemainTime = CCmTimeValue::get_tvMax();
+        if (aEarliest)
+            *aEarliest = CCmTimeValue::get_tvMax();
+        return 0;
+    }
+    tvCur = cm_timer_now();
+    m_CheckingThread.store(pthread_self(), std::memory_order_release);
 
     while (tvEarliest <= tvCur) {
         CNode node;

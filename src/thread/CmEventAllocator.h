@@ -1,0 +1,14 @@
+#pragma once
+// Recycling allocator for small events. Events are typically allocated on a posting
+// thread and freed on the loop thread; glibc's per-thread caches do not help that
+// pattern. Freed blocks are collected per thread and handed back in batches through a
+// shared depot, so both sides mostly touch their own thread-local lists.
+
+#include <cstddef>
+
+#include "cmutil/base/CmExport.h"
+
+// A block of at least aSize bytes (never null; falls back to the heap).
+CM_EXPORT void* cm_event_alloc(size_t aSize);
+// Returns a block from cm_event_alloc; aSize must be the size it was asked for.
+CM_EXPORT void cm_event_free(void* aBlock, size_t aSize);
