@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <string>
 #include <thread>
 
+#include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/timer/CmTimer.h"
 #include "cmutil/timer/CmTimerFact.h"
 #include "common/CmTraceCapture.h"
@@ -123,6 +125,31 @@ TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
   startLowTick();
   EXPECT_NE(nullptr, cm_low_tick_thread());
   stopLowTick();
+  EXPECT_EQ(nullptr, cm_low_tick_thread());
+}
+
+TEST(LowTick, GeneratorStartedOffATaskThreadTracesAndKeepsSampling) {
+  CmTraceCapture cap;
+  low_tick_policy::start();  // this thread has no timer queue
+  EXPECT_TRUE(cap.contains("low_tick_generator::start, FAILED to schedule ticket timer in t-tick thread. rv = " +
+                           std::to_string(CM_ERROR_NULL_POINTER)));
+  EXPECT_FALSE(low_tick_generator::instance()->is_started());
+  low_tick_policy::stop();
+  EXPECT_TRUE(cap.contains("low_tick_generator::stop [this="));
+}
+
+CmResult FailingFactory(const char*, ACmThread*& aThread, TFlag, bool, TType) {
+  aThread = nullptr;
+  return CM_ERROR_THREAD_CREATE;
+}
+
+TEST(LowTick, FailedThreadCreationIsTracedAndNotCounted) {
+  CmTraceCapture cap;
+  PFN_CreateUserTaskThread previous = setCreateUserTaskThread(&FailingFactory);
+  startLowTick();
+  setCreateUserTaskThread(previous);
+  EXPECT_TRUE(cap.contains("startLowTick: failed to create a user thread, " + std::to_string(CM_ERROR_THREAD_CREATE)));
+  EXPECT_EQ(0u, cm_low_tick_ref_count());
   EXPECT_EQ(nullptr, cm_low_tick_thread());
 }
 

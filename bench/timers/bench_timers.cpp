@@ -1,0 +1,360 @@
+// Timer queues beside Boost.Asio's timer queue (steady_timer-style timers on an
+// io_context) and libuv timers: schedule, cancel and fire-due per operation for N timers
+// with random intervals of 10 ms .. 30 s. Also the low tick clock beside clock_gettime.
+//
+// Every side gets the same intervals. Our queues and Asio run on a fake clock so that
+// "fire" means "everything is due"; libuv's loop time is moved back 31 s before
+// scheduling, so its timers are all due at the next uv_run as well.
+
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "cmutil/timer/CmTimer.h"
+#include "cmutil/timer/CmTimerMinHeapQueue.h"
+#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "timer/CmTimerClock.h"
+
+#if CMUTIL_HAVE_BOOST
+#include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/wait_traits.hpp>
+#endif
+#if CMUTIL_HAVE_LIBUV
+#include <uv.h>
+#endif
+
+namespace {
+
+constexpr int kMaxCancels = 1000;
+
+/// The same random intervals (milliseconds) and cancel order for every side.
+struct Workload {
+  std::vector<long> ms;
+  std::vector<size_t> cancelOrder;
+
+  explicit Workload(size_t n) {
+    std::mt19937_64 rng(42 + n);
+    std::uniform_int_distribution<long> dist(10, 30000);
+    ms.resize(n);
+    for (auto& v : ms) v = dist(rng);
+    cancelOrder.resize(n);
+    for (size_t i = 0; i < n; ++i) cancelOrder[i] = i;
+    std::shuffle(cancelOrder.begin(), cancelOrder.end(), rng);
+    cancelOrder.resize(std::min<size_t>(n, kMaxCancels));
+  }
+};
+
+const Workload& GetWorkload(size_t n) {
+  static std::unique_ptr<Workload> cache[3];
+  const int idx = n <= 1000 ? 0 : (n <= 10000 ? 1 : 2);
+  if (!cache[idx] || cache[idx]->ms.size() != n) cache[idx].reset(new Workload(n));
+  return *cache[idx];
+}
+
+void ReportPerOp(benchmark::State& state, size_t opsPerIteration) {
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(opsPerIteration));
+  state.counters["per_op"] =
+      benchmark::Counter(static_cast<double>(opsPerIteration),
+                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+// ---- our queues, on a fake clock ----
+
+CCmTimeValue g_fakeNow(1700000000L, 0L);
+CCmTimeValue FakeNow() { return g_fakeNow; }
+
+struct ClockScope {
+  ClockScope() {
+    g_fakeNow = CCmTimeValue(1700000000L, 0L);
+    cm_set_timer_clock_for_test(&FakeNow);
+  }
+  ~ClockScope() { cm_set_timer_clock_for_test(nullptr); }
+};
+
+struct CountingHandler : ICmTimerHandler {
+  void OnTimeout(const CCmTimeValue&, void*) override { ++fired; }
+  int64_t fired = 0;
+};
+
+CCmTimeValue MsValue(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
+template <class Q>
+void FillQueue(Q& q, std::vector<CountingHandler>& handlers, const Workload& w) {
+  for (size_t i = 0; i < w.ms.size(); ++i) q.ScheduleTimer(&handlers[i], nullptr, MsValue(w.ms[i]), 1);
+}
+
+template <class Q>
+void BM_Ours_Schedule(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  ClockScope clock;
+  std::vector<CountingHandler> handlers(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::unique_ptr<Q> q(new Q(nullptr));
+    state.ResumeTiming();
+    FillQueue(*q, handlers, w);
+    state.PauseTiming();
+    q.reset();
+    for (auto& h : handlers) h.m_dwWheelSlot = 0xFFFFFFFFu;
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+template <class Q>
+void BM_Ours_Cancel(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  ClockScope clock;
+  std::vector<CountingHandler> handlers(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::unique_ptr<Q> q(new Q(nullptr));
+    FillQueue(*q, handlers, w);
+    state.ResumeTiming();
+    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(q->CancelTimer(&handlers[idx]));
+    state.PauseTiming();
+    q.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, w.cancelOrder.size());
+}
+
+template <class Q>
+void BM_Ours_FireDue(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  ClockScope clock;
+  std::vector<CountingHandler> handlers(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    g_fakeNow = CCmTimeValue(1700000000L, 0L);
+    std::unique_ptr<Q> q(new Q(nullptr));
+    FillQueue(*q, handlers, w);
+    g_fakeNow += CCmTimeValue(31L, 0L);
+    state.ResumeTiming();
+    const int fired = q->CheckExpire(nullptr, nullptr);
+    state.PauseTiming();
+    if (static_cast<size_t>(fired) != n) state.SkipWithError("not every timer fired");
+    q.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+#define CMUTIL_OUR_QUEUE_BENCHES(Q, MAXN)                                                                         \
+  BENCHMARK_TEMPLATE(BM_Ours_Schedule, Q)->RangeMultiplier(10)->Range(1000, MAXN)->Unit(benchmark::kMicrosecond); \
+  BENCHMARK_TEMPLATE(BM_Ours_Cancel, Q)->RangeMultiplier(10)->Range(1000, MAXN)->Unit(benchmark::kMicrosecond);   \
+  BENCHMARK_TEMPLATE(BM_Ours_FireDue, Q)->RangeMultiplier(10)->Range(1000, MAXN)->Unit(benchmark::kMicrosecond)
+
+CMUTIL_OUR_QUEUE_BENCHES(CCmTimerMinHeapQueue, 100000);
+CMUTIL_OUR_QUEUE_BENCHES(CCmTimerWheelQueue, 100000);
+CMUTIL_OUR_QUEUE_BENCHES(CCmTimerQueueOrderedList, 10000);
+
+#if CMUTIL_HAVE_BOOST
+// ---- Boost.Asio: waitable timers on an io_context, over a settable clock ----
+
+struct AsioFakeClock {
+  typedef std::chrono::steady_clock::duration duration;
+  typedef duration::rep rep;
+  typedef duration::period period;
+  typedef std::chrono::time_point<AsioFakeClock> time_point;
+  static constexpr bool is_steady = true;
+  static time_point now() { return current; }
+  static time_point current;
+};
+AsioFakeClock::time_point AsioFakeClock::current{};
+
+typedef boost::asio::basic_waitable_timer<AsioFakeClock> AsioTimer;
+
+struct AsioSide {
+  boost::asio::io_context io;
+  std::vector<std::unique_ptr<AsioTimer>> timers;
+  int64_t fired = 0;
+
+  explicit AsioSide(size_t n) {
+    timers.reserve(n);
+    for (size_t i = 0; i < n; ++i) timers.emplace_back(new AsioTimer(io));
+  }
+  void Fill(const Workload& w) {
+    for (size_t i = 0; i < w.ms.size(); ++i) {
+      timers[i]->expires_after(std::chrono::milliseconds(w.ms[i]));
+      timers[i]->async_wait([this](const boost::system::error_code& ec) {
+        if (!ec) ++fired;
+      });
+    }
+  }
+};
+
+void BM_Asio_Schedule(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    AsioFakeClock::current = AsioFakeClock::time_point{};
+    std::unique_ptr<AsioSide> side(new AsioSide(n));
+    state.ResumeTiming();
+    side->Fill(w);
+    state.PauseTiming();
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+void BM_Asio_Cancel(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    AsioFakeClock::current = AsioFakeClock::time_point{};
+    std::unique_ptr<AsioSide> side(new AsioSide(n));
+    side->Fill(w);
+    state.ResumeTiming();
+    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(side->timers[idx]->cancel());
+    state.PauseTiming();
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, w.cancelOrder.size());
+}
+
+void BM_Asio_FireDue(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    AsioFakeClock::current = AsioFakeClock::time_point{};
+    std::unique_ptr<AsioSide> side(new AsioSide(n));
+    side->Fill(w);
+    AsioFakeClock::current += std::chrono::seconds(31);
+    state.ResumeTiming();
+    side->io.poll();
+    state.PauseTiming();
+    if (static_cast<size_t>(side->fired) != n) state.SkipWithError("not every asio timer fired");
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+BENCHMARK(BM_Asio_Schedule)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Asio_Cancel)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Asio_FireDue)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+#endif  // CMUTIL_HAVE_BOOST
+
+#if CMUTIL_HAVE_LIBUV
+// ---- libuv: uv_timer_t on a loop ----
+
+struct UvSide {
+  uv_loop_t loop;
+  std::vector<uv_timer_t> timers;
+  int64_t fired = 0;
+
+  explicit UvSide(size_t n) : timers(n) {
+    uv_loop_init(&loop);
+    for (auto& t : timers) {
+      uv_timer_init(&loop, &t);
+      t.data = this;
+    }
+  }
+  ~UvSide() {
+    for (auto& t : timers) uv_close(reinterpret_cast<uv_handle_t*>(&t), nullptr);
+    uv_run(&loop, UV_RUN_DEFAULT);
+    uv_loop_close(&loop);
+  }
+  static void OnTimer(uv_timer_t* t) { ++static_cast<UvSide*>(t->data)->fired; }
+  void Fill(const Workload& w) {
+    for (size_t i = 0; i < w.ms.size(); ++i)
+      uv_timer_start(&timers[i], &UvSide::OnTimer, static_cast<uint64_t>(w.ms[i]), 0);
+  }
+};
+
+void BM_Uv_Schedule(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::unique_ptr<UvSide> side(new UvSide(n));
+    state.ResumeTiming();
+    side->Fill(w);
+    state.PauseTiming();
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+void BM_Uv_Cancel(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::unique_ptr<UvSide> side(new UvSide(n));
+    side->Fill(w);
+    state.ResumeTiming();
+    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(uv_timer_stop(&side->timers[idx]));
+    state.PauseTiming();
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, w.cancelOrder.size());
+}
+
+void BM_Uv_FireDue(benchmark::State& state) {
+  const size_t n = static_cast<size_t>(state.range(0));
+  const Workload& w = GetWorkload(n);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::unique_ptr<UvSide> side(new UvSide(n));
+    uv_update_time(&side->loop);
+    side->loop.time -= 31000;  // every timer is due at the next run
+    side->Fill(w);
+    state.ResumeTiming();
+    uv_run(&side->loop, UV_RUN_NOWAIT);
+    state.PauseTiming();
+    if (static_cast<size_t>(side->fired) != n) state.SkipWithError("not every libuv timer fired");
+    side.reset();
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, n);
+}
+
+BENCHMARK(BM_Uv_Schedule)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Uv_Cancel)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Uv_FireDue)->RangeMultiplier(10)->Range(1000, 100000)->Unit(benchmark::kMicrosecond);
+#endif  // CMUTIL_HAVE_LIBUV
+
+// ---- the low tick: one load instead of a clock call ----
+
+void BM_LowTickPolicyNow(benchmark::State& state) {
+  startLowTick();
+  for (auto _ : state) benchmark::DoNotOptimize(low_tick_policy::now());
+  stopLowTick();
+}
+BENCHMARK(BM_LowTickPolicyNow);
+
+void BM_ClockGettimeMonotonic(benchmark::State& state) {
+  struct timespec ts;
+  for (auto _ : state) {
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    benchmark::DoNotOptimize(ts);
+  }
+}
+BENCHMARK(BM_ClockGettimeMonotonic);
+
+void BM_TickPolicyNow(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(tick_policy::now());
+}
+BENCHMARK(BM_TickPolicyNow);
+
+}  // namespace
