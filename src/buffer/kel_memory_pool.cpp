@@ -20,8 +20,8 @@ KELMemFixSizePoolInternal::KELMemFixSizePoolInternal(unsigned int aItemSize, uns
 KELMemFixSizePoolInternal::~KELMemFixSizePoolInternal() { DestroyMemPool(); }
 
 CmResult KELMemFixSizePoolInternal::CreateMemPool() {
+  KELMemPoolGuard guard(m_Lock);
   CM_ASSERTE_RETURN(m_dwMemSize && m_dwCurBlockSize, CM_ERROR_INVALID_ARG);
-  std::lock_guard<std::mutex> guard(m_Lock);
   // Room for every buffer the pool may ever hold, so that Free never reallocates.
   m_FreeList.reserve(m_dwMaxItems < 4096 ? m_dwMaxItems : m_dwCurBlockSize);
   unsigned int made = 0;
@@ -51,7 +51,7 @@ CmResult KELMemFixSizePoolInternal::AddMemPoolItem(unsigned int dwItemNumber) {
 
 unsigned char* KELMemFixSizePoolInternal::Alloc(unsigned int aSize) {
   if (aSize > m_dwMemSize) return nullptr;
-  std::lock_guard<std::mutex> guard(m_Lock);
+  KELMemPoolGuard guard(m_Lock);
   if (m_FreeList.empty()) {
     if (m_dwCurBlockSize >= m_dwMaxItems) return nullptr;
     AddMemPoolItem(kGrowStep);
@@ -72,7 +72,7 @@ CmResult KELMemFixSizePoolInternal::Free(unsigned char* pPointer) {
   // clang-format off
   CM_ASSERTE_RETURN(pPointer!=nullptr, CM_ERROR_NULL_POINTER);  // the trace reads "pPointer!=nullptr"
   // clang-format on
-  std::lock_guard<std::mutex> guard(m_Lock);
+  KELMemPoolGuard guard(m_Lock);
   m_FreeList.push_back(pPointer);
   CM_DEBUG_TRACE("KEL_MEM_POOL Free, size_in_pool=" << static_cast<unsigned int>(m_FreeList.size()) << ",cur_size="
                                                     << m_dwCurBlockSize << ",pData=" << static_cast<void*>(pPointer));
@@ -80,7 +80,7 @@ CmResult KELMemFixSizePoolInternal::Free(unsigned char* pPointer) {
 }
 
 void KELMemFixSizePoolInternal::DestroyMemPool() {
-  std::lock_guard<std::mutex> guard(m_Lock);
+  KELMemPoolGuard guard(m_Lock);
   for (unsigned char* p : m_FreeList) delete[] p;
   m_FreeList.clear();
   m_dwCurBlockSize = 0;
@@ -89,12 +89,12 @@ void KELMemFixSizePoolInternal::DestroyMemPool() {
 void KELMemFixSizePoolInternal::Cleanup() { DestroyMemPool(); }
 
 unsigned int KELMemFixSizePoolInternal::GetCurBlockSize() {
-  std::lock_guard<std::mutex> guard(m_Lock);
+  KELMemPoolGuard guard(m_Lock);
   return m_dwCurBlockSize;
 }
 
 unsigned int KELMemFixSizePoolInternal::GetFreeCount() {
-  std::lock_guard<std::mutex> guard(m_Lock);
+  KELMemPoolGuard guard(m_Lock);
   return static_cast<unsigned int>(m_FreeList.size());
 }
 
