@@ -19,18 +19,13 @@
 #if defined(CM_EVENT_POOL_DISABLED)
 
 // Sanitizer builds use the heap directly, so that use-after-free of events is caught.
-void* cm_event_alloc(size_t aSize)
-{
-    void* p = std::malloc(aSize);
-    if (!p)
-        throw std::bad_alloc();
-    return p;
+void* cm_event_alloc(size_t aSize) {
+  void* p = std::malloc(aSize);
+  if (!p) throw std::bad_alloc();
+  return p;
 }
 
-void cm_event_free(void* aBlock, size_t)
-{
-    std::free(aBlock);
-}
+void cm_event_free(void* aBlock, size_t) { std::free(aBlock); }
 
 #else
 
@@ -42,115 +37,105 @@ const unsigned int kBatch = 64;       // blocks moved to or from the depot at on
 const size_t kMaxDepotBatches = 512;  // per class; beyond that blocks go back to the heap
 
 struct FreeBlock {
-    FreeBlock* next;
+  FreeBlock* next;
 };
 
 struct Depot {
-    std::mutex mutex;
-    std::vector<FreeBlock*> batches[kClasses];
+  std::mutex mutex;
+  std::vector<FreeBlock*> batches[kClasses];
 };
 
-Depot& TheDepot()
-{
-    static Depot* s_depot = new Depot;  // never destroyed: threads may exit late
-    return *s_depot;
+Depot& TheDepot() {
+  static Depot* s_depot = new Depot;  // never destroyed: threads may exit late
+  return *s_depot;
 }
 
-void FreeChain(FreeBlock* b)
-{
-    while (b) {
-        FreeBlock* next = b->next;
-        std::free(b);
-        b = next;
-    }
+void FreeChain(FreeBlock* b) {
+  while (b) {
+    FreeBlock* next = b->next;
+    std::free(b);
+    b = next;
+  }
 }
 
 struct ThreadCache {
-    FreeBlock* alloc[kClasses] = {};
-    FreeBlock* freed[kClasses] = {};
-    unsigned int freedCount[kClasses] = {};
+  FreeBlock* alloc[kClasses] = {};
+  FreeBlock* freed[kClasses] = {};
+  unsigned int freedCount[kClasses] = {};
 
-    ~ThreadCache()
-    {
-        for (int c = 0; c < kClasses; ++c) {
-            FreeChain(alloc[c]);
-            FreeChain(freed[c]);
-        }
+  ~ThreadCache() {
+    for (int c = 0; c < kClasses; ++c) {
+      FreeChain(alloc[c]);
+      FreeChain(freed[c]);
     }
+  }
 };
 
 // Initial-exec: the library is linked at start-up, and this avoids a lookup per call.
 __attribute__((tls_model("initial-exec"))) thread_local ThreadCache t_cache;
 
-int ClassOf(size_t aSize)
-{
-    if (aSize == 0 || aSize > kGranule * kClasses)
-        return -1;
-    return static_cast<int>((aSize - 1) / kGranule);
+int ClassOf(size_t aSize) {
+  if (aSize == 0 || aSize > kGranule * kClasses) return -1;
+  return static_cast<int>((aSize - 1) / kGranule);
 }
 
 }  // namespace
 
-void* cm_event_alloc(size_t aSize)
-{
-    int c = ClassOf(aSize);
-    if (c >= 0) {
-        ThreadCache& cache = t_cache;
-        FreeBlock* b = cache.alloc[c];
-        if (!b && cache.freed[c]) {
-            cache.alloc[c] = cache.freed[c];
-            cache.freed[c] = nullptr;
-            cache.freedCount[c] = 0;
-            b = cache.alloc[c];
-        }
-        if (!b) {
-            Depot& depot = TheDepot();
-            std::lock_guard<std::mutex> lock(depot.mutex);
-            if (!depot.batches[c].empty()) {
-                b = depot.batches[c].back();
-                depot.batches[c].pop_back();
-                cache.alloc[c] = b;
-            }
-        }
-        if (b) {
-            cache.alloc[c] = b->next;
-            return b;
-        }
-        aSize = kGranule * static_cast<size_t>(c + 1);
+void* cm_event_alloc(size_t aSize) {
+  int c = ClassOf(aSize);
+  if (c >= 0) {
+    ThreadCache& cache = t_cache;
+    FreeBlock* b = cache.alloc[c];
+    if (!b && cache.freed[c]) {
+      cache.alloc[c] = cache.freed[c];
+      cache.freed[c] = nullptr;
+      cache.freedCount[c] = 0;
+      b = cache.alloc[c];
     }
-    void* p = std::malloc(aSize);
-    if (!p)
-        throw std::bad_alloc();
-    return p;
+    if (!b) {
+      Depot& depot = TheDepot();
+      std::lock_guard<std::mutex> lock(depot.mutex);
+      if (!depot.batches[c].empty()) {
+        b = depot.batches[c].back();
+        depot.batches[c].pop_back();
+        cache.alloc[c] = b;
+      }
+    }
+    if (b) {
+      cache.alloc[c] = b->next;
+      return b;
+    }
+    aSize = kGranule * static_cast<size_t>(c + 1);
+  }
+  void* p = std::malloc(aSize);
+  if (!p) throw std::bad_alloc();
+  return p;
 }
 
-void cm_event_free(void* aBlock, size_t aSize)
-{
-    if (!aBlock)
-        return;
-    int c = ClassOf(aSize);
-    if (c < 0) {
-        std::free(aBlock);
-        return;
+void cm_event_free(void* aBlock, size_t aSize) {
+  if (!aBlock) return;
+  int c = ClassOf(aSize);
+  if (c < 0) {
+    std::free(aBlock);
+    return;
+  }
+  ThreadCache& cache = t_cache;
+  FreeBlock* b = static_cast<FreeBlock*>(aBlock);
+  b->next = cache.freed[c];
+  cache.freed[c] = b;
+  if (++cache.freedCount[c] < kBatch) return;
+  FreeBlock* batch = cache.freed[c];
+  cache.freed[c] = nullptr;
+  cache.freedCount[c] = 0;
+  {
+    Depot& depot = TheDepot();
+    std::lock_guard<std::mutex> lock(depot.mutex);
+    if (depot.batches[c].size() < kMaxDepotBatches) {
+      depot.batches[c].push_back(batch);
+      return;
     }
-    ThreadCache& cache = t_cache;
-    FreeBlock* b = static_cast<FreeBlock*>(aBlock);
-    b->next = cache.freed[c];
-    cache.freed[c] = b;
-    if (++cache.freedCount[c] < kBatch)
-        return;
-    FreeBlock* batch = cache.freed[c];
-    cache.freed[c] = nullptr;
-    cache.freedCount[c] = 0;
-    {
-        Depot& depot = TheDepot();
-        std::lock_guard<std::mutex> lock(depot.mutex);
-        if (depot.batches[c].size() < kMaxDepotBatches) {
-            depot.batches[c].push_back(batch);
-            return;
-        }
-    }
-    FreeChain(batch);
+  }
+  FreeChain(batch);
 }
 
 #endif

@@ -26,47 +26,31 @@ const unsigned int kLongQueueSize = 100;
 const int kSpinBeforeWait = 2000;
 }  // namespace
 
-int64_t cm_event_clock_now_us()
-{
-    CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
-    if (fn)
-        return fn();
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+int64_t cm_event_clock_now_us() {
+  CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
+  if (fn) return fn();
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
-int64_t cm_event_clock_coarse_us()
-{
-    CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
-    if (fn)
-        return fn();
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME_COARSE, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+int64_t cm_event_clock_coarse_us() {
+  CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
+  if (fn) return fn();
+  struct timespec ts;
+  clock_gettime(CLOCK_REALTIME_COARSE, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
-void cm_set_event_queue_clock_for_test(CmEventClockFn fn)
-{
-    g_eventClock.store(fn, std::memory_order_release);
-}
+void cm_set_event_queue_clock_for_test(CmEventClockFn fn) { g_eventClock.store(fn, std::memory_order_release); }
 
 // ---- ICmEvent ----
 
-void* ICmEvent::operator new(size_t aSize)
-{
-    return cm_event_alloc(aSize);
-}
+void* ICmEvent::operator new(size_t aSize) { return cm_event_alloc(aSize); }
 
-void ICmEvent::operator delete(void* aBlock, size_t aSize)
-{
-    cm_event_free(aBlock, aSize);
-}
+void ICmEvent::operator delete(void* aBlock, size_t aSize) { cm_event_free(aBlock, aSize); }
 
-void ICmEvent::OnDestorySelf()
-{
-    delete this;
-}
+void ICmEvent::OnDestorySelf() { delete this; }
 
 ICmEvent::~ICmEvent() {}
 
@@ -82,304 +66,262 @@ CCmEventQueueBase::CCmEventQueueBase(bool aWithMutex)
       m_dwSize(0),
       m_nDrainPos(0),
       m_bIsProcessing(false),
-      m_pLoopHook(nullptr)
-{
-    memset(m_szThreadName, 0, sizeof(m_szThreadName));
+      m_pLoopHook(nullptr) {
+  memset(m_szThreadName, 0, sizeof(m_szThreadName));
 }
 
-CCmEventQueueBase::~CCmEventQueueBase()
-{
-    CM_INFO_TRACE_THIS(CM_FUNC_NAME);
-    DestoryPendingEvents();
-    delete m_pMutex;
-    m_pMutex = nullptr;
+CCmEventQueueBase::~CCmEventQueueBase() {
+  CM_INFO_TRACE_THIS(CM_FUNC_NAME);
+  DestoryPendingEvents();
+  delete m_pMutex;
+  m_pMutex = nullptr;
 }
 
-CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int* aSizeBefore)
-{
-    CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
+CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int* aSizeBefore) {
+  CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
 
-    if (m_bIsStopped.load(std::memory_order_acquire)) {
-        if (g_postStoppedCount.fetch_add(1, std::memory_order_relaxed) % 200 == 0)
-            CM_WARNING_TRACE_THIS("CCmEventQueueBase::PostEvent, has been stopped.");
-        aEvent->OnDestorySelf();
-        return CM_ERROR_NOT_INITIALIZED;
+  if (m_bIsStopped.load(std::memory_order_acquire)) {
+    if (g_postStoppedCount.fetch_add(1, std::memory_order_relaxed) % 200 == 0)
+      CM_WARNING_TRACE_THIS("CCmEventQueueBase::PostEvent, has been stopped.");
+    aEvent->OnDestorySelf();
+    return CM_ERROR_NOT_INITIALIZED;
+  }
+
+  if (m_pMutex) m_pMutex->Lock();
+  if (aSizeBefore) *aSizeBefore = m_dwSize.load(std::memory_order_relaxed);
+  m_vecIncoming.push_back(aEvent);
+  m_dwSize.fetch_add(1, std::memory_order_seq_cst);
+  if (m_pMutex) m_pMutex->UnLock();
+
+  // Long-queue report: at most once in three seconds, only by a post. A coarse clock
+  // reading is plenty for a three-second check and keeps posting cheap.
+  int64_t now = cm_event_clock_coarse_us();
+  int64_t last = m_llLastReportUs.load(std::memory_order_relaxed);
+  if (now - last > kLongQueueCheckUs &&
+      m_llLastReportUs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
+    unsigned int dwSize = m_dwSize.load(std::memory_order_relaxed);
+    if (dwSize > kLongQueueSize) {
+      CM_WARNING_TRACE_THIS("CCmEventQueueBase::PostEvent, m_dwSize=" << dwSize << " m_Tid="
+                                                                      << static_cast<unsigned long>(GetThreadId())
+                                                                      << " name=" << m_szThreadName);
     }
-
-    if (m_pMutex)
-        m_pMutex->Lock();
-    if (aSizeBefore)
-        *aSizeBefore = m_dwSize.load(std::memory_order_relaxed);
-    m_vecIncoming.push_back(aEvent);
-    m_dwSize.fetch_add(1, std::memory_order_seq_cst);
-    if (m_pMutex)
-        m_pMutex->UnLock();
-
-    // Long-queue report: at most once in three seconds, only by a post. A coarse clock
-    // reading is plenty for a three-second check and keeps posting cheap.
-    int64_t now = cm_event_clock_coarse_us();
-    int64_t last = m_llLastReportUs.load(std::memory_order_relaxed);
-    if (now - last > kLongQueueCheckUs &&
-        m_llLastReportUs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
-        unsigned int dwSize = m_dwSize.load(std::memory_order_relaxed);
-        if (dwSize > kLongQueueSize) {
-            CM_WARNING_TRACE_THIS("CCmEventQueueBase::PostEvent, m_dwSize="
-                                  << dwSize << " m_Tid=" << static_cast<unsigned long>(GetThreadId())
-                                  << " name=" << m_szThreadName);
-        }
-    }
-    return CM_OK;
+  }
+  return CM_OK;
 }
 
-CmResult CCmEventQueueBase::SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout)
-{
-    CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
+CmResult CCmEventQueueBase::SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout) {
+  CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
 
-    if (m_bIsStopped.load(std::memory_order_acquire)) {
-        if (g_sendStoppedCount.fetch_add(1, std::memory_order_relaxed) % 200 == 0)
-            CM_WARNING_TRACE_THIS("CCmEventQueueBase::SendEvent, has been stopped.");
-        aEvent->OnDestorySelf();
-        return CM_ERROR_NOT_INITIALIZED;
-    }
+  if (m_bIsStopped.load(std::memory_order_acquire)) {
+    if (g_sendStoppedCount.fetch_add(1, std::memory_order_relaxed) % 200 == 0)
+      CM_WARNING_TRACE_THIS("CCmEventQueueBase::SendEvent, has been stopped.");
+    aEvent->OnDestorySelf();
+    return CM_ERROR_NOT_INITIALIZED;
+  }
 
-    // On the queue's own thread: run in place, so the thread never waits for itself.
-    if (pthread_equal(GetThreadId(), pthread_self())) {
-        CmResult rv = aEvent->OnEventFire();
-        aEvent->OnDestorySelf();
-        return rv;
-    }
+  // On the queue's own thread: run in place, so the thread never waits for itself.
+  if (pthread_equal(GetThreadId(), pthread_self())) {
+    CmResult rv = aEvent->OnEventFire();
+    aEvent->OnDestorySelf();
+    return rv;
+  }
 
-    CCmEventSynchronous* pSync = new CCmEventSynchronous(aEvent, this);
-    CmResult rv = PostEvent(pSync, EPRIORITY_NORMAL);
-    if (rv != CM_OK) {
-        // The refusal already ran the wrapper's first OnDestorySelf (the wrapped event is
-        // gone); the wrapper itself is not in any queue, so it is freed here.
-        delete pSync;
-        return rv;
-    }
-    return pSync->WaitResultAndDeleteThis(aTimeout);
+  CCmEventSynchronous* pSync = new CCmEventSynchronous(aEvent, this);
+  CmResult rv = PostEvent(pSync, EPRIORITY_NORMAL);
+  if (rv != CM_OK) {
+    // The refusal already ran the wrapper's first OnDestorySelf (the wrapped event is
+    // gone); the wrapper itself is not in any queue, so it is freed here.
+    delete pSync;
+    return rv;
+  }
+  return pSync->WaitResultAndDeleteThis(aTimeout);
 }
 
 CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount,
-                                             unsigned int* aRemain)
-{
-    // Fast path: hand out what an earlier swap took over, without the lock.
+                                             unsigned int* aRemain) {
+  // Fast path: hand out what an earlier swap took over, without the lock.
+  if (!HasDrainedEvents()) {
+    if (m_pMutex) m_pMutex->Lock();
+    if (m_vecIncoming.empty()) {
+      if (m_pMutex) m_pMutex->UnLock();
+      return CM_ERROR_NOT_FOUND;
+    }
+    if (aMaxCount == 0) {
+      if (aRemain) *aRemain = m_dwSize.load(std::memory_order_relaxed);
+      if (m_pMutex) m_pMutex->UnLock();
+      return CM_OK;
+    }
+    m_vecDrain.clear();
+    m_nDrainPos = 0;
+    m_vecDrain.swap(m_vecIncoming);
+    if (m_pMutex) m_pMutex->UnLock();
+  }
+
+  unsigned int dwTaken = 0;
+  while (dwTaken < aMaxCount) {
     if (!HasDrainedEvents()) {
-        if (m_pMutex)
-            m_pMutex->Lock();
-        if (m_vecIncoming.empty()) {
-            if (m_pMutex)
-                m_pMutex->UnLock();
-            return CM_ERROR_NOT_FOUND;
-        }
-        if (aMaxCount == 0) {
-            if (aRemain)
-                *aRemain = m_dwSize.load(std::memory_order_relaxed);
-            if (m_pMutex)
-                m_pMutex->UnLock();
-            return CM_OK;
-        }
+      // The drained batch is used up and more are wanted: take the newer ones over.
+      if (m_pMutex) m_pMutex->Lock();
+      bool bMore = !m_vecIncoming.empty();
+      if (bMore) {
         m_vecDrain.clear();
         m_nDrainPos = 0;
         m_vecDrain.swap(m_vecIncoming);
-        if (m_pMutex)
-            m_pMutex->UnLock();
+      }
+      if (m_pMutex) m_pMutex->UnLock();
+      if (!bMore) break;
     }
-
-    unsigned int dwTaken = 0;
-    while (dwTaken < aMaxCount) {
-        if (!HasDrainedEvents()) {
-            // The drained batch is used up and more are wanted: take the newer ones over.
-            if (m_pMutex)
-                m_pMutex->Lock();
-            bool bMore = !m_vecIncoming.empty();
-            if (bMore) {
-                m_vecDrain.clear();
-                m_nDrainPos = 0;
-                m_vecDrain.swap(m_vecIncoming);
-            }
-            if (m_pMutex)
-                m_pMutex->UnLock();
-            if (!bMore)
-                break;
-        }
-        size_t nAvail = m_vecDrain.size() - m_nDrainPos;
-        size_t nTake = aMaxCount - dwTaken;
-        if (nTake > nAvail)
-            nTake = nAvail;
-        for (size_t i = 0; i < nTake; ++i)
-            AppendEvent(aEvents, m_vecDrain[m_nDrainPos + i]);
-        m_nDrainPos += nTake;
-        dwTaken += static_cast<unsigned int>(nTake);
-    }
-    if (!HasDrainedEvents()) {
-        m_vecDrain.clear();
-        m_nDrainPos = 0;
-    }
-    unsigned int dwLeft = m_dwSize.fetch_sub(dwTaken, std::memory_order_acq_rel) - dwTaken;
-    if (aRemain)
-        *aRemain = dwLeft;
-    return CM_OK;
-}
-
-void CCmEventQueueBase::AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent)
-{
-    if (m_listSpare.empty()) {
-        aEvents.push_back(aEvent);
-        return;
-    }
-    aEvents.splice(aEvents.end(), m_listSpare, m_listSpare.begin());
-    aEvents.back() = aEvent;
-}
-
-void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents)
-{
-    // Keep a small stock only: a huge batch should not pin its nodes for ever.
-    const size_t kMaxSpare = 256;
-    if (m_listSpare.size() < kMaxSpare)
-        m_listSpare.splice(m_listSpare.end(), aEvents);
-    aEvents.clear();
-}
-
-CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents)
-{
-    m_bIsProcessing = true;
-    int64_t tClock = cm_event_clock_coarse_us();
-    for (ICmEvent* pEvent : aEvents) {
-        if (!pEvent) {
-            ProcessOneEvent(pEvent);  // reports the assertion
-            continue;
-        }
-        ProcessOneEventTimed(pEvent, tClock);
-    }
-    if (m_pLoopHook) {
-        m_pLoopHook();
-        return CM_ERROR_ABORTED;
-    }
-    m_bIsProcessing = false;
-    return CM_OK;
-}
-
-CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent)
-{
-    CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
-    int64_t tClock = cm_event_clock_coarse_us();
-    ProcessOneEventTimed(aEvent, tClock);
-    return CM_OK;
-}
-
-void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs)
-{
-    int64_t tBegin = aClockUs;
-    aEvent->OnEventFire();
-    aEvent->OnDestorySelf();
-    aClockUs = cm_event_clock_coarse_us();
-    int64_t tSpent = aClockUs - tBegin;
-
-    int64_t tLimit = static_cast<int64_t>(s_tvReportInterval.GetSec()) * 1000000 + s_tvReportInterval.GetUsec();
-    if (tSpent > tLimit) {
-        CM_WARNING_TRACE_THIS("CCmEventQueueBase::ProcessOneEvent, report, sec="
-                              << static_cast<long>(tSpent / 1000000)
-                              << " usec=" << static_cast<long>(tSpent % 1000000)
-                              << " aEvent=" << static_cast<const void*>(aEvent)
-                              << " m_dwSize=" << m_dwSize.load(std::memory_order_relaxed)
-                              << " tid=" << static_cast<unsigned long>(GetThreadId())
-                              << " name=" << m_szThreadName);
-    }
-}
-
-void CCmEventQueueBase::Reset2CurrentThreadInfo()
-{
-    memset(m_szThreadName, 0, sizeof(m_szThreadName));
-    cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
-    m_Tid.store(pthread_self(), std::memory_order_release);
-}
-
-void CCmEventQueueBase::Start()
-{
-    m_bIsStopped.store(false, std::memory_order_release);
-    CM_INFO_TRACE_THIS("CCmEventQueueBase::Start");
-}
-
-void CCmEventQueueBase::Stop()
-{
-    m_bIsStopped.store(true, std::memory_order_release);
-    CM_INFO_TRACE_THIS("CCmEventQueueBase::Stop");
-}
-
-void CCmEventQueueBase::DestoryPendingEvents()
-{
-    CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << m_dwSize.load(std::memory_order_relaxed));
-
-    std::vector<ICmEvent*> events;
-    if (m_pMutex)
-        m_pMutex->Lock();
-    events.assign(m_vecDrain.begin() + static_cast<std::ptrdiff_t>(m_nDrainPos), m_vecDrain.end());
-    events.insert(events.end(), m_vecIncoming.begin(), m_vecIncoming.end());
+    size_t nAvail = m_vecDrain.size() - m_nDrainPos;
+    size_t nTake = aMaxCount - dwTaken;
+    if (nTake > nAvail) nTake = nAvail;
+    for (size_t i = 0; i < nTake; ++i) AppendEvent(aEvents, m_vecDrain[m_nDrainPos + i]);
+    m_nDrainPos += nTake;
+    dwTaken += static_cast<unsigned int>(nTake);
+  }
+  if (!HasDrainedEvents()) {
     m_vecDrain.clear();
     m_nDrainPos = 0;
-    m_vecIncoming.clear();
-    m_dwSize.store(0, std::memory_order_release);
-    if (m_pMutex)
-        m_pMutex->UnLock();
+  }
+  unsigned int dwLeft = m_dwSize.fetch_sub(dwTaken, std::memory_order_acq_rel) - dwTaken;
+  if (aRemain) *aRemain = dwLeft;
+  return CM_OK;
+}
 
-    for (ICmEvent* pEvent : events)
-        pEvent->OnDestorySelf();
+void CCmEventQueueBase::AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent) {
+  if (m_listSpare.empty()) {
+    aEvents.push_back(aEvent);
+    return;
+  }
+  aEvents.splice(aEvents.end(), m_listSpare, m_listSpare.begin());
+  aEvents.back() = aEvent;
+}
+
+void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents) {
+  // Keep a small stock only: a huge batch should not pin its nodes for ever.
+  const size_t kMaxSpare = 256;
+  if (m_listSpare.size() < kMaxSpare) m_listSpare.splice(m_listSpare.end(), aEvents);
+  aEvents.clear();
+}
+
+CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
+  m_bIsProcessing = true;
+  int64_t tClock = cm_event_clock_coarse_us();
+  for (ICmEvent* pEvent : aEvents) {
+    if (!pEvent) {
+      ProcessOneEvent(pEvent);  // reports the assertion
+      continue;
+    }
+    ProcessOneEventTimed(pEvent, tClock);
+  }
+  if (m_pLoopHook) {
+    m_pLoopHook();
+    return CM_ERROR_ABORTED;
+  }
+  m_bIsProcessing = false;
+  return CM_OK;
+}
+
+CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent) {
+  CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
+  int64_t tClock = cm_event_clock_coarse_us();
+  ProcessOneEventTimed(aEvent, tClock);
+  return CM_OK;
+}
+
+void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs) {
+  int64_t tBegin = aClockUs;
+  aEvent->OnEventFire();
+  aEvent->OnDestorySelf();
+  aClockUs = cm_event_clock_coarse_us();
+  int64_t tSpent = aClockUs - tBegin;
+
+  int64_t tLimit = static_cast<int64_t>(s_tvReportInterval.GetSec()) * 1000000 + s_tvReportInterval.GetUsec();
+  if (tSpent > tLimit) {
+    CM_WARNING_TRACE_THIS("CCmEventQueueBase::ProcessOneEvent, report, sec="
+                          << static_cast<long>(tSpent / 1000000) << " usec=" << static_cast<long>(tSpent % 1000000)
+                          << " aEvent=" << static_cast<const void*>(aEvent)
+                          << " m_dwSize=" << m_dwSize.load(std::memory_order_relaxed)
+                          << " tid=" << static_cast<unsigned long>(GetThreadId()) << " name=" << m_szThreadName);
+  }
+}
+
+void CCmEventQueueBase::Reset2CurrentThreadInfo() {
+  memset(m_szThreadName, 0, sizeof(m_szThreadName));
+  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
+  m_Tid.store(pthread_self(), std::memory_order_release);
+}
+
+void CCmEventQueueBase::Start() {
+  m_bIsStopped.store(false, std::memory_order_release);
+  CM_INFO_TRACE_THIS("CCmEventQueueBase::Start");
+}
+
+void CCmEventQueueBase::Stop() {
+  m_bIsStopped.store(true, std::memory_order_release);
+  CM_INFO_TRACE_THIS("CCmEventQueueBase::Stop");
+}
+
+void CCmEventQueueBase::DestoryPendingEvents() {
+  CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << m_dwSize.load(std::memory_order_relaxed));
+
+  std::vector<ICmEvent*> events;
+  if (m_pMutex) m_pMutex->Lock();
+  events.assign(m_vecDrain.begin() + static_cast<std::ptrdiff_t>(m_nDrainPos), m_vecDrain.end());
+  events.insert(events.end(), m_vecIncoming.begin(), m_vecIncoming.end());
+  m_vecDrain.clear();
+  m_nDrainPos = 0;
+  m_vecIncoming.clear();
+  m_dwSize.store(0, std::memory_order_release);
+  if (m_pMutex) m_pMutex->UnLock();
+
+  for (ICmEvent* pEvent : events) pEvent->OnDestorySelf();
 }
 
 // ---- CCmEventQueueUsingConditionVariable ----
 
 CCmEventQueueUsingConditionVariable::CCmEventQueueUsingConditionVariable()
-    : CCmEventQueueBase(true), m_Condition(m_MutexForCondition), m_bWaiting(false)
-{
-}
+    : CCmEventQueueBase(true), m_Condition(m_MutexForCondition), m_bWaiting(false) {}
 
 CCmEventQueueUsingConditionVariable::~CCmEventQueueUsingConditionVariable() {}
 
-CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPriority aPri,
-                                                        unsigned int* aSizeBefore)
-{
-    CmResult rv = CCmEventQueueBase::PostEvent(aEvent, aPri, aSizeBefore);
-    // The size was raised (sequentially consistent) before this read; the owner sets
-    // m_bWaiting before its last look at the size. So either the owner sees the event,
-    // or this post sees the owner waiting and wakes it under the condition's mutex.
-    if (rv == CM_OK && m_bWaiting.load(std::memory_order_seq_cst)) {
-        m_MutexForCondition.Lock();
-        m_MutexForCondition.UnLock();
-        m_Condition.Signal();
-    }
-    return rv;
+CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPriority aPri, unsigned int* aSizeBefore) {
+  CmResult rv = CCmEventQueueBase::PostEvent(aEvent, aPri, aSizeBefore);
+  // The size was raised (sequentially consistent) before this read; the owner sets
+  // m_bWaiting before its last look at the size. So either the owner sees the event,
+  // or this post sees the owner waiting and wakes it under the condition's mutex.
+  if (rv == CM_OK && m_bWaiting.load(std::memory_order_seq_cst)) {
+    m_MutexForCondition.Lock();
+    m_MutexForCondition.UnLock();
+    m_Condition.Signal();
+  }
+  return rv;
 }
 
 CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents,
-                                                                     CCmTimeValue* aTimeout,
-                                                                     unsigned int aMaxCount)
-{
-    if (HasDrainedEvents())
-        return PopPendingEvents(aEvents, aMaxCount, nullptr);
+                                                                     CCmTimeValue* aTimeout, unsigned int aMaxCount) {
+  if (HasDrainedEvents()) return PopPendingEvents(aEvents, aMaxCount, nullptr);
 
-    // A producer that posts steadily is usually only a moment behind: look again for a
-    // short while before going to sleep, since a sleep costs the poster a wake-up call.
-    bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
-    if (bMayWait && m_dwSize.load(std::memory_order_relaxed) == 0) {
-        for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i)
-            __builtin_ia32_pause();
-    }
+  // A producer that posts steadily is usually only a moment behind: look again for a
+  // short while before going to sleep, since a sleep costs the poster a wake-up call.
+  bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
+  if (bMayWait && m_dwSize.load(std::memory_order_relaxed) == 0) {
+    for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i) __builtin_ia32_pause();
+  }
 
-    CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
+  CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
+  if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
+    m_bWaiting.store(true, std::memory_order_seq_cst);
     if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
-        m_bWaiting.store(true, std::memory_order_seq_cst);
-        if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
-            CmResult rv = m_Condition.Wait(aTimeout);
-            if (rv != CM_OK && rv != CM_ERROR_TIMEOUT) {
-                CM_ERROR_TRACE_THIS(
-                    "CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents,Wait() failed while pending size="
-                    << m_dwSize.load(std::memory_order_relaxed) << " rv=" << rv);
-            }
-        }
-        m_bWaiting.store(false, std::memory_order_relaxed);
+      CmResult rv = m_Condition.Wait(aTimeout);
+      if (rv != CM_OK && rv != CM_ERROR_TIMEOUT) {
+        CM_ERROR_TRACE_THIS(
+            "CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents,Wait() failed while pending size="
+            << m_dwSize.load(std::memory_order_relaxed) << " rv=" << rv);
+      }
     }
-    return PopPendingEvents(aEvents, aMaxCount, nullptr);
+    m_bWaiting.store(false, std::memory_order_relaxed);
+  }
+  return PopPendingEvents(aEvents, aMaxCount, nullptr);
 }
 
 // ---- CCmEventSynchronous ----
@@ -390,52 +332,41 @@ CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase
       m_Result(CM_ERROR_INCOMPLETE),
       m_pEventQueue(aEventQueue),
       m_nDestroyCalls(0),
-      m_SendEvent(false, false, nullptr)
-{
+      m_SendEvent(false, false, nullptr) {}
+
+CCmEventSynchronous::~CCmEventSynchronous() {
+  ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
+  if (pEvent) pEvent->OnDestorySelf();
+  if (m_nDestroyCalls.load(std::memory_order_acquire) == 0) m_SendEvent.Signal();
 }
 
-CCmEventSynchronous::~CCmEventSynchronous()
-{
-    ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
-    if (pEvent)
-        pEvent->OnDestorySelf();
-    if (m_nDestroyCalls.load(std::memory_order_acquire) == 0)
-        m_SendEvent.Signal();
+CmResult CCmEventSynchronous::OnEventFire() {
+  if (m_nDestroyCalls.load(std::memory_order_acquire) != 0) return CM_OK;
+  ICmEvent* pEvent = m_pEventPost.load(std::memory_order_acquire);
+  CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
+  m_Result = rv;
+  m_SendEvent.Signal();
+  return rv;
 }
 
-CmResult CCmEventSynchronous::OnEventFire()
-{
-    if (m_nDestroyCalls.load(std::memory_order_acquire) != 0)
-        return CM_OK;
-    ICmEvent* pEvent = m_pEventPost.load(std::memory_order_acquire);
-    CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
-    m_Result = rv;
-    m_SendEvent.Signal();
-    return rv;
+void CCmEventSynchronous::OnDestorySelf() {
+  // First call destroys the wrapped event; the second deletes the wrapper. The two
+  // calls may come from different threads when the second trip is refused.
+  ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
+  if (pEvent) pEvent->OnDestorySelf();
+  if (m_nDestroyCalls.fetch_add(1, std::memory_order_acq_rel) >= 1) delete this;
 }
 
-void CCmEventSynchronous::OnDestorySelf()
-{
-    // First call destroys the wrapped event; the second deletes the wrapper. The two
-    // calls may come from different threads when the second trip is refused.
-    ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
-    if (pEvent)
-        pEvent->OnDestorySelf();
-    if (m_nDestroyCalls.fetch_add(1, std::memory_order_acq_rel) >= 1)
-        delete this;
-}
-
-CmResult CCmEventSynchronous::WaitResultAndDeleteThis(CCmTimeValue* aTimeout)
-{
-    CmResult rv = m_SendEvent.Wait(aTimeout);
-    if (rv == CM_OK) {
-        rv = m_Result;
-    } else {
-        CM_WARNING_TRACE_THIS("CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed!");
-    }
-    // Second trip: the queue's thread deletes the wrapper. Nothing of *this is touched
-    // after the post.
-    CCmEventQueueBase* pQueue = m_pEventQueue;
-    pQueue->PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
-    return rv;
+CmResult CCmEventSynchronous::WaitResultAndDeleteThis(CCmTimeValue* aTimeout) {
+  CmResult rv = m_SendEvent.Wait(aTimeout);
+  if (rv == CM_OK) {
+    rv = m_Result;
+  } else {
+    CM_WARNING_TRACE_THIS("CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed!");
+  }
+  // Second trip: the queue's thread deletes the wrapper. Nothing of *this is touched
+  // after the post.
+  CCmEventQueueBase* pQueue = m_pEventQueue;
+  pQueue->PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
+  return rv;
 }

@@ -23,9 +23,8 @@ std::atomic<int> g_joinCalls{0};
 std::atomic<int> g_destoryCalls{0};
 std::atomic<int> g_terminateCalls{0};
 
-bool FirstCalls(std::atomic<int>& aCounter)
-{
-    return aCounter.fetch_add(1, std::memory_order_relaxed) < kEntryTraceCalls;
+bool FirstCalls(std::atomic<int>& aCounter) {
+  return aCounter.fetch_add(1, std::memory_order_relaxed) < kEntryTraceCalls;
 }
 
 const int kNoPriority = -1;
@@ -44,268 +43,224 @@ ACmThread::ACmThread()
       m_nRunState(0),
       m_dwDeleteCount(0),
       m_bLateDelete(false),
-      m_lKernelTid(0)
-{
+      m_lKernelTid(0) {}
+
+ACmThread::~ACmThread() {
+  delete m_pName;
+  m_pName = nullptr;
+  delete m_pEvent;
+  m_pEvent = nullptr;
 }
 
-ACmThread::~ACmThread()
-{
-    delete m_pName;
-    m_pName = nullptr;
+const char* ACmThread::GetName() const { return m_pName ? m_pName->c_str() : ""; }
+
+CmResult ACmThread::Create(const char* aName, int aType, TFlag aFlag, bool aRegister) {
+  if (FirstCalls(g_createCalls)) {
+    CM_INFO_TRACE_THIS("ACmThread::Create, aType=" << aType << ", aFlag=" << aFlag
+                                                   << ", Register=" << static_cast<int>(aRegister)
+                                                   << ", name=" << (aName ? aName : "(null)"));
+  }
+  CM_ASSERTE_RETURN(m_Type == TT_UNKNOWN, CM_ERROR_ALREADY_CREATED);
+
+  if (aType == TT_UNKNOWN) CM_WARNING_TRACE_THIS("thread type is TT_UNKNOWN");
+
+  delete m_pName;
+  m_pName = new std::string(aName ? aName : "ACmThread");
+  m_Type = aType;
+  m_Flag = (aFlag == TF_NONE) ? TF_JOINABLE : aFlag;
+
+  if (aType == TT_CURRENT) {
+    m_Tid.store(pthread_self(), std::memory_order_release);
+    m_Tid2.store(pthread_self(), std::memory_order_release);
+    m_lKernelTid.store(cm_platform_gettid(), std::memory_order_release);
+    cm_platform_set_thread_name(m_pName->c_str());
+  } else {
+    {
+      CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
+      m_pEvent = new CCmEventThread(false, false, nullptr);
+    }
+    {
+      CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
+      m_nRunState = 1;
+    }
+    pthread_attr_t attr;
+    int nErr = pthread_attr_init(&attr);
+    if (nErr != 0) {
+      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_init() failed! err=" << nErr);
+      return CM_ERROR_THREAD_CREATE;
+    }
+    int nDetach = ((m_Flag & 3) == TF_DETACHED) ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE;
+    nErr = pthread_attr_setdetachstate(&attr, nDetach);
+    if (nErr != 0) {
+      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_setdetachstate() failed! err=" << nErr);
+      pthread_attr_destroy(&attr);
+      return CM_ERROR_THREAD_CREATE;
+    }
+    // The event must be read before the new thread can end (a detached thread may
+    // delete this object as soon as its body returns).
+    CCmEventThread* pStartEvent = m_pEvent;
+    pthread_t tid = 0;
+    nErr = pthread_create(&tid, &attr, &ACmThread::ThreadProc, this);
+    pthread_attr_destroy(&attr);
+    if (nErr != 0) {
+      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_create() failed! err=" << nErr);
+      CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
+      delete m_pEvent;
+      m_pEvent = nullptr;
+      return CM_ERROR_THREAD_CREATE;
+    }
+    m_Tid.store(tid, std::memory_order_release);
+    m_Tid2.store(tid, std::memory_order_release);
+    CM_INFO_TRACE_THIS("ACmThread::Create, thread succeed"
+                       << ", m_Tid=" << static_cast<unsigned long>(tid));
+
+    pStartEvent->Wait(nullptr);
+    CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
     delete m_pEvent;
     m_pEvent = nullptr;
+  }
+
+  int nPriority = m_nPriority.load(std::memory_order_relaxed);
+  if (nPriority != kNoPriority) SetPriority(nPriority);
+
+  m_bRegistered = aRegister;
+  if (aRegister) {
+    CmResult rv = RegisterThread(this);
+    if (rv != CM_OK) {
+      Stop(nullptr);
+      Join();
+      return rv;
+    }
+  }
+  return CM_OK;
 }
 
-const char* ACmThread::GetName() const
-{
-    return m_pName ? m_pName->c_str() : "";
+void* ACmThread::ThreadProc(void* aParam) {
+  CM_ASSERTE_RETURN(aParam, nullptr);
+  static_cast<ACmThread*>(aParam)->threadProc();
+  return nullptr;
 }
 
-CmResult ACmThread::Create(const char* aName, int aType, TFlag aFlag, bool aRegister)
-{
-    if (FirstCalls(g_createCalls)) {
-        CM_INFO_TRACE_THIS("ACmThread::Create, aType=" << aType << ", aFlag=" << aFlag << ", Register="
-                                                       << static_cast<int>(aRegister)
-                                                       << ", name=" << (aName ? aName : "(null)"));
+void ACmThread::threadProc() {
+  CM_THREAD_ID self = pthread_self();
+  m_Tid.store(self, std::memory_order_release);
+  long lKernelTid = cm_platform_gettid();
+  m_lKernelTid.store(lKernelTid, std::memory_order_release);
+  cm_thread_note_kernel_tid(self, lKernelTid);
+  {
+    CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
+    m_nRunState = 2;
+  }
+  CM_INFO_TRACE_THIS("ACmThread::threadProc begin"
+                     << ", GetName()=" << GetName() << ", m_Tid=" << static_cast<unsigned long>(self));
+  cm_platform_set_thread_name(GetName());
+
+  OnThreadInit();
+
+  if (m_Type != TT_CURRENT) {
+    CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
+    if (m_pEvent) m_pEvent->Signal();
+  }
+
+  OnThreadRun();
+
+  cm_thread_forget_kernel_tid(self);
+  bool bDelete = false;
+  {
+    // Everything that touches the object happens under the state mutex, so that a
+    // concurrent Destory() cannot delete it underneath.
+    CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
+    if (!(m_Flag & TF_JOINABLE) || m_bLateDelete) {
+      bDelete = (m_dwDeleteCount >= 1);
+      ++m_dwDeleteCount;
     }
-    CM_ASSERTE_RETURN(m_Type == TT_UNKNOWN, CM_ERROR_ALREADY_CREATED);
-
-    if (aType == TT_UNKNOWN)
-        CM_WARNING_TRACE_THIS("thread type is TT_UNKNOWN");
-
-    delete m_pName;
-    m_pName = new std::string(aName ? aName : "ACmThread");
-    m_Type = aType;
-    m_Flag = (aFlag == TF_NONE) ? TF_JOINABLE : aFlag;
-
-    if (aType == TT_CURRENT) {
-        m_Tid.store(pthread_self(), std::memory_order_release);
-        m_Tid2.store(pthread_self(), std::memory_order_release);
-        m_lKernelTid.store(cm_platform_gettid(), std::memory_order_release);
-        cm_platform_set_thread_name(m_pName->c_str());
-    } else {
-        {
-            CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
-            m_pEvent = new CCmEventThread(false, false, nullptr);
-        }
-        {
-            CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-            m_nRunState = 1;
-        }
-        pthread_attr_t attr;
-        int nErr = pthread_attr_init(&attr);
-        if (nErr != 0) {
-            CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_init() failed! err=" << nErr);
-            return CM_ERROR_THREAD_CREATE;
-        }
-        int nDetach = ((m_Flag & 3) == TF_DETACHED) ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE;
-        nErr = pthread_attr_setdetachstate(&attr, nDetach);
-        if (nErr != 0) {
-            CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_setdetachstate() failed! err=" << nErr);
-            pthread_attr_destroy(&attr);
-            return CM_ERROR_THREAD_CREATE;
-        }
-        // The event must be read before the new thread can end (a detached thread may
-        // delete this object as soon as its body returns).
-        CCmEventThread* pStartEvent = m_pEvent;
-        pthread_t tid = 0;
-        nErr = pthread_create(&tid, &attr, &ACmThread::ThreadProc, this);
-        pthread_attr_destroy(&attr);
-        if (nErr != 0) {
-            CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_create() failed! err=" << nErr);
-            CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
-            delete m_pEvent;
-            m_pEvent = nullptr;
-            return CM_ERROR_THREAD_CREATE;
-        }
-        m_Tid.store(tid, std::memory_order_release);
-        m_Tid2.store(tid, std::memory_order_release);
-        CM_INFO_TRACE_THIS("ACmThread::Create, thread succeed" << ", m_Tid=" << static_cast<unsigned long>(tid));
-
-        pStartEvent->Wait(nullptr);
-        CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
-        delete m_pEvent;
-        m_pEvent = nullptr;
-    }
-
-    int nPriority = m_nPriority.load(std::memory_order_relaxed);
-    if (nPriority != kNoPriority)
-        SetPriority(nPriority);
-
-    m_bRegistered = aRegister;
-    if (aRegister) {
-        CmResult rv = RegisterThread(this);
-        if (rv != CM_OK) {
-            Stop(nullptr);
-            Join();
-            return rv;
-        }
-    }
-    return CM_OK;
+    m_nRunState = 3;
+    CM_INFO_TRACE_THIS("ACmThread::threadProc end"
+                       << ", GetName()=" << GetName() << ", m_Tid=" << static_cast<unsigned long>(self) << ", ifDelete="
+                       << static_cast<int>(bDelete) << ", m_bLateDelete=" << static_cast<int>(m_bLateDelete));
+    SetStop();
+  }
+  if (bDelete) delete this;
 }
 
-void* ACmThread::ThreadProc(void* aParam)
-{
-    CM_ASSERTE_RETURN(aParam, nullptr);
-    static_cast<ACmThread*>(aParam)->threadProc();
-    return nullptr;
-}
-
-void ACmThread::threadProc()
-{
-    CM_THREAD_ID self = pthread_self();
-    m_Tid.store(self, std::memory_order_release);
-    long lKernelTid = cm_platform_gettid();
-    m_lKernelTid.store(lKernelTid, std::memory_order_release);
-    cm_thread_note_kernel_tid(self, lKernelTid);
-    {
-        CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-        m_nRunState = 2;
-    }
-    CM_INFO_TRACE_THIS("ACmThread::threadProc begin"
-                       << ", GetName()=" << GetName() << ", m_Tid=" << static_cast<unsigned long>(self));
-    cm_platform_set_thread_name(GetName());
-
-    OnThreadInit();
-
-    if (m_Type != TT_CURRENT) {
-        CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
-        if (m_pEvent)
-            m_pEvent->Signal();
-    }
-
-    OnThreadRun();
-
-    cm_thread_forget_kernel_tid(self);
-    bool bDelete = false;
-    {
-        // Everything that touches the object happens under the state mutex, so that a
-        // concurrent Destory() cannot delete it underneath.
-        CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-        if (!(m_Flag & TF_JOINABLE) || m_bLateDelete) {
-            bDelete = (m_dwDeleteCount >= 1);
-            ++m_dwDeleteCount;
-        }
-        m_nRunState = 3;
-        CM_INFO_TRACE_THIS("ACmThread::threadProc end"
-                           << ", GetName()=" << GetName() << ", m_Tid=" << static_cast<unsigned long>(self)
-                           << ", ifDelete=" << static_cast<int>(bDelete)
-                           << ", m_bLateDelete=" << static_cast<int>(m_bLateDelete));
-        SetStop();
-    }
-    if (bDelete)
-        delete this;
-}
-
-CmResult ACmThread::Stop(CCmTimeValue*)
-{
-    return CM_ERROR_NOT_IMPLEMENTED;
-}
+CmResult ACmThread::Stop(CCmTimeValue*) { return CM_ERROR_NOT_IMPLEMENTED; }
 
 void ACmThread::OnThreadInit() {}
 
-void* ACmThread::GetReactor()
-{
-    return nullptr;
+void* ACmThread::GetReactor() { return nullptr; }
+
+ICmEventQueue* ACmThread::GetEventQueue() { return nullptr; }
+
+ICmTimerQueue* ACmThread::GetTimerQueue() { return nullptr; }
+
+void ACmThread::SetStop() {
+  CM_INFO_TRACE_THIS("ACmThread::SetStop");
+  m_bStopFlag.store(true, std::memory_order_release);
 }
 
-ICmEventQueue* ACmThread::GetEventQueue()
-{
-    return nullptr;
+bool ACmThread::GetStopFlag() { return m_bStopFlag.load(std::memory_order_acquire); }
+
+bool ACmThread::IsDetached() { return (m_Flag & TF_DETACHED) != 0; }
+
+CmResult ACmThread::SetPriority(const int& aPriority) {
+  m_nPriority.store(aPriority, std::memory_order_relaxed);
+  CM_THREAD_ID tid = GetThreadId();
+  if (tid == 0) return CM_OK;  // applied by Create
+  return SetThreadPriorityByHandle(tid, aPriority);
 }
 
-ICmTimerQueue* ACmThread::GetTimerQueue()
-{
-    return nullptr;
+CmResult ACmThread::GetPriority(int& aPriority) {
+  aPriority = m_nPriority.load(std::memory_order_relaxed);
+  return CM_OK;
 }
 
-void ACmThread::SetStop()
-{
-    CM_INFO_TRACE_THIS("ACmThread::SetStop");
-    m_bStopFlag.store(true, std::memory_order_release);
+CmResult ACmThread::Join() {
+  if (FirstCalls(g_joinCalls)) CM_INFO_TRACE_THIS("ACmThread::Join, name=" << GetName());
+
+  CM_THREAD_ID tid = GetThreadId();
+  if (tid != 0 && pthread_equal(tid, pthread_self())) return CM_ERROR_FAILURE;
+  if (tid == 0 || IsDetached() || m_Type == TT_CURRENT) return CM_OK;
+
+  int nErr = pthread_join(tid, nullptr);
+  if (nErr == 0) {
+    m_Tid.store(0, std::memory_order_release);
+    m_Tid2.store(0, std::memory_order_release);
+  } else {
+    CM_ERROR_TRACE_THIS("ACmThread::Join, pthread_join() failed! err=" << nErr);
+  }
+  while (!GetStopFlag()) {
+    struct timespec ts = {0, 50 * 1000 * 1000};
+    nanosleep(&ts, nullptr);
+  }
+  CM_INFO_TRACE_THIS("ACmThread::Join, GetStopFlag()=" << static_cast<int>(GetStopFlag()));
+  return CM_OK;
 }
 
-bool ACmThread::GetStopFlag()
-{
-    return m_bStopFlag.load(std::memory_order_acquire);
-}
+CmResult ACmThread::Destory(int aReason) {
+  if (FirstCalls(g_destoryCalls))
+    CM_INFO_TRACE_THIS("ACmThread::Destory, aReason=" << aReason << ", name=" << GetName());
 
-bool ACmThread::IsDetached()
-{
-    return (m_Flag & TF_DETACHED) != 0;
-}
-
-CmResult ACmThread::SetPriority(const int& aPriority)
-{
-    m_nPriority.store(aPriority, std::memory_order_relaxed);
-    CM_THREAD_ID tid = GetThreadId();
-    if (tid == 0)
-        return CM_OK;  // applied by Create
-    return SetThreadPriorityByHandle(tid, aPriority);
-}
-
-CmResult ACmThread::GetPriority(int& aPriority)
-{
-    aPriority = m_nPriority.load(std::memory_order_relaxed);
-    return CM_OK;
-}
-
-CmResult ACmThread::Join()
-{
-    if (FirstCalls(g_joinCalls))
-        CM_INFO_TRACE_THIS("ACmThread::Join, name=" << GetName());
-
-    CM_THREAD_ID tid = GetThreadId();
-    if (tid != 0 && pthread_equal(tid, pthread_self()))
-        return CM_ERROR_FAILURE;
-    if (tid == 0 || IsDetached() || m_Type == TT_CURRENT)
-        return CM_OK;
-
-    int nErr = pthread_join(tid, nullptr);
-    if (nErr == 0) {
-        m_Tid.store(0, std::memory_order_release);
-        m_Tid2.store(0, std::memory_order_release);
-    } else {
-        CM_ERROR_TRACE_THIS("ACmThread::Join, pthread_join() failed! err=" << nErr);
+  if (m_bRegistered) {
+    m_bRegistered = false;
+    UnRegisterThread(this);
+  }
+  bool bDelete = true;
+  {
+    CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
+    if (IsDetached() || m_bLateDelete) {
+      bDelete = (m_dwDeleteCount >= 1);
+      ++m_dwDeleteCount;
     }
-    while (!GetStopFlag()) {
-        struct timespec ts = {0, 50 * 1000 * 1000};
-        nanosleep(&ts, nullptr);
-    }
-    CM_INFO_TRACE_THIS("ACmThread::Join, GetStopFlag()=" << static_cast<int>(GetStopFlag()));
-    return CM_OK;
+  }
+  if (bDelete) delete this;
+  return CM_OK;
 }
 
-CmResult ACmThread::Destory(int aReason)
-{
-    if (FirstCalls(g_destoryCalls))
-        CM_INFO_TRACE_THIS("ACmThread::Destory, aReason=" << aReason << ", name=" << GetName());
-
-    if (m_bRegistered) {
-        m_bRegistered = false;
-        UnRegisterThread(this);
-    }
-    bool bDelete = true;
-    {
-        CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-        if (IsDetached() || m_bLateDelete) {
-            bDelete = (m_dwDeleteCount >= 1);
-            ++m_dwDeleteCount;
-        }
-    }
-    if (bDelete)
-        delete this;
-    return CM_OK;
-}
-
-CmResult ACmThread::Terminate()
-{
-    if (FirstCalls(g_terminateCalls))
-        CM_INFO_TRACE_THIS("ACmThread::Terminate, name=" << GetName());
-    m_nPriority.store(INT_MAX, std::memory_order_relaxed);
-    CM_THREAD_ID tid = GetThreadId();
-    if (tid != 0 && m_Type != TT_CURRENT)
-        pthread_cancel(tid);
-    SetStop();
-    return CM_OK;
+CmResult ACmThread::Terminate() {
+  if (FirstCalls(g_terminateCalls)) CM_INFO_TRACE_THIS("ACmThread::Terminate, name=" << GetName());
+  m_nPriority.store(INT_MAX, std::memory_order_relaxed);
+  CM_THREAD_ID tid = GetThreadId();
+  if (tid != 0 && m_Type != TT_CURRENT) pthread_cancel(tid);
+  SetStop();
+  return CM_OK;
 }

@@ -8,47 +8,27 @@
 
 #include "platform/CmPlatform.h"
 
-CM_THREAD_ID GetThreadSelfId()
-{
-    return pthread_self();
-}
+CM_THREAD_ID GetThreadSelfId() { return pthread_self(); }
 
-pid_t CmGetProcessID()
-{
-    return getpid();
-}
+pid_t CmGetProcessID() { return getpid(); }
 
-uint64_t CmGetThreadID()
-{
-    return static_cast<uint64_t>(cm_platform_gettid());
-}
+uint64_t CmGetThreadID() { return static_cast<uint64_t>(cm_platform_gettid()); }
 
-bool IsThreadEqual(CM_THREAD_ID aLeft, CM_THREAD_ID aRight)
-{
-    return pthread_equal(aLeft, aRight) != 0;
-}
+bool IsThreadEqual(CM_THREAD_ID aLeft, CM_THREAD_ID aRight) { return pthread_equal(aLeft, aRight) != 0; }
 
-bool IsEqualCurrentThread(CM_THREAD_ID aThread)
-{
-    return pthread_equal(aThread, pthread_self()) != 0;
-}
+bool IsEqualCurrentThread(CM_THREAD_ID aThread) { return pthread_equal(aThread, pthread_self()) != 0; }
 
-CCmEnsureSingleThread::CCmEnsureSingleThread()
-{
-    Reset2CurrentThreadInfo();
-}
+CCmEnsureSingleThread::CCmEnsureSingleThread() { Reset2CurrentThreadInfo(); }
 
-void CCmEnsureSingleThread::Reset2CurrentThreadInfo()
-{
-    m_ThreadIdOpen = pthread_self();
-    memset(m_szThreadName, 0, sizeof(m_szThreadName));
-    cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
+void CCmEnsureSingleThread::Reset2CurrentThreadInfo() {
+  m_ThreadIdOpen = pthread_self();
+  memset(m_szThreadName, 0, sizeof(m_szThreadName));
+  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
 }
 
 CCmStopFlag::CCmStopFlag() : m_pbStopped(new std::atomic<uint8_t>(1)) {}
 
-CCmStopFlag::~CCmStopFlag()
-{
-    delete m_pbStopped;
-    m_pbStopped = nullptr;
+CCmStopFlag::~CCmStopFlag() {
+  delete m_pbStopped;
+  m_pbStopped = nullptr;
 }

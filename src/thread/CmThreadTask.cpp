@@ -13,88 +13,71 @@ CCmThreadTaskWithEventQueueOnly::CCmThreadTaskWithEventQueueOnly() {}
 
 CCmThreadTaskWithEventQueueOnly::~CCmThreadTaskWithEventQueueOnly() {}
 
-CmResult CCmThreadTaskWithEventQueueOnly::Stop(CCmTimeValue*)
-{
-    CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::Stop");
-    CmResult rv = CCmEventStopT<CCmThreadTaskWithEventQueueOnly>::PostStopEvent(this);
-    m_EventQueue.Stop();
-    return rv;
+CmResult CCmThreadTaskWithEventQueueOnly::Stop(CCmTimeValue*) {
+  CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::Stop");
+  CmResult rv = CCmEventStopT<CCmThreadTaskWithEventQueueOnly>::PostStopEvent(this);
+  m_EventQueue.Stop();
+  return rv;
 }
 
-void CCmThreadTaskWithEventQueueOnly::OnThreadInit()
-{
-    m_EventQueue.Reset2CurrentThreadInfo();
-    m_Stop.Reset2CurrentThreadInfo();
-    m_Stop.SetStartFlag();
+void CCmThreadTaskWithEventQueueOnly::OnThreadInit() {
+  m_EventQueue.Reset2CurrentThreadInfo();
+  m_Stop.Reset2CurrentThreadInfo();
+  m_Stop.SetStartFlag();
 }
 
-void CCmThreadTaskWithEventQueueOnly::OnThreadRun()
-{
-    CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::OnThreadRun");
-    std::list<ICmEvent*> events;
-    while (!m_Stop.IsFlagStopped()) {
-        if (m_EventQueue.PopOrWaitPendingEvents(events, nullptr, kAllEvents) == CM_OK)
-            m_EventQueue.ProcessEvents(events);
-        m_EventQueue.RecycleEventList(events);
-    }
-    m_EventQueue.DestoryPendingEvents();
+void CCmThreadTaskWithEventQueueOnly::OnThreadRun() {
+  CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::OnThreadRun");
+  std::list<ICmEvent*> events;
+  while (!m_Stop.IsFlagStopped()) {
+    if (m_EventQueue.PopOrWaitPendingEvents(events, nullptr, kAllEvents) == CM_OK) m_EventQueue.ProcessEvents(events);
+    m_EventQueue.RecycleEventList(events);
+  }
+  m_EventQueue.DestoryPendingEvents();
 }
 
-ICmEventQueue* CCmThreadTaskWithEventQueueOnly::GetEventQueue()
-{
-    return &m_EventQueue;
-}
+ICmEventQueue* CCmThreadTaskWithEventQueueOnly::GetEventQueue() { return &m_EventQueue; }
 
 CCmThreadTask::CCmThreadTask() : m_pTimerQueue(nullptr) {}
 
-CCmThreadTask::~CCmThreadTask()
-{
-    delete m_pTimerQueue;
-    m_pTimerQueue = nullptr;
+CCmThreadTask::~CCmThreadTask() {
+  delete m_pTimerQueue;
+  m_pTimerQueue = nullptr;
 }
 
-void CCmThreadTask::OnThreadInit()
-{
-    m_pTimerQueue = CCmTimerQueueBase::CreateTimerQueue(nullptr, 0);
-    CCmThreadTaskWithEventQueueOnly::OnThreadInit();
+void CCmThreadTask::OnThreadInit() {
+  m_pTimerQueue = CCmTimerQueueBase::CreateTimerQueue(nullptr, 0);
+  CCmThreadTaskWithEventQueueOnly::OnThreadInit();
 }
 
-void CCmThreadTask::OnThreadRun()
-{
-    CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, Begin. name=" << GetName());
-    std::list<ICmEvent*> events;
-    while (!m_Stop.IsFlagStopped()) {
-        CCmTimeValue tvWait = CCmTimeValue::get_tvMax();
-        if (m_pTimerQueue)
-            m_pTimerQueue->CheckExpire(&tvWait);
-        CCmTimeValue* pWait = (tvWait == CCmTimeValue::get_tvMax()) ? nullptr : &tvWait;
-        if (m_EventQueue.PopOrWaitPendingEvents(events, pWait, kEventsPerPass) == CM_OK)
-            m_EventQueue.ProcessEvents(events);
-        m_EventQueue.RecycleEventList(events);
-    }
-    m_EventQueue.DestoryPendingEvents();
-    CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, End. name=" << GetName());
+void CCmThreadTask::OnThreadRun() {
+  CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, Begin. name=" << GetName());
+  std::list<ICmEvent*> events;
+  while (!m_Stop.IsFlagStopped()) {
+    CCmTimeValue tvWait = CCmTimeValue::get_tvMax();
+    if (m_pTimerQueue) m_pTimerQueue->CheckExpire(&tvWait);
+    CCmTimeValue* pWait = (tvWait == CCmTimeValue::get_tvMax()) ? nullptr : &tvWait;
+    if (m_EventQueue.PopOrWaitPendingEvents(events, pWait, kEventsPerPass) == CM_OK) m_EventQueue.ProcessEvents(events);
+    m_EventQueue.RecycleEventList(events);
+  }
+  m_EventQueue.DestoryPendingEvents();
+  CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, End. name=" << GetName());
 }
 
-ICmTimerQueue* CCmThreadTask::GetTimerQueue()
-{
-    return m_pTimerQueue;
-}
+ICmTimerQueue* CCmThreadTask::GetTimerQueue() { return m_pTimerQueue; }
 
-void CCmThreadTask::SleepMsWithLoop(unsigned int aMs)
-{
-    long lEnd = CCmTimeValue::GetTimeOfDay().GetTotalInMsec() + static_cast<long>(aMs);
-    std::list<ICmEvent*> events;
-    for (;;) {
-        long lNow = CCmTimeValue::GetTimeOfDay().GetTotalInMsec();
-        if (lNow >= lEnd)
-            break;
-        CCmTimeValue tvWait;
-        tvWait.SetByTotalMsec(lEnd - lNow);
-        if (m_EventQueue.PopOrWaitPendingEvents(events, &tvWait, kEventsPerPass) == CM_OK)
-            m_EventQueue.ProcessEvents(events);
-        m_EventQueue.RecycleEventList(events);
-        m_EventQueue.RecycleEventList(events);
-    }
-    m_EventQueue.DestoryPendingEvents();
+void CCmThreadTask::SleepMsWithLoop(unsigned int aMs) {
+  long lEnd = CCmTimeValue::GetTimeOfDay().GetTotalInMsec() + static_cast<long>(aMs);
+  std::list<ICmEvent*> events;
+  for (;;) {
+    long lNow = CCmTimeValue::GetTimeOfDay().GetTotalInMsec();
+    if (lNow >= lEnd) break;
+    CCmTimeValue tvWait;
+    tvWait.SetByTotalMsec(lEnd - lNow);
+    if (m_EventQueue.PopOrWaitPendingEvents(events, &tvWait, kEventsPerPass) == CM_OK)
+      m_EventQueue.ProcessEvents(events);
+    m_EventQueue.RecycleEventList(events);
+    m_EventQueue.RecycleEventList(events);
+  }
+  m_EventQueue.DestoryPendingEvents();
 }

@@ -17,220 +17,203 @@ namespace {
 // Fake event-queue clock: every reading advances by a settable step.
 std::atomic<int64_t> g_fakeNow{1000000000};
 std::atomic<int64_t> g_fakeStep{0};
-int64_t FakeClock()
-{
-    return g_fakeNow.fetch_add(g_fakeStep.load()) ;
-}
+int64_t FakeClock() { return g_fakeNow.fetch_add(g_fakeStep.load()); }
 
 class FakeEventClock {
-public:
-    explicit FakeEventClock(int64_t step)
-    {
-        g_fakeStep = step;
-        cm_set_event_queue_clock_for_test(&FakeClock);
-    }
-    ~FakeEventClock() { cm_set_event_queue_clock_for_test(nullptr); }
-    void Advance(int64_t us) { g_fakeNow += us; }
+ public:
+  explicit FakeEventClock(int64_t step) {
+    g_fakeStep = step;
+    cm_set_event_queue_clock_for_test(&FakeClock);
+  }
+  ~FakeEventClock() { cm_set_event_queue_clock_for_test(nullptr); }
+  void Advance(int64_t us) { g_fakeNow += us; }
 };
 
-TEST(CmEventQueueTest, NullEventIsRefusedWithAssertion)
-{
-    CmTraceCapture cap;
-    CCmEventQueueUsingMutex queue;
-    int64_t asserts = cm_get_assertions_count();
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.PostEvent(nullptr));
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.SendEvent(nullptr));
-    EXPECT_EQ(asserts + 2, cm_get_assertions_count());
-    EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
-    EXPECT_EQ(0u, queue.GetPendingEventsCount());
+TEST(CmEventQueueTest, NullEventIsRefusedWithAssertion) {
+  CmTraceCapture cap;
+  CCmEventQueueUsingMutex queue;
+  int64_t asserts = cm_get_assertions_count();
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.PostEvent(nullptr));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.SendEvent(nullptr));
+  EXPECT_EQ(asserts + 2, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
+  EXPECT_EQ(0u, queue.GetPendingEventsCount());
 }
 
-TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    CCmEventQueueUsingMutex queue;
-    queue.Stop();
-    EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::Stop [this=0x"));
-    for (int i = 0; i < 201; ++i) {
-        EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, queue.PostEvent(new LoggingEvent(&log, i)));
-        EXPECT_EQ(static_cast<size_t>(i + 1), log.Destroyed().size());
-    }
-    EXPECT_TRUE(log.Fired().empty());
-    // The counter is process-wide, so the lines seen depend only on the count: 201
-    // consecutive refusals contain exactly one or two traced ones (1st and 201st of the
-    // shared cycle), never more.
-    size_t traced = cap.count("CCmEventQueueBase::PostEvent, has been stopped. [this=0x");
-    EXPECT_GE(traced, 1u);
-    EXPECT_LE(traced, 2u);
+TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace) {
+  CmTraceCapture cap;
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  queue.Stop();
+  EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::Stop [this=0x"));
+  for (int i = 0; i < 201; ++i) {
+    EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, queue.PostEvent(new LoggingEvent(&log, i)));
+    EXPECT_EQ(static_cast<size_t>(i + 1), log.Destroyed().size());
+  }
+  EXPECT_TRUE(log.Fired().empty());
+  // The counter is process-wide, so the lines seen depend only on the count: 201
+  // consecutive refusals contain exactly one or two traced ones (1st and 201st of the
+  // shared cycle), never more.
+  size_t traced = cap.count("CCmEventQueueBase::PostEvent, has been stopped. [this=0x");
+  EXPECT_GE(traced, 1u);
+  EXPECT_LE(traced, 2u);
 
-    EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, queue.SendEvent(new LoggingEvent(&log, 500)));
-    EXPECT_EQ(500, log.Destroyed().back());
+  EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, queue.SendEvent(new LoggingEvent(&log, 500)));
+  EXPECT_EQ(500, log.Destroyed().back());
 
-    queue.Start();
-    EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::Start [this=0x"));
-    EXPECT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 1000)));
-    EXPECT_EQ(1u, queue.GetPendingEventsCount());
+  queue.Start();
+  EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::Start [this=0x"));
+  EXPECT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 1000)));
+  EXPECT_EQ(1u, queue.GetPendingEventsCount());
 }
 
-TEST(CmEventQueueTest, PopRespectsLimitAndReportsRemainder)
-{
-    EventLog log;
-    CCmEventQueueUsingMutex queue;
-    std::list<ICmEvent*> out;
-    unsigned int remain = 77;
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out, 10, &remain));
-    EXPECT_EQ(77u, remain);
+TEST(CmEventQueueTest, PopRespectsLimitAndReportsRemainder) {
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  std::list<ICmEvent*> out;
+  unsigned int remain = 77;
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out, 10, &remain));
+  EXPECT_EQ(77u, remain);
 
-    for (int i = 0; i < 5; ++i) {
-        unsigned int before = 99;
-        ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, i), ICmEventQueue::EPRIORITY_NORMAL, &before));
-        EXPECT_EQ(static_cast<unsigned int>(i), before);
-    }
-    EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0, &remain));
-    EXPECT_TRUE(out.empty());
-    EXPECT_EQ(5u, remain);
+  for (int i = 0; i < 5; ++i) {
+    unsigned int before = 99;
+    ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, i), ICmEventQueue::EPRIORITY_NORMAL, &before));
+    EXPECT_EQ(static_cast<unsigned int>(i), before);
+  }
+  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0, &remain));
+  EXPECT_TRUE(out.empty());
+  EXPECT_EQ(5u, remain);
 
-    EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 2, &remain));
-    ASSERT_EQ(2u, out.size());
-    EXPECT_EQ(3u, remain);
-    EXPECT_EQ(3u, queue.GetPendingEventsCount());
-    queue.PostEvent(new LoggingEvent(&log, 5));
-    EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0xFFFFFFFFu, &remain));
-    EXPECT_EQ(0u, remain);
-    ASSERT_EQ(6u, out.size());
-    EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
-    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
-    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Destroyed());
+  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 2, &remain));
+  ASSERT_EQ(2u, out.size());
+  EXPECT_EQ(3u, remain);
+  EXPECT_EQ(3u, queue.GetPendingEventsCount());
+  queue.PostEvent(new LoggingEvent(&log, 5));
+  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0xFFFFFFFFu, &remain));
+  EXPECT_EQ(0u, remain);
+  ASSERT_EQ(6u, out.size());
+  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
+  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Destroyed());
 }
 
-TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFiring)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    {
-        CCmEventQueueUsingConditionVariable queue;
-        for (int i = 0; i < 4; ++i)
-            queue.PostEvent(new LoggingEvent(&log, i));
-        // One event already taken over by a partial pop is still pending.
-        std::list<ICmEvent*> out;
-        queue.PopPendingEvents(out, 1, nullptr);
-        queue.ProcessEvents(out);
-        queue.PostEvent(new LoggingEvent(&log, 4));
-    }
-    EXPECT_EQ((std::vector<int>{0}), log.Fired());
-    EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4}), log.Destroyed());
-    EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::~CCmEventQueueBase [this=0x"));
-    EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::DestoryPendingEvents, m_dwSize=4 [this=0x"));
-}
-
-TEST(CmEventQueueTest, ProcessEventsLoopHookAborts)
-{
-    static std::atomic<int> hookCalls{0};
-    EventLog log;
-    CCmEventQueueUsingMutex queue;
-    queue.SetLoopHook([] { ++hookCalls; });
-    queue.PostEvent(new LoggingEvent(&log, 1));
-    std::list<ICmEvent*> out;
-    queue.PopPendingEvents(out);
-    EXPECT_EQ(CM_ERROR_ABORTED, queue.ProcessEvents(out));
-    EXPECT_EQ(1, hookCalls.load());
-    EXPECT_EQ((std::vector<int>{1}), log.Fired());
-
-    CmTraceCapture cap;
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.ProcessOneEvent(nullptr));
-    EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
-}
-
-TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    CCmEventQueueUsingMutex queue;
-    {
-        FakeEventClock clock(500000);  // each reading 0.5 s later: firing "took" 0.5 s
-        queue.ProcessOneEvent(new LoggingEvent(&log, 1));
-    }
-    EXPECT_FALSE(cap.contains("ProcessOneEvent, report"));
-    {
-        FakeEventClock clock(500001);
-        queue.ProcessOneEvent(new LoggingEvent(&log, 2));
-    }
-    EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec=500001 aEvent=0x"));
-    EXPECT_EQ(1u, cap.count("ProcessOneEvent, report"));
-}
-
-TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    FakeEventClock clock(0);
-    CCmEventQueueUsingMutex queue;
-    for (int i = 0; i < 99; ++i)
-        queue.PostEvent(new LoggingEvent(&log, i));
-    clock.Advance(3000001);
-    queue.PostEvent(new LoggingEvent(&log, 99));  // 100 pending at the check: no report
-    EXPECT_FALSE(cap.contains("PostEvent, m_dwSize="));
-
-    clock.Advance(3000001);
-    queue.PostEvent(new LoggingEvent(&log, 100));  // 101 pending: report
-    EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::PostEvent, m_dwSize=101 m_Tid="));
-    queue.PostEvent(new LoggingEvent(&log, 101));  // within three seconds: silent
-    clock.Advance(3000000);
-    queue.PostEvent(new LoggingEvent(&log, 102));  // exactly three seconds: silent
-    EXPECT_EQ(1u, cap.count("PostEvent, m_dwSize="));
-}
-
-TEST(CmEventQueueTest, PopOrWaitExpiresWithNotFoundAndWakesOnPost)
-{
-    EventLog log;
+TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFiring) {
+  CmTraceCapture cap;
+  EventLog log;
+  {
     CCmEventQueueUsingConditionVariable queue;
-    queue.Reset2CurrentThreadInfo();
+    for (int i = 0; i < 4; ++i) queue.PostEvent(new LoggingEvent(&log, i));
+    // One event already taken over by a partial pop is still pending.
     std::list<ICmEvent*> out;
-    CCmTimeValue shortWait(0L, 20000L);
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopOrWaitPendingEvents(out, &shortWait, 5));
-
-    std::thread poster([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        queue.PostEvent(new LoggingEvent(&log, 7));
-    });
-    CmResult rv = CM_ERROR_NOT_FOUND;
-    for (int i = 0; i < 100 && rv != CM_OK; ++i)
-        rv = queue.PopOrWaitPendingEvents(out, nullptr, 5);
-    poster.join();
-    ASSERT_EQ(CM_OK, rv);
-    ASSERT_EQ(1u, out.size());
+    queue.PopPendingEvents(out, 1, nullptr);
     queue.ProcessEvents(out);
-    EXPECT_EQ((std::vector<int>{7}), log.Fired());
+    queue.PostEvent(new LoggingEvent(&log, 4));
+  }
+  EXPECT_EQ((std::vector<int>{0}), log.Fired());
+  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4}), log.Destroyed());
+  EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::~CCmEventQueueBase [this=0x"));
+  EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::DestoryPendingEvents, m_dwSize=4 [this=0x"));
 }
 
-TEST(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending)
-{
-    EventLog log;
-    CCmEventQueueUsingMutex queue;
-    queue.Reset2CurrentThreadInfo();
-    queue.PostEvent(new LoggingEvent(&log, 1));
-    EXPECT_EQ(CM_ERROR_GENERIC, queue.SendEvent(new LoggingEvent(&log, 2, CM_ERROR_GENERIC)));
-    EXPECT_EQ((std::vector<int>{2}), log.Fired());
-    EXPECT_EQ((std::vector<int>{2}), log.Destroyed());
-    EXPECT_EQ(1u, queue.GetPendingEventsCount());
+TEST(CmEventQueueTest, ProcessEventsLoopHookAborts) {
+  static std::atomic<int> hookCalls{0};
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  queue.SetLoopHook([] { ++hookCalls; });
+  queue.PostEvent(new LoggingEvent(&log, 1));
+  std::list<ICmEvent*> out;
+  queue.PopPendingEvents(out);
+  EXPECT_EQ(CM_ERROR_ABORTED, queue.ProcessEvents(out));
+  EXPECT_EQ(1, hookCalls.load());
+  EXPECT_EQ((std::vector<int>{1}), log.Fired());
+
+  CmTraceCapture cap;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.ProcessOneEvent(nullptr));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
 }
 
-TEST(CmEventSynchronousTest, NullWrappedEventGivesNullPointerAndTwoTripsDelete)
-{
-    CCmEventQueueUsingMutex queue;
-    queue.Reset2CurrentThreadInfo();
-    CCmEventSynchronous* sync = new CCmEventSynchronous(nullptr, &queue);
-    EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->OnEventFire());
-    sync->OnDestorySelf();                  // first trip: the wrapper stays
-    EXPECT_EQ(CM_OK, sync->OnEventFire());  // already fired: nothing
-    EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->WaitResultAndDeleteThis(nullptr));
-    // The wrapper posted itself for its second trip; draining deletes it (ASan checks).
-    std::list<ICmEvent*> out;
-    ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-    ASSERT_EQ(1u, out.size());
-    queue.ProcessEvents(out);
-    EXPECT_EQ(0u, queue.GetPendingEventsCount());
+TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
+  CmTraceCapture cap;
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  {
+    FakeEventClock clock(500000);  // each reading 0.5 s later: firing "took" 0.5 s
+    queue.ProcessOneEvent(new LoggingEvent(&log, 1));
+  }
+  EXPECT_FALSE(cap.contains("ProcessOneEvent, report"));
+  {
+    FakeEventClock clock(500001);
+    queue.ProcessOneEvent(new LoggingEvent(&log, 2));
+  }
+  EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec=500001 aEvent=0x"));
+  EXPECT_EQ(1u, cap.count("ProcessOneEvent, report"));
+}
+
+TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100) {
+  CmTraceCapture cap;
+  EventLog log;
+  FakeEventClock clock(0);
+  CCmEventQueueUsingMutex queue;
+  for (int i = 0; i < 99; ++i) queue.PostEvent(new LoggingEvent(&log, i));
+  clock.Advance(3000001);
+  queue.PostEvent(new LoggingEvent(&log, 99));  // 100 pending at the check: no report
+  EXPECT_FALSE(cap.contains("PostEvent, m_dwSize="));
+
+  clock.Advance(3000001);
+  queue.PostEvent(new LoggingEvent(&log, 100));  // 101 pending: report
+  EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::PostEvent, m_dwSize=101 m_Tid="));
+  queue.PostEvent(new LoggingEvent(&log, 101));  // within three seconds: silent
+  clock.Advance(3000000);
+  queue.PostEvent(new LoggingEvent(&log, 102));  // exactly three seconds: silent
+  EXPECT_EQ(1u, cap.count("PostEvent, m_dwSize="));
+}
+
+TEST(CmEventQueueTest, PopOrWaitExpiresWithNotFoundAndWakesOnPost) {
+  EventLog log;
+  CCmEventQueueUsingConditionVariable queue;
+  queue.Reset2CurrentThreadInfo();
+  std::list<ICmEvent*> out;
+  CCmTimeValue shortWait(0L, 20000L);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopOrWaitPendingEvents(out, &shortWait, 5));
+
+  std::thread poster([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    queue.PostEvent(new LoggingEvent(&log, 7));
+  });
+  CmResult rv = CM_ERROR_NOT_FOUND;
+  for (int i = 0; i < 100 && rv != CM_OK; ++i) rv = queue.PopOrWaitPendingEvents(out, nullptr, 5);
+  poster.join();
+  ASSERT_EQ(CM_OK, rv);
+  ASSERT_EQ(1u, out.size());
+  queue.ProcessEvents(out);
+  EXPECT_EQ((std::vector<int>{7}), log.Fired());
+}
+
+TEST(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending) {
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  queue.Reset2CurrentThreadInfo();
+  queue.PostEvent(new LoggingEvent(&log, 1));
+  EXPECT_EQ(CM_ERROR_GENERIC, queue.SendEvent(new LoggingEvent(&log, 2, CM_ERROR_GENERIC)));
+  EXPECT_EQ((std::vector<int>{2}), log.Fired());
+  EXPECT_EQ((std::vector<int>{2}), log.Destroyed());
+  EXPECT_EQ(1u, queue.GetPendingEventsCount());
+}
+
+TEST(CmEventSynchronousTest, NullWrappedEventGivesNullPointerAndTwoTripsDelete) {
+  CCmEventQueueUsingMutex queue;
+  queue.Reset2CurrentThreadInfo();
+  CCmEventSynchronous* sync = new CCmEventSynchronous(nullptr, &queue);
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->OnEventFire());
+  sync->OnDestorySelf();                  // first trip: the wrapper stays
+  EXPECT_EQ(CM_OK, sync->OnEventFire());  // already fired: nothing
+  EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->WaitResultAndDeleteThis(nullptr));
+  // The wrapper posted itself for its second trip; draining deletes it (ASan checks).
+  std::list<ICmEvent*> out;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
+  ASSERT_EQ(1u, out.size());
+  queue.ProcessEvents(out);
+  EXPECT_EQ(0u, queue.GetPendingEventsCount());
 }
 
 }  // namespace

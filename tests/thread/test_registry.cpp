@@ -20,254 +20,233 @@ namespace {
 
 const unsigned int kWaitMs = 10000;
 
-ACmThread* StartRegistered(const char* name, int type)
-{
-    CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
-    EXPECT_EQ(CM_OK, task->Create(name, type, TF_JOINABLE, true));
-    return task;
+ACmThread* StartRegistered(const char* name, int type) {
+  CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
+  EXPECT_EQ(CM_OK, task->Create(name, type, TF_JOINABLE, true));
+  return task;
 }
 
-void StopJoinDestroy(ACmThread* thread)
-{
-    thread->Stop(nullptr);
-    thread->Join();
-    thread->Destory(0);
+void StopJoinDestroy(ACmThread* thread) {
+  thread->Stop(nullptr);
+  thread->Join();
+  thread->Destory(0);
 }
 
-TEST(CmThreadRegistryTest, OldestRegistrationOfATypeWins)
-{
-    CmTraceCapture cap;
-    ACmThread* first = StartRegistered("reg-a", 2);
-    ACmThread* second = StartRegistered("reg-b", 2);
-    EXPECT_EQ(first, GetThread(2));
-    EXPECT_EQ(second, GetThreadById(second->GetThreadId()));
-    EXPECT_TRUE(cap.contains(2, "RegisterThread, thread=0x"));
-    EXPECT_TRUE(cap.contains(2, " name=reg-a type=2 eventQueue=0x"));
+TEST(CmThreadRegistryTest, OldestRegistrationOfATypeWins) {
+  CmTraceCapture cap;
+  ACmThread* first = StartRegistered("reg-a", 2);
+  ACmThread* second = StartRegistered("reg-b", 2);
+  EXPECT_EQ(first, GetThread(2));
+  EXPECT_EQ(second, GetThreadById(second->GetThreadId()));
+  EXPECT_TRUE(cap.contains(2, "RegisterThread, thread=0x"));
+  EXPECT_TRUE(cap.contains(2, " name=reg-a type=2 eventQueue=0x"));
 
-    StopJoinDestroy(first);  // Destory unregisters
-    EXPECT_TRUE(cap.contains(2, "UnRegisterThread, thread=0x"));
-    EXPECT_EQ(second, GetThread(2));
-    StopJoinDestroy(second);
+  StopJoinDestroy(first);  // Destory unregisters
+  EXPECT_TRUE(cap.contains(2, "UnRegisterThread, thread=0x"));
+  EXPECT_EQ(second, GetThread(2));
+  StopJoinDestroy(second);
 
-    cap.clear();
-    EXPECT_EQ(nullptr, GetThread(2));
-    EXPECT_TRUE(cap.contains(1, "GetThread, aType=2"));
+  cap.clear();
+  EXPECT_EQ(nullptr, GetThread(2));
+  EXPECT_TRUE(cap.contains(1, "GetThread, aType=2"));
 }
 
-TEST(CmThreadRegistryTest, TypeFourFindsTheCallingThread)
-{
-    CmTraceCapture cap;
-    ACmThread* task = StartRegistered("reg-self", 7);
-    ACmThread* seenInside = nullptr;
-    ACmThread* currentInside = nullptr;
-    task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
-        seenInside = GetThread(4);
-        currentInside = getCurrentThread();
-    }));
-    EXPECT_EQ(task, seenInside);
-    EXPECT_EQ(task, currentInside);
-    EXPECT_EQ(nullptr, GetThread(4));  // the test thread is not registered
-    EXPECT_TRUE(cap.contains(1, "GetThread, aType=4"));
-    EXPECT_EQ(nullptr, getCurrentThread());
-    StopJoinDestroy(task);
+TEST(CmThreadRegistryTest, TypeFourFindsTheCallingThread) {
+  CmTraceCapture cap;
+  ACmThread* task = StartRegistered("reg-self", 7);
+  ACmThread* seenInside = nullptr;
+  ACmThread* currentInside = nullptr;
+  task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
+    seenInside = GetThread(4);
+    currentInside = getCurrentThread();
+  }));
+  EXPECT_EQ(task, seenInside);
+  EXPECT_EQ(task, currentInside);
+  EXPECT_EQ(nullptr, GetThread(4));  // the test thread is not registered
+  EXPECT_TRUE(cap.contains(1, "GetThread, aType=4"));
+  EXPECT_EQ(nullptr, getCurrentThread());
+  StopJoinDestroy(task);
 }
 
-TEST(CmThreadRegistryTest, UnregisterTwiceGivesNotFound)
-{
-    CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
-    ASSERT_EQ(CM_OK, task->Create("reg-twice", 9, TF_JOINABLE, false));
-    EXPECT_EQ(CM_OK, RegisterThread(task));
-    EXPECT_EQ(CM_OK, UnRegisterThread(task));
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, UnRegisterThread(task));
-    StopJoinDestroy(task);
+TEST(CmThreadRegistryTest, UnregisterTwiceGivesNotFound) {
+  CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
+  ASSERT_EQ(CM_OK, task->Create("reg-twice", 9, TF_JOINABLE, false));
+  EXPECT_EQ(CM_OK, RegisterThread(task));
+  EXPECT_EQ(CM_OK, UnRegisterThread(task));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, UnRegisterThread(task));
+  StopJoinDestroy(task);
 }
 
-TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread)
-{
-    CmTraceCapture cap;
-    ACmThread* a = StartRegistered("reg-c1", 11);
-    ACmThread* b = StartRegistered("reg-c2", 12);
-    TPCleanThreadList();
-    EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
-    EXPECT_EQ(CM_OK, a->Join());  // both loops end because they were stopped
-    EXPECT_EQ(CM_OK, b->Join());
-    EXPECT_EQ(nullptr, GetThread(11));
-    a->Destory(0);
-    b->Destory(0);
+TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread) {
+  CmTraceCapture cap;
+  ACmThread* a = StartRegistered("reg-c1", 11);
+  ACmThread* b = StartRegistered("reg-c2", 12);
+  TPCleanThreadList();
+  EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
+  EXPECT_EQ(CM_OK, a->Join());  // both loops end because they were stopped
+  EXPECT_EQ(CM_OK, b->Join());
+  EXPECT_EQ(nullptr, GetThread(11));
+  a->Destory(0);
+  b->Destory(0);
 }
 
-TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly)
-{
-    ThreadWaiter waiter(3);
-    waiter.Finished();
-    waiter.Finished();
-    EXPECT_FALSE(waiter.IsFinished());
-    EXPECT_FALSE(waiter.WaitUntilTimeout(1));
-    waiter.Finished();
-    EXPECT_TRUE(waiter.IsFinished());
-    waiter.Finished();
-    EXPECT_TRUE(waiter.WaitUntilTimeout(0));
-    waiter.WaitUntilFinished();
+TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {
+  ThreadWaiter waiter(3);
+  waiter.Finished();
+  waiter.Finished();
+  EXPECT_FALSE(waiter.IsFinished());
+  EXPECT_FALSE(waiter.WaitUntilTimeout(1));
+  waiter.Finished();
+  EXPECT_TRUE(waiter.IsFinished());
+  waiter.Finished();
+  EXPECT_TRUE(waiter.WaitUntilTimeout(0));
+  waiter.WaitUntilFinished();
 
-    waiter.Reset(1);
-    EXPECT_FALSE(waiter.IsFinished());
-    waiter.Finished();
-    EXPECT_TRUE(waiter.IsFinished());
+  waiter.Reset(1);
+  EXPECT_FALSE(waiter.IsFinished());
+  waiter.Finished();
+  EXPECT_TRUE(waiter.IsFinished());
 }
 
-TEST(ThreadWaiterTest, TimeoutWaitsAboutTheGivenTime)
-{
-    ThreadWaiter waiter(1);
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(waiter.WaitUntilTimeout(50));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+TEST(ThreadWaiterTest, TimeoutWaitsAboutTheGivenTime) {
+  ThreadWaiter waiter(1);
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(waiter.WaitUntilTimeout(50));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
 }
 
-TEST(ThreadWaiterTest, ReportsFromManyThreads)
-{
-    ThreadWaiter waiter(8);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&] { waiter.Finished(); });
-    EXPECT_TRUE(waiter.WaitUntilTimeout(kWaitMs));
-    for (auto& t : threads)
-        t.join();
+TEST(ThreadWaiterTest, ReportsFromManyThreads) {
+  ThreadWaiter waiter(8);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back([&] { waiter.Finished(); });
+  EXPECT_TRUE(waiter.WaitUntilTimeout(kWaitMs));
+  for (auto& t : threads) t.join();
 }
 
-TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelease)
-{
-    CmTraceCapture cap;
-    ACmThreadSingletonFactory* factory = ACmThreadSingletonFactory::Instance();
-    ACmThread* first = nullptr;
-    ACmThread* second = nullptr;
-    ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", first));
-    ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", second));
-    ASSERT_NE(nullptr, first);
-    EXPECT_EQ(first, second);
-    EXPECT_NE(nullptr, first->GetTimerQueue());  // a task thread with timers
-    EXPECT_TRUE(cap.contains(1, "thread type is TT_UNKNOWN"));
+TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelease) {
+  CmTraceCapture cap;
+  ACmThreadSingletonFactory* factory = ACmThreadSingletonFactory::Instance();
+  ACmThread* first = nullptr;
+  ACmThread* second = nullptr;
+  ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", first));
+  ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", second));
+  ASSERT_NE(nullptr, first);
+  EXPECT_EQ(first, second);
+  EXPECT_NE(nullptr, first->GetTimerQueue());  // a task thread with timers
+  EXPECT_TRUE(cap.contains(1, "thread type is TT_UNKNOWN"));
 
-    // A release naming another thread changes nothing.
-    ACmThread* other = nullptr;
-    ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-y", other));
-    factory->ResleseSingletonThread("shared-x", other);
-    factory->ResleseSingletonThread("no-such", first);
+  // A release naming another thread changes nothing.
+  ACmThread* other = nullptr;
+  ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-y", other));
+  factory->ResleseSingletonThread("shared-x", other);
+  factory->ResleseSingletonThread("no-such", first);
 
-    factory->ResleseSingletonThread("shared-x", first);
-    EXPECT_EQ(CM_OK, first->GetEventQueue()->SendEvent(CmNewInvokeEvent([] {})));  // still running
-    EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, enter, pThreadName=shared-x"));
+  factory->ResleseSingletonThread("shared-x", first);
+  EXPECT_EQ(CM_OK, first->GetEventQueue()->SendEvent(CmNewInvokeEvent([] {})));  // still running
+  EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, enter, pThreadName=shared-x"));
 
-    cap.clear();
-    factory->ResleseSingletonThread("shared-x", first);  // last user: stopped, joined, destroyed
-    EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=shared-x"));
-    EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, leave"));
+  cap.clear();
+  factory->ResleseSingletonThread("shared-x", first);  // last user: stopped, joined, destroyed
+  EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=shared-x"));
+  EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, leave"));
 
-    ACmThread* again = nullptr;
-    ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", again));
-    factory->ResleseSingletonThread("shared-x", again);
-    factory->ResleseSingletonThread("shared-y", other);
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, factory->GetSingletonThread(nullptr, again));
+  ACmThread* again = nullptr;
+  ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", again));
+  factory->ResleseSingletonThread("shared-x", again);
+  factory->ResleseSingletonThread("shared-y", other);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, factory->GetSingletonThread(nullptr, again));
 }
 
 std::atomic<int> g_factoryCalls{0};
 std::string g_factoryName;
-CmResult CountingFactory(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aWithTimers, TType aType)
-{
-    ++g_factoryCalls;
-    g_factoryName = aName;
-    EXPECT_EQ(TF_JOINABLE, aFlag);
-    EXPECT_TRUE(aWithTimers);
-    EXPECT_EQ(TT_UNKNOWN, aType);
-    return do_CreateUserTaskThread(aName, aThread, aFlag, false, 5);
+CmResult CountingFactory(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aWithTimers, TType aType) {
+  ++g_factoryCalls;
+  g_factoryName = aName;
+  EXPECT_EQ(TF_JOINABLE, aFlag);
+  EXPECT_TRUE(aWithTimers);
+  EXPECT_EQ(TT_UNKNOWN, aType);
+  return do_CreateUserTaskThread(aName, aThread, aFlag, false, 5);
 }
 
-TEST(CreateUserTaskThreadTest, ReplacedFactoryCreatesSharedThreads)
-{
-    PFN_CreateUserTaskThread previous = setCreateUserTaskThread(&CountingFactory);
-    EXPECT_EQ(&do_CreateUserTaskThread, previous);
-    ACmThread* t = nullptr;
-    ASSERT_EQ(CM_OK, ACmThreadSingletonFactory::Instance()->GetSingletonThread("by-factory", t));
-    EXPECT_EQ(1, g_factoryCalls.load());
-    EXPECT_EQ("by-factory", g_factoryName);
-    EXPECT_EQ(nullptr, t->GetTimerQueue());  // the factory chose an events-only thread
-    EXPECT_EQ(t, GetThread(5));              // registered by do_CreateUserTaskThread
-    ACmThreadSingletonFactory::Instance()->ResleseSingletonThread("by-factory", t);
-    EXPECT_EQ(&CountingFactory, setCreateUserTaskThread(previous));
+TEST(CreateUserTaskThreadTest, ReplacedFactoryCreatesSharedThreads) {
+  PFN_CreateUserTaskThread previous = setCreateUserTaskThread(&CountingFactory);
+  EXPECT_EQ(&do_CreateUserTaskThread, previous);
+  ACmThread* t = nullptr;
+  ASSERT_EQ(CM_OK, ACmThreadSingletonFactory::Instance()->GetSingletonThread("by-factory", t));
+  EXPECT_EQ(1, g_factoryCalls.load());
+  EXPECT_EQ("by-factory", g_factoryName);
+  EXPECT_EQ(nullptr, t->GetTimerQueue());  // the factory chose an events-only thread
+  EXPECT_EQ(t, GetThread(5));              // registered by do_CreateUserTaskThread
+  ACmThreadSingletonFactory::Instance()->ResleseSingletonThread("by-factory", t);
+  EXPECT_EQ(&CountingFactory, setCreateUserTaskThread(previous));
 }
 
-TEST(CreateUserTaskThreadTest, DefaultFactoryBuildsBothKinds)
-{
-    ACmThread* withTimers = nullptr;
-    ACmThread* eventsOnly = nullptr;
-    ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-1", withTimers, TF_JOINABLE, true, 21));
-    ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-2", eventsOnly, TF_JOINABLE, false, 22));
-    EXPECT_NE(nullptr, withTimers->GetTimerQueue());
-    EXPECT_EQ(nullptr, eventsOnly->GetTimerQueue());
-    EXPECT_EQ(withTimers, GetThread(21));
-    StopJoinDestroy(withTimers);
-    StopJoinDestroy(eventsOnly);
-    EXPECT_EQ(nullptr, GetThreadById(0));
+TEST(CreateUserTaskThreadTest, DefaultFactoryBuildsBothKinds) {
+  ACmThread* withTimers = nullptr;
+  ACmThread* eventsOnly = nullptr;
+  ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-1", withTimers, TF_JOINABLE, true, 21));
+  ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-2", eventsOnly, TF_JOINABLE, false, 22));
+  EXPECT_NE(nullptr, withTimers->GetTimerQueue());
+  EXPECT_EQ(nullptr, eventsOnly->GetTimerQueue());
+  EXPECT_EQ(withTimers, GetThread(21));
+  StopJoinDestroy(withTimers);
+  StopJoinDestroy(eventsOnly);
+  EXPECT_EQ(nullptr, GetThreadById(0));
 }
 
 class CleanUpProbe : public CCmCleanUpBase {
-public:
-    CleanUpProbe(std::vector<int>* order, int id) : m_order(order), m_id(id) {}
-    ~CleanUpProbe() override { m_order->push_back(m_id); }
+ public:
+  CleanUpProbe(std::vector<int>* order, int id) : m_order(order), m_id(id) {}
+  ~CleanUpProbe() override { m_order->push_back(m_id); }
 
-private:
-    std::vector<int>* m_order;
-    int m_id;
+ private:
+  std::vector<int>* m_order;
+  int m_id;
 };
 
-TEST(CCmCleanUpBaseTest, CleanupAllRunsInReverseRegistrationOrder)
-{
-    CCmCleanUpBase::CleanupAll();  // start from an empty list
-    std::vector<int> order;
-    new CleanUpProbe(&order, 1);
-    new CleanUpProbe(&order, 2);
-    new CleanUpProbe(&order, 3);
-    CCmCleanUpBase::CleanupAll();
-    EXPECT_EQ((std::vector<int>{3, 2, 1}), order);
-    CCmCleanUpBase::CleanupAll();  // the list ended empty
-    EXPECT_EQ(3u, order.size());
+TEST(CCmCleanUpBaseTest, CleanupAllRunsInReverseRegistrationOrder) {
+  CCmCleanUpBase::CleanupAll();  // start from an empty list
+  std::vector<int> order;
+  new CleanUpProbe(&order, 1);
+  new CleanUpProbe(&order, 2);
+  new CleanUpProbe(&order, 3);
+  CCmCleanUpBase::CleanupAll();
+  EXPECT_EQ((std::vector<int>{3, 2, 1}), order);
+  CCmCleanUpBase::CleanupAll();  // the list ended empty
+  EXPECT_EQ(3u, order.size());
 }
 
 struct CM_EXPORT SingletonPayload {
-    SingletonPayload() { ++constructed; }
-    ~SingletonPayload() { ++destroyed; }
-    static std::atomic<int> constructed;
-    static std::atomic<int> destroyed;
+  SingletonPayload() { ++constructed; }
+  ~SingletonPayload() { ++destroyed; }
+  static std::atomic<int> constructed;
+  static std::atomic<int> destroyed;
 };
 std::atomic<int> SingletonPayload::constructed{0};
 std::atomic<int> SingletonPayload::destroyed{0};
 
-TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup)
-{
-    std::vector<SingletonPayload*> seen(8, nullptr);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&, i] { seen[i] = CCmSingletonT<SingletonPayload>::Instance(); });
-    for (auto& t : threads)
-        t.join();
-    for (SingletonPayload* p : seen)
-        EXPECT_EQ(seen[0], p);
-    EXPECT_NE(nullptr, seen[0]);
-    EXPECT_EQ(1, SingletonPayload::constructed.load());
-    CCmCleanUpBase::CleanupAll();
-    EXPECT_EQ(1, SingletonPayload::destroyed.load());
-    EXPECT_NE(nullptr, CCmSingletonT<SingletonPayload>::Instance());  // created afresh
-    EXPECT_EQ(2, SingletonPayload::constructed.load());
-    CCmCleanUpBase::CleanupAll();
+TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup) {
+  std::vector<SingletonPayload*> seen(8, nullptr);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) threads.emplace_back([&, i] { seen[i] = CCmSingletonT<SingletonPayload>::Instance(); });
+  for (auto& t : threads) t.join();
+  for (SingletonPayload* p : seen) EXPECT_EQ(seen[0], p);
+  EXPECT_NE(nullptr, seen[0]);
+  EXPECT_EQ(1, SingletonPayload::constructed.load());
+  CCmCleanUpBase::CleanupAll();
+  EXPECT_EQ(1, SingletonPayload::destroyed.load());
+  EXPECT_NE(nullptr, CCmSingletonT<SingletonPayload>::Instance());  // created afresh
+  EXPECT_EQ(2, SingletonPayload::constructed.load());
+  CCmCleanUpBase::CleanupAll();
 }
 
-TEST(CmGetSingletonMutexTest, IsOneRecursiveMutex)
-{
-    CCmMutexThreadRecursive& m = CmGetSingletonMutex();
-    EXPECT_EQ(&m, &CmGetSingletonMutex());
-    EXPECT_EQ(CM_OK, m.Lock());
-    EXPECT_EQ(CM_OK, m.Lock());
-    EXPECT_EQ(CM_OK, m.UnLock());
-    EXPECT_EQ(CM_OK, m.UnLock());
+TEST(CmGetSingletonMutexTest, IsOneRecursiveMutex) {
+  CCmMutexThreadRecursive& m = CmGetSingletonMutex();
+  EXPECT_EQ(&m, &CmGetSingletonMutex());
+  EXPECT_EQ(CM_OK, m.Lock());
+  EXPECT_EQ(CM_OK, m.Lock());
+  EXPECT_EQ(CM_OK, m.UnLock());
+  EXPECT_EQ(CM_OK, m.UnLock());
 }
 
 }  // namespace

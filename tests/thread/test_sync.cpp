@@ -20,234 +20,220 @@ namespace {
 // destructor without touching freed memory.
 template <class M>
 struct DestroyedMutex {
-    alignas(M) unsigned char storage[sizeof(M)];
-    M* mutex;
-    DestroyedMutex() : mutex(new (storage) M) { mutex->~M(); }
+  alignas(M) unsigned char storage[sizeof(M)];
+  M* mutex;
+  DestroyedMutex() : mutex(new (storage) M) { mutex->~M(); }
 };
 
-TEST(CmMutexTest, OperationsAfterDestructionFailWithTrace)
-{
-    CmTraceCapture cap;
-    DestroyedMutex<CCmMutexThread> dead;
-    EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->Lock());
-    EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->UnLock());
-    EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->TryLock());
-    EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::Lock() object instances already released [this=0x"));
-    EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::UnLock() object instances already released [this=0x"));
-    EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::TryLock() object instances already released [this=0x"));
+TEST(CmMutexTest, OperationsAfterDestructionFailWithTrace) {
+  CmTraceCapture cap;
+  DestroyedMutex<CCmMutexThread> dead;
+  EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->Lock());
+  EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->UnLock());
+  EXPECT_EQ(CM_ERROR_FAILURE, dead.mutex->TryLock());
+  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::Lock() object instances already released [this=0x"));
+  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::UnLock() object instances already released [this=0x"));
+  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::TryLock() object instances already released [this=0x"));
 }
 
-TEST(CmMutexTest, RecursiveLocksNestAndPlainTryLockFailsSilently)
-{
-    CCmMutexThreadRecursive rec;
-    ASSERT_EQ(CM_OK, rec.Lock());
-    EXPECT_EQ(CM_OK, rec.Lock());
-    EXPECT_EQ(CM_OK, rec.TryLock());
-    EXPECT_EQ(CM_OK, rec.UnLock());
-    EXPECT_EQ(CM_OK, rec.UnLock());
-    EXPECT_EQ(CM_OK, rec.UnLock());
+TEST(CmMutexTest, RecursiveLocksNestAndPlainTryLockFailsSilently) {
+  CCmMutexThreadRecursive rec;
+  ASSERT_EQ(CM_OK, rec.Lock());
+  EXPECT_EQ(CM_OK, rec.Lock());
+  EXPECT_EQ(CM_OK, rec.TryLock());
+  EXPECT_EQ(CM_OK, rec.UnLock());
+  EXPECT_EQ(CM_OK, rec.UnLock());
+  EXPECT_EQ(CM_OK, rec.UnLock());
 
-    CmTraceCapture cap;
-    CCmMutexThread plain;
-    ASSERT_EQ(CM_OK, plain.Lock());
-    std::atomic<CmResult> other{CM_OK};
-    std::thread t([&] { other = plain.TryLock(); });
-    t.join();
-    EXPECT_EQ(CM_ERROR_FAILURE, other.load());
-    EXPECT_EQ(CM_OK, plain.UnLock());
-    EXPECT_TRUE(cap.lines().empty());
+  CmTraceCapture cap;
+  CCmMutexThread plain;
+  ASSERT_EQ(CM_OK, plain.Lock());
+  std::atomic<CmResult> other{CM_OK};
+  std::thread t([&] { other = plain.TryLock(); });
+  t.join();
+  EXPECT_EQ(CM_ERROR_FAILURE, other.load());
+  EXPECT_EQ(CM_OK, plain.UnLock());
+  EXPECT_TRUE(cap.lines().empty());
 }
 
-TEST(CmMutexTest, GuardExcludesOtherThreads)
-{
-    CCmMutexThread mutex;
-    long counter = 0;
-    auto work = [&] {
-        for (int i = 0; i < 20000; ++i) {
-            CCmMutexGuardT<CCmMutexThread> guard(mutex);
-            ++counter;
-        }
-    };
-    std::thread a(work), b(work);
-    a.join();
-    b.join();
-    EXPECT_EQ(40000, counter);
+TEST(CmMutexTest, GuardExcludesOtherThreads) {
+  CCmMutexThread mutex;
+  long counter = 0;
+  auto work = [&] {
+    for (int i = 0; i < 20000; ++i) {
+      CCmMutexGuardT<CCmMutexThread> guard(mutex);
+      ++counter;
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(40000, counter);
 }
 
-TEST(CmMutexTest, FakeMutexRecordsHeldState)
-{
-    CCmFakeMutex fake;
-    EXPECT_EQ(CM_OK, fake.TryLock());
-    EXPECT_EQ(CM_ERROR_FAILURE, fake.TryLock());
-    EXPECT_EQ(CM_OK, fake.UnLock());
-    EXPECT_EQ(CM_OK, fake.TryLock());
-    CCmMutexNullSingleThread none;
-    EXPECT_EQ(CM_OK, none.Lock());
-    EXPECT_EQ(CM_OK, none.TryLock());
+TEST(CmMutexTest, FakeMutexRecordsHeldState) {
+  CCmFakeMutex fake;
+  EXPECT_EQ(CM_OK, fake.TryLock());
+  EXPECT_EQ(CM_ERROR_FAILURE, fake.TryLock());
+  EXPECT_EQ(CM_OK, fake.UnLock());
+  EXPECT_EQ(CM_OK, fake.TryLock());
+  CCmMutexNullSingleThread none;
+  EXPECT_EQ(CM_OK, none.Lock());
+  EXPECT_EQ(CM_OK, none.TryLock());
 }
 
-TEST(CmSpinLockTest, TryLockReturnsZeroOnSuccessAndMinusOneWhenHeld)
-{
-    CCmSpinLock spin;
-    EXPECT_EQ(0, spin.try_lock());
-    EXPECT_EQ(-1, spin.try_lock());
-    EXPECT_EQ(0, spin.unlock());
-    EXPECT_EQ(0, spin.lock());
-    EXPECT_EQ(-1, spin.try_lock());
-    EXPECT_EQ(0, spin.unlock());
+TEST(CmSpinLockTest, TryLockReturnsZeroOnSuccessAndMinusOneWhenHeld) {
+  CCmSpinLock spin;
+  EXPECT_EQ(0, spin.try_lock());
+  EXPECT_EQ(-1, spin.try_lock());
+  EXPECT_EQ(0, spin.unlock());
+  EXPECT_EQ(0, spin.lock());
+  EXPECT_EQ(-1, spin.try_lock());
+  EXPECT_EQ(0, spin.unlock());
 
-    long counter = 0;
-    auto work = [&] {
-        for (int i = 0; i < 20000; ++i) {
-            spin.lock();
-            ++counter;
-            spin.unlock();
-        }
-    };
-    std::thread a(work), b(work);
-    a.join();
-    b.join();
-    EXPECT_EQ(40000, counter);
+  long counter = 0;
+  auto work = [&] {
+    for (int i = 0; i < 20000; ++i) {
+      spin.lock();
+      ++counter;
+      spin.unlock();
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(40000, counter);
 }
 
-TEST(CmSemaphoreTest, PostNCountsAndIgnoresNonPositive)
-{
-    CCmSemaphore sem(0, "s", 10);
-    EXPECT_EQ(CM_OK, sem.PostN(0));
-    EXPECT_EQ(CM_OK, sem.PostN(-3));
-    EXPECT_EQ(CM_OK, sem.PostN(2));
-    EXPECT_EQ(CM_OK, sem.Lock());
-    EXPECT_EQ(CM_OK, sem.Lock());
+TEST(CmSemaphoreTest, PostNCountsAndIgnoresNonPositive) {
+  CCmSemaphore sem(0, "s", 10);
+  EXPECT_EQ(CM_OK, sem.PostN(0));
+  EXPECT_EQ(CM_OK, sem.PostN(-3));
+  EXPECT_EQ(CM_OK, sem.PostN(2));
+  EXPECT_EQ(CM_OK, sem.Lock());
+  EXPECT_EQ(CM_OK, sem.Lock());
 
-    std::atomic<bool> passed{false};
-    std::thread t([&] {
-        sem.Lock();
-        passed = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_FALSE(passed.load());
-    EXPECT_EQ(CM_OK, sem.UnLock());
-    t.join();
-    EXPECT_TRUE(passed.load());
+  std::atomic<bool> passed{false};
+  std::thread t([&] {
+    sem.Lock();
+    passed = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_FALSE(passed.load());
+  EXPECT_EQ(CM_OK, sem.UnLock());
+  t.join();
+  EXPECT_TRUE(passed.load());
 }
 
-TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes)
-{
-    CCmMutexThread mutex;
-    CCmConditionVariableThread cond(mutex);
+TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
+  CCmMutexThread mutex;
+  CCmConditionVariableThread cond(mutex);
+  mutex.Lock();
+  CCmTimeValue tv(0L, 20000L);
+  EXPECT_EQ(CM_ERROR_TIMEOUT, cond.Wait(&tv));
+  mutex.UnLock();
+
+  bool ready = false;
+  std::thread t([&] {
     mutex.Lock();
-    CCmTimeValue tv(0L, 20000L);
-    EXPECT_EQ(CM_ERROR_TIMEOUT, cond.Wait(&tv));
+    ready = true;
+    cond.Signal();
     mutex.UnLock();
-
-    bool ready = false;
-    std::thread t([&] {
-        mutex.Lock();
-        ready = true;
-        cond.Signal();
-        mutex.UnLock();
-    });
-    mutex.Lock();
-    CCmTimeValue longWait(10L);
-    while (!ready)
-        ASSERT_EQ(CM_OK, cond.Wait(&longWait));
-    mutex.UnLock();
-    t.join();
+  });
+  mutex.Lock();
+  CCmTimeValue longWait(10L);
+  while (!ready) ASSERT_EQ(CM_OK, cond.Wait(&longWait));
+  mutex.UnLock();
+  t.join();
 }
 
-TEST(CmEventThreadTest, AutoResetSignalLetsExactlyOneWaitThrough)
-{
-    CCmEventThread ev(false, false, "e");
-    ASSERT_EQ(CM_OK, ev.Signal());
-    ASSERT_EQ(CM_OK, ev.Signal());  // twice with nobody waiting: still one
-    CCmTimeValue zero;
-    EXPECT_EQ(CM_OK, ev.Wait(&zero));
-    EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
+TEST(CmEventThreadTest, AutoResetSignalLetsExactlyOneWaitThrough) {
+  CCmEventThread ev(false, false, "e");
+  ASSERT_EQ(CM_OK, ev.Signal());
+  ASSERT_EQ(CM_OK, ev.Signal());  // twice with nobody waiting: still one
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_OK, ev.Wait(&zero));
+  EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
 }
 
-TEST(CmEventThreadTest, ManualResetStaysSignalledAndResetFails)
-{
-    CCmEventThread ev(true, false, nullptr);
-    CCmTimeValue zero;
-    EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
-    ASSERT_EQ(CM_OK, ev.Signal());
-    EXPECT_EQ(CM_ERROR_FAILURE, ev.Reset());
-    EXPECT_EQ(CM_OK, ev.Wait(&zero));
-    EXPECT_EQ(CM_OK, ev.Wait(&zero));
+TEST(CmEventThreadTest, ManualResetStaysSignalledAndResetFails) {
+  CCmEventThread ev(true, false, nullptr);
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
+  ASSERT_EQ(CM_OK, ev.Signal());
+  EXPECT_EQ(CM_ERROR_FAILURE, ev.Reset());
+  EXPECT_EQ(CM_OK, ev.Wait(&zero));
+  EXPECT_EQ(CM_OK, ev.Wait(&zero));
 }
 
-TEST(CmEventThreadTest, SignalWakesWaitingThread)
-{
-    CCmEventThread ev(false, false, nullptr);
-    std::atomic<CmResult> got{CM_ERROR_FAILURE};
-    std::thread t([&] {
-        CCmTimeValue tv(10L);
-        got = ev.Wait(&tv);
-    });
-    // Signal until the waiter has consumed it (a signal given before it waits stays set).
-    ev.Signal();
-    t.join();
-    EXPECT_EQ(CM_OK, got.load());
+TEST(CmEventThreadTest, SignalWakesWaitingThread) {
+  CCmEventThread ev(false, false, nullptr);
+  std::atomic<CmResult> got{CM_ERROR_FAILURE};
+  std::thread t([&] {
+    CCmTimeValue tv(10L);
+    got = ev.Wait(&tv);
+  });
+  // Signal until the waiter has consumed it (a signal given before it waits stays set).
+  ev.Signal();
+  t.join();
+  EXPECT_EQ(CM_OK, got.load());
 }
 
-TEST(CmStopFlagTest, StartsStoppedUntilStarted)
-{
-    CCmStopFlag flag;
-    EXPECT_TRUE(flag.IsFlagStopped());
-    flag.SetStartFlag();
-    EXPECT_FALSE(flag.IsFlagStopped());
-    EXPECT_FALSE(flag.IsFlagStoppedWithoutThreadCheck());
-    flag.SetStopFlag();
-    EXPECT_TRUE(flag.IsFlagStopped());
-    flag.SetStopFlagWithoutThreadCheck(false);
-    EXPECT_FALSE(flag.IsFlagStopped());
+TEST(CmStopFlagTest, StartsStoppedUntilStarted) {
+  CCmStopFlag flag;
+  EXPECT_TRUE(flag.IsFlagStopped());
+  flag.SetStartFlag();
+  EXPECT_FALSE(flag.IsFlagStopped());
+  EXPECT_FALSE(flag.IsFlagStoppedWithoutThreadCheck());
+  flag.SetStopFlag();
+  EXPECT_TRUE(flag.IsFlagStopped());
+  flag.SetStopFlagWithoutThreadCheck(false);
+  EXPECT_FALSE(flag.IsFlagStopped());
 }
 
-TEST(CmThreadMiscTest, OwnerRecordAndIds)
-{
-    CCmEnsureSingleThread owner;
-    EXPECT_TRUE(IsEqualCurrentThread(owner.GetOwnerThreadId()));
-    CM_THREAD_ID other = 0;
-    std::thread t([&] { other = GetThreadSelfId(); });
-    t.join();
-    EXPECT_FALSE(IsThreadEqual(other, GetThreadSelfId()));
-    owner.Reset2ThreadId(other);
-    EXPECT_TRUE(IsThreadEqual(other, owner.GetOwnerThreadId()));
-    EXPECT_GT(CmGetThreadID(), 0u);
-    EXPECT_GT(CmGetProcessID(), 0);
+TEST(CmThreadMiscTest, OwnerRecordAndIds) {
+  CCmEnsureSingleThread owner;
+  EXPECT_TRUE(IsEqualCurrentThread(owner.GetOwnerThreadId()));
+  CM_THREAD_ID other = 0;
+  std::thread t([&] { other = GetThreadSelfId(); });
+  t.join();
+  EXPECT_FALSE(IsThreadEqual(other, GetThreadSelfId()));
+  owner.Reset2ThreadId(other);
+  EXPECT_TRUE(IsThreadEqual(other, owner.GetOwnerThreadId()));
+  EXPECT_GT(CmGetThreadID(), 0u);
+  EXPECT_GT(CmGetProcessID(), 0);
 }
 
 class CountedObject : public CCmReferenceControlT<CCmMutexThread> {
-public:
-    explicit CountedObject(std::atomic<int>* deletions) : m_deletions(deletions) {}
-    ~CountedObject() override { ++*m_deletions; }
+ public:
+  explicit CountedObject(std::atomic<int>* deletions) : m_deletions(deletions) {}
+  ~CountedObject() override { ++*m_deletions; }
 
-private:
-    std::atomic<int>* m_deletions;
+ private:
+  std::atomic<int>* m_deletions;
 };
 
-TEST(CmReferenceControlTest, LastReleaseDeletesOnceAcrossThreads)
-{
-    std::atomic<int> deletions{0};
-    CountedObject* obj = new CountedObject(&deletions);
-    obj->AddReference();
-    std::thread t([&] {
-        for (int i = 0; i < 1000; ++i) {
-            obj->AddReference();
-            obj->ReleaseReference();
-        }
-    });
+TEST(CmReferenceControlTest, LastReleaseDeletesOnceAcrossThreads) {
+  std::atomic<int> deletions{0};
+  CountedObject* obj = new CountedObject(&deletions);
+  obj->AddReference();
+  std::thread t([&] {
     for (int i = 0; i < 1000; ++i) {
-        obj->AddReference();
-        obj->ReleaseReference();
+      obj->AddReference();
+      obj->ReleaseReference();
     }
-    t.join();
-    EXPECT_EQ(1u, obj->GetReference());
-    EXPECT_EQ(2u, obj->AddReference());
-    EXPECT_EQ(1u, obj->ReleaseReference());
-    EXPECT_EQ(0, deletions.load());
-    EXPECT_EQ(0u, obj->ReleaseReference());
-    EXPECT_EQ(1, deletions.load());
+  });
+  for (int i = 0; i < 1000; ++i) {
+    obj->AddReference();
+    obj->ReleaseReference();
+  }
+  t.join();
+  EXPECT_EQ(1u, obj->GetReference());
+  EXPECT_EQ(2u, obj->AddReference());
+  EXPECT_EQ(1u, obj->ReleaseReference());
+  EXPECT_EQ(0, deletions.load());
+  EXPECT_EQ(0u, obj->ReleaseReference());
+  EXPECT_EQ(1, deletions.load());
 }
 
 }  // namespace

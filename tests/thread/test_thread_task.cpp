@@ -18,43 +18,39 @@ namespace {
 const unsigned int kWaitMs = 10000;  // generous: only a broken build waits this long
 
 template <class F>
-CmResult Post(ACmThread* thread, F f)
-{
-    return thread->GetEventQueue()->PostEvent(CmNewInvokeEvent(std::move(f)));
+CmResult Post(ACmThread* thread, F f) {
+  return thread->GetEventQueue()->PostEvent(CmNewInvokeEvent(std::move(f)));
 }
 
 template <class T>
-T* StartTask(const char* name, int type = 1)
-{
-    T* task = new T;
-    EXPECT_EQ(CM_OK, task->Create(name, type, TF_JOINABLE, false));
-    return task;
+T* StartTask(const char* name, int type = 1) {
+  T* task = new T;
+  EXPECT_EQ(CM_OK, task->Create(name, type, TF_JOINABLE, false));
+  return task;
 }
 
-void StopJoinDestroy(ACmThread* thread)
-{
-    thread->Stop(nullptr);
-    EXPECT_EQ(CM_OK, thread->Join());
-    thread->Destory(0);
+void StopJoinDestroy(ACmThread* thread) {
+  thread->Stop(nullptr);
+  EXPECT_EQ(CM_OK, thread->Join());
+  thread->Destory(0);
 }
 
 /// Holds the loop thread inside an event until released.
 class Gate {
-public:
-    Gate() : m_entered(1), m_open(1) {}
-    void Block(ACmThread* thread)
-    {
-        Post(thread, [this] {
-            m_entered.Finished();
-            m_open.WaitUntilTimeout(kWaitMs);
-        });
-        ASSERT_TRUE(m_entered.WaitUntilTimeout(kWaitMs));
-    }
-    void Open() { m_open.Finished(); }
+ public:
+  Gate() : m_entered(1), m_open(1) {}
+  void Block(ACmThread* thread) {
+    Post(thread, [this] {
+      m_entered.Finished();
+      m_open.WaitUntilTimeout(kWaitMs);
+    });
+    ASSERT_TRUE(m_entered.WaitUntilTimeout(kWaitMs));
+  }
+  void Open() { m_open.Finished(); }
 
-private:
-    ThreadWaiter m_entered;
-    ThreadWaiter m_open;
+ private:
+  ThreadWaiter m_entered;
+  ThreadWaiter m_open;
 };
 
 template <class T>
@@ -62,288 +58,263 @@ class TaskThreadTest : public ::testing::Test {};
 typedef ::testing::Types<CCmThreadTask, CCmThreadTaskWithEventQueueOnly> TaskTypes;
 TYPED_TEST_SUITE(TaskThreadTest, TaskTypes);
 
-TYPED_TEST(TaskThreadTest, ManyProducersEveryEventOnceInPerProducerOrder)
-{
-    const int kProducers = 4;
-    const int kEvents = 3000;
-    ACmThread* task = StartTask<TypeParam>("t-many");
-    std::vector<std::vector<int>> seen(kProducers);  // touched on the task thread only
-    ThreadWaiter done(kProducers * kEvents);
-    std::vector<std::thread> producers;
-    for (int p = 0; p < kProducers; ++p) {
-        producers.emplace_back([&, p] {
-            for (int i = 0; i < kEvents; ++i) {
-                ASSERT_EQ(CM_OK, Post(task, [&, p, i] {
-                              seen[p].push_back(i);
-                              done.Finished();
-                          }));
-            }
-        });
-    }
-    for (auto& t : producers)
-        t.join();
-    ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    StopJoinDestroy(task);
-    for (int p = 0; p < kProducers; ++p) {
-        ASSERT_EQ(static_cast<size_t>(kEvents), seen[p].size());
-        for (int i = 0; i < kEvents; ++i)
-            ASSERT_EQ(i, seen[p][i]) << "producer " << p;
-    }
-}
-
-TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    ACmThread* task = StartTask<TypeParam>("t-stop");
-    Gate gate;
-    gate.Block(task);
-    for (int i = 0; i < 20; ++i)
-        ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, i)));
-    EXPECT_EQ(CM_OK, task->Stop(nullptr));
-    EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 100)));
-    gate.Open();
-    EXPECT_EQ(CM_OK, task->Join());
-    std::vector<int> expected;
-    for (int i = 0; i < 20; ++i)
-        expected.push_back(i);
-    EXPECT_EQ(expected, log.Fired());
-    expected.insert(expected.begin(), 100);  // the refused one is destroyed at once
-    EXPECT_EQ(expected, log.Destroyed());
-    EXPECT_TRUE(task->GetStopFlag());
-    task->Destory(0);
-    EXPECT_TRUE(cap.contains(2, "CCmThreadTaskWithEventQueueOnly::Stop [this=0x"));
-    EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=t-stop, m_Tid="));
-}
-
-TYPED_TEST(TaskThreadTest, SendEventCrossThreadReturnsResult)
-{
-    EventLog log;
-    ACmThread* task = StartTask<TypeParam>("t-send");
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_ERROR_NOT_FOUND)));
-    EXPECT_EQ((std::vector<int>{1}), log.Fired());
-    CCmTimeValue tv(10L);
-    EXPECT_EQ(CM_OK, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2), &tv));
-    StopJoinDestroy(task);
-    EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
-}
-
-TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns)
-{
-    CmTraceCapture cap;
-    EventLog log;
-    ACmThread* task = StartTask<TypeParam>("t-sendto");
-    Gate gate;
-    gate.Block(task);
-    ThreadWaiter ran(1);
-    CCmTimeValue zero;
-    EXPECT_EQ(CM_ERROR_TIMEOUT, task->GetEventQueue()->SendEvent(
-                                    new LoggingEvent(&log, 1, CM_OK, [&] { ran.Finished(); }), &zero));
-    EXPECT_TRUE(cap.contains(1, "CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed! [this=0x"));
-    gate.Open();
-    EXPECT_TRUE(ran.WaitUntilTimeout(kWaitMs));
-    StopJoinDestroy(task);
-    EXPECT_EQ((std::vector<int>{1}), log.Fired());
-    EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
-}
-
-TYPED_TEST(TaskThreadTest, SendEventOnOwnThreadRunsInPlace)
-{
-    EventLog log;
-    ACmThread* task = StartTask<TypeParam>("t-inplace");
-    std::atomic<CmResult> inner{CM_ERROR_FAILURE};
-    std::vector<int> firedDuringOuter;
-    ThreadWaiter done(1);
-    Post(task, [&] {
-        task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));  // queued behind us
-        inner = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2, CM_ERROR_TIMEOUT));
-        firedDuringOuter = log.Fired();
-        done.Finished();
+TYPED_TEST(TaskThreadTest, ManyProducersEveryEventOnceInPerProducerOrder) {
+  const int kProducers = 4;
+  const int kEvents = 3000;
+  ACmThread* task = StartTask<TypeParam>("t-many");
+  std::vector<std::vector<int>> seen(kProducers);  // touched on the task thread only
+  ThreadWaiter done(kProducers * kEvents);
+  std::vector<std::thread> producers;
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&, p] {
+      for (int i = 0; i < kEvents; ++i) {
+        ASSERT_EQ(CM_OK, Post(task, [&, p, i] {
+                    seen[p].push_back(i);
+                    done.Finished();
+                  }));
+      }
     });
-    ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    EXPECT_EQ(CM_ERROR_TIMEOUT, inner.load());
-    EXPECT_EQ((std::vector<int>{2}), firedDuringOuter);
-    StopJoinDestroy(task);
+  }
+  for (auto& t : producers) t.join();
+  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  StopJoinDestroy(task);
+  for (int p = 0; p < kProducers; ++p) {
+    ASSERT_EQ(static_cast<size_t>(kEvents), seen[p].size());
+    for (int i = 0; i < kEvents; ++i) ASSERT_EQ(i, seen[p][i]) << "producer " << p;
+  }
 }
 
-TYPED_TEST(TaskThreadTest, JoinOnItselfFails)
-{
-    ACmThread* task = StartTask<TypeParam>("t-join");
-    std::atomic<CmResult> rv{CM_OK};
-    ThreadWaiter done(1);
-    Post(task, [&] {
-        rv = task->Join();
-        done.Finished();
-    });
-    ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    EXPECT_EQ(CM_ERROR_FAILURE, rv.load());
-    StopJoinDestroy(task);
+TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
+  CmTraceCapture cap;
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-stop");
+  Gate gate;
+  gate.Block(task);
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, i)));
+  EXPECT_EQ(CM_OK, task->Stop(nullptr));
+  EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 100)));
+  gate.Open();
+  EXPECT_EQ(CM_OK, task->Join());
+  std::vector<int> expected;
+  for (int i = 0; i < 20; ++i) expected.push_back(i);
+  EXPECT_EQ(expected, log.Fired());
+  expected.insert(expected.begin(), 100);  // the refused one is destroyed at once
+  EXPECT_EQ(expected, log.Destroyed());
+  EXPECT_TRUE(task->GetStopFlag());
+  task->Destory(0);
+  EXPECT_TRUE(cap.contains(2, "CCmThreadTaskWithEventQueueOnly::Stop [this=0x"));
+  EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=t-stop, m_Tid="));
 }
 
-TYPED_TEST(TaskThreadTest, CreateTwiceIsRefused)
-{
-    CmTraceCapture cap;
-    ACmThread* task = StartTask<TypeParam>("t-twice");
-    CM_THREAD_ID first = task->GetThreadId();
-    EXPECT_EQ(CM_ERROR_ALREADY_CREATED, task->Create("again", 1, TF_JOINABLE, false));
-    EXPECT_TRUE(cap.contains(0, "Assert failed: m_Type == TT_UNKNOWN"));
-    EXPECT_TRUE(IsThreadEqual(first, task->GetThreadId()));
-    EXPECT_STREQ("t-twice", task->GetName());
-    StopJoinDestroy(task);
+TYPED_TEST(TaskThreadTest, SendEventCrossThreadReturnsResult) {
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-send");
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_ERROR_NOT_FOUND)));
+  EXPECT_EQ((std::vector<int>{1}), log.Fired());
+  CCmTimeValue tv(10L);
+  EXPECT_EQ(CM_OK, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2), &tv));
+  StopJoinDestroy(task);
+  EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
+}
+
+TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
+  CmTraceCapture cap;
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-sendto");
+  Gate gate;
+  gate.Block(task);
+  ThreadWaiter ran(1);
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_ERROR_TIMEOUT,
+            task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_OK, [&] { ran.Finished(); }), &zero));
+  EXPECT_TRUE(cap.contains(1, "CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed! [this=0x"));
+  gate.Open();
+  EXPECT_TRUE(ran.WaitUntilTimeout(kWaitMs));
+  StopJoinDestroy(task);
+  EXPECT_EQ((std::vector<int>{1}), log.Fired());
+  EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+}
+
+TYPED_TEST(TaskThreadTest, SendEventOnOwnThreadRunsInPlace) {
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-inplace");
+  std::atomic<CmResult> inner{CM_ERROR_FAILURE};
+  std::vector<int> firedDuringOuter;
+  ThreadWaiter done(1);
+  Post(task, [&] {
+    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));  // queued behind us
+    inner = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2, CM_ERROR_TIMEOUT));
+    firedDuringOuter = log.Fired();
+    done.Finished();
+  });
+  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  EXPECT_EQ(CM_ERROR_TIMEOUT, inner.load());
+  EXPECT_EQ((std::vector<int>{2}), firedDuringOuter);
+  StopJoinDestroy(task);
+}
+
+TYPED_TEST(TaskThreadTest, JoinOnItselfFails) {
+  ACmThread* task = StartTask<TypeParam>("t-join");
+  std::atomic<CmResult> rv{CM_OK};
+  ThreadWaiter done(1);
+  Post(task, [&] {
+    rv = task->Join();
+    done.Finished();
+  });
+  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  EXPECT_EQ(CM_ERROR_FAILURE, rv.load());
+  StopJoinDestroy(task);
+}
+
+TYPED_TEST(TaskThreadTest, CreateTwiceIsRefused) {
+  CmTraceCapture cap;
+  ACmThread* task = StartTask<TypeParam>("t-twice");
+  CM_THREAD_ID first = task->GetThreadId();
+  EXPECT_EQ(CM_ERROR_ALREADY_CREATED, task->Create("again", 1, TF_JOINABLE, false));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: m_Type == TT_UNKNOWN"));
+  EXPECT_TRUE(IsThreadEqual(first, task->GetThreadId()));
+  EXPECT_STREQ("t-twice", task->GetName());
+  StopJoinDestroy(task);
 }
 
 // Counts the loop passes through the queue's hook (called once per ProcessEvents).
 std::atomic<int> g_passes{0};
-void CountPass()
-{
-    ++g_passes;
-}
+void CountPass() { ++g_passes; }
 
 class HookedTask : public CCmThreadTask {
-public:
-    void OnThreadInit() override
-    {
-        CCmThreadTask::OnThreadInit();
-        m_EventQueue.SetLoopHook(&CountPass);
-    }
+ public:
+  void OnThreadInit() override {
+    CCmThreadTask::OnThreadInit();
+    m_EventQueue.SetLoopHook(&CountPass);
+  }
 };
 class HookedEventsOnly : public CCmThreadTaskWithEventQueueOnly {
-public:
-    void OnThreadInit() override
-    {
-        CCmThreadTaskWithEventQueueOnly::OnThreadInit();
-        m_EventQueue.SetLoopHook(&CountPass);
-    }
+ public:
+  void OnThreadInit() override {
+    CCmThreadTaskWithEventQueueOnly::OnThreadInit();
+    m_EventQueue.SetLoopHook(&CountPass);
+  }
 };
 
 template <class T>
-std::vector<int> PassOfTenEvents()
-{
-    ACmThread* task = StartTask<T>("t-passes");
-    Gate gate;
-    gate.Block(task);
-    std::vector<int> pass(10, -1);
-    ThreadWaiter done(10);
-    for (int i = 0; i < 10; ++i) {
-        Post(task, [&, i] {
-            pass[i] = g_passes.load();
-            done.Finished();
-        });
-    }
-    g_passes = 0;
-    gate.Open();
-    EXPECT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    StopJoinDestroy(task);
-    return pass;
+std::vector<int> PassOfTenEvents() {
+  ACmThread* task = StartTask<T>("t-passes");
+  Gate gate;
+  gate.Block(task);
+  std::vector<int> pass(10, -1);
+  ThreadWaiter done(10);
+  for (int i = 0; i < 10; ++i) {
+    Post(task, [&, i] {
+      pass[i] = g_passes.load();
+      done.Finished();
+    });
+  }
+  g_passes = 0;
+  gate.Open();
+  EXPECT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  StopJoinDestroy(task);
+  return pass;
 }
 
-TEST(CmThreadTaskTest, TenEventsInTwoPassesOfFive)
-{
-    // The gate's own pass ends (hook: 1) before the first batch runs.
-    EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 2, 2, 2, 2, 2}), PassOfTenEvents<HookedTask>());
+TEST(CmThreadTaskTest, TenEventsInTwoPassesOfFive) {
+  // The gate's own pass ends (hook: 1) before the first batch runs.
+  EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 2, 2, 2, 2, 2}), PassOfTenEvents<HookedTask>());
 }
 
-TEST(CmThreadTaskTest, EventsOnlyThreadTakesTenInOnePass)
-{
-    EXPECT_EQ((std::vector<int>(10, 1)), PassOfTenEvents<HookedEventsOnly>());
+TEST(CmThreadTaskTest, EventsOnlyThreadTakesTenInOnePass) {
+  EXPECT_EQ((std::vector<int>(10, 1)), PassOfTenEvents<HookedEventsOnly>());
 }
 
 class CountingHandler : public ICmTimerHandler {
-public:
-    explicit CountingHandler(unsigned int expected) : waiter(expected) {}
-    void OnTimeout(const CCmTimeValue&, void* aArg) override
-    {
-        EXPECT_EQ(this, aArg);
-        thread = GetThreadSelfId();
-        ++count;
-        waiter.Finished();
-    }
-    std::atomic<int> count{0};
-    std::atomic<CM_THREAD_ID> thread{0};
-    ThreadWaiter waiter;
+ public:
+  explicit CountingHandler(unsigned int expected) : waiter(expected) {}
+  void OnTimeout(const CCmTimeValue&, void* aArg) override {
+    EXPECT_EQ(this, aArg);
+    thread = GetThreadSelfId();
+    ++count;
+    waiter.Finished();
+  }
+  std::atomic<int> count{0};
+  std::atomic<CM_THREAD_ID> thread{0};
+  ThreadWaiter waiter;
 };
 
-TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle)
-{
-    CmTraceCapture cap;
-    CCmThreadTask* task = StartTask<CCmThreadTask>("t-timer");
-    ASSERT_NE(nullptr, task->GetTimerQueue());
-    CountingHandler handler(3);
-    auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(CM_OK, task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
-        task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 20000L), 3);
-    })));
-    ASSERT_TRUE(handler.waiter.WaitUntilTimeout(kWaitMs));
-    auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, std::chrono::milliseconds(55));  // three periods of 20 ms
-    EXPECT_TRUE(IsThreadEqual(task->GetThreadId(), handler.thread.load()));
-    StopJoinDestroy(task);
-    EXPECT_EQ(3, handler.count.load());
-    EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, Begin. name=t-timer"));
-    EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, End. name=t-timer"));
+TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle) {
+  CmTraceCapture cap;
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-timer");
+  ASSERT_NE(nullptr, task->GetTimerQueue());
+  CountingHandler handler(3);
+  auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(CM_OK, task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
+    task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 20000L), 3);
+  })));
+  ASSERT_TRUE(handler.waiter.WaitUntilTimeout(kWaitMs));
+  auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(elapsed, std::chrono::milliseconds(55));  // three periods of 20 ms
+  EXPECT_TRUE(IsThreadEqual(task->GetThreadId(), handler.thread.load()));
+  StopJoinDestroy(task);
+  EXPECT_EQ(3, handler.count.load());
+  EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, Begin. name=t-timer"));
+  EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, End. name=t-timer"));
 }
 
-TEST(CmThreadTaskTest, SleepMsWithLoopZeroDiscardsPendingEvents)
-{
-    EventLog log;
-    CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep");
-    ThreadWaiter done(1);
-    Post(task, [&] {
-        task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));
-        task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 2));
-        task->SleepMsWithLoop(0);
-        done.Finished();
-    });
-    ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    StopJoinDestroy(task);
-    EXPECT_TRUE(log.Fired().empty());
-    EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
+TEST(CmThreadTaskTest, SleepMsWithLoopZeroDiscardsPendingEvents) {
+  EventLog log;
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep");
+  ThreadWaiter done(1);
+  Post(task, [&] {
+    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));
+    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 2));
+    task->SleepMsWithLoop(0);
+    done.Finished();
+  });
+  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  StopJoinDestroy(task);
+  EXPECT_TRUE(log.Fired().empty());
+  EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
 }
 
-TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsMeanwhile)
-{
-    EventLog log;
-    CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep2");
-    ThreadWaiter done(1);
-    Post(task, [&] {
-        std::thread poster([&] { task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 5)); });
-        task->SleepMsWithLoop(100);
-        poster.join();
-        done.Finished();
-    });
-    ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-    StopJoinDestroy(task);
-    EXPECT_EQ((std::vector<int>{5}), log.Fired());
+TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsMeanwhile) {
+  EventLog log;
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep2");
+  ThreadWaiter done(1);
+  Post(task, [&] {
+    std::thread poster([&] { task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 5)); });
+    task->SleepMsWithLoop(100);
+    poster.join();
+    done.Finished();
+  });
+  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
+  StopJoinDestroy(task);
+  EXPECT_EQ((std::vector<int>{5}), log.Fired());
 }
 
 class AdoptedThread : public ACmThread {
-public:
-    void OnThreadRun() override { ran = true; }
-    bool ran = false;
+ public:
+  void OnThreadRun() override { ran = true; }
+  bool ran = false;
 };
 
-TEST(CmThreadTest, TypeZeroAdoptsCallingThread)
-{
-    AdoptedThread* t = new AdoptedThread;
-    EXPECT_EQ(CM_OK, t->Create(nullptr, 0, TF_NONE, false));
-    EXPECT_TRUE(IsEqualCurrentThread(t->GetThreadId()));
-    EXPECT_STREQ("ACmThread", t->GetName());
-    EXPECT_EQ(0, t->GetThreadType());
-    EXPECT_FALSE(t->ran);
-    EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, t->Stop(nullptr));
-    EXPECT_EQ(CM_ERROR_FAILURE, t->Join());  // joining oneself
-    EXPECT_EQ(nullptr, t->GetEventQueue());
-    EXPECT_EQ(nullptr, t->GetTimerQueue());
-    t->Destory(0);
+TEST(CmThreadTest, TypeZeroAdoptsCallingThread) {
+  AdoptedThread* t = new AdoptedThread;
+  EXPECT_EQ(CM_OK, t->Create(nullptr, 0, TF_NONE, false));
+  EXPECT_TRUE(IsEqualCurrentThread(t->GetThreadId()));
+  EXPECT_STREQ("ACmThread", t->GetName());
+  EXPECT_EQ(0, t->GetThreadType());
+  EXPECT_FALSE(t->ran);
+  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, t->Stop(nullptr));
+  EXPECT_EQ(CM_ERROR_FAILURE, t->Join());  // joining oneself
+  EXPECT_EQ(nullptr, t->GetEventQueue());
+  EXPECT_EQ(nullptr, t->GetTimerQueue());
+  t->Destory(0);
 }
 
-TEST(CmThreadTest, UnknownTypeWarnsButStarts)
-{
-    CmTraceCapture cap;
-    ACmThread* task = StartTask<CCmThreadTaskWithEventQueueOnly>(nullptr, TT_UNKNOWN);
-    EXPECT_TRUE(cap.contains(1, "thread type is TT_UNKNOWN"));
-    EXPECT_STREQ("ACmThread", task->GetName());
-    StopJoinDestroy(task);
+TEST(CmThreadTest, UnknownTypeWarnsButStarts) {
+  CmTraceCapture cap;
+  ACmThread* task = StartTask<CCmThreadTaskWithEventQueueOnly>(nullptr, TT_UNKNOWN);
+  EXPECT_TRUE(cap.contains(1, "thread type is TT_UNKNOWN"));
+  EXPECT_STREQ("ACmThread", task->GetName());
+  StopJoinDestroy(task);
 }
 
 // Counts deletions, so that each ownership path can be checked to delete exactly once.
@@ -351,91 +322,83 @@ std::atomic<int> g_deleted{0};
 ThreadWaiter* g_deletedWaiter = nullptr;
 
 class CountingTask : public CCmThreadTaskWithEventQueueOnly {
-protected:
-    ~CountingTask() override
-    {
-        ++g_deleted;
-        if (g_deletedWaiter)
-            g_deletedWaiter->Finished();
-    }
+ protected:
+  ~CountingTask() override {
+    ++g_deleted;
+    if (g_deletedWaiter) g_deletedWaiter->Finished();
+  }
 };
 
 class DeleteOnceTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        g_deleted = 0;
-        g_deletedWaiter = &m_waiter;
-    }
-    void TearDown() override { g_deletedWaiter = nullptr; }
-    ThreadWaiter m_waiter{1};
+ protected:
+  void SetUp() override {
+    g_deleted = 0;
+    g_deletedWaiter = &m_waiter;
+  }
+  void TearDown() override { g_deletedWaiter = nullptr; }
+  ThreadWaiter m_waiter{1};
 };
 
-TEST_F(DeleteOnceTest, JoinableDeletedByDestory)
-{
-    CountingTask* task = new CountingTask;
-    ASSERT_EQ(CM_OK, task->Create("t-join", 1, TF_JOINABLE, false));
-    task->Stop(nullptr);
-    task->Join();
-    EXPECT_EQ(0, g_deleted.load());
-    task->Destory(0);
-    EXPECT_EQ(1, g_deleted.load());
+TEST_F(DeleteOnceTest, JoinableDeletedByDestory) {
+  CountingTask* task = new CountingTask;
+  ASSERT_EQ(CM_OK, task->Create("t-join", 1, TF_JOINABLE, false));
+  task->Stop(nullptr);
+  task->Join();
+  EXPECT_EQ(0, g_deleted.load());
+  task->Destory(0);
+  EXPECT_EQ(1, g_deleted.load());
 }
 
-TEST_F(DeleteOnceTest, DetachedDestoryBeforeEndLetsThreadDelete)
-{
-    CountingTask* task = new CountingTask;
-    ASSERT_EQ(CM_OK, task->Create("t-det", 1, TF_DETACHED, false));
-    Gate gate;
-    gate.Block(task);
-    task->Stop(nullptr);
-    task->Destory(0);  // the thread is still inside the gate
-    EXPECT_EQ(0, g_deleted.load());
-    gate.Open();
-    ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(1, g_deleted.load());
+TEST_F(DeleteOnceTest, DetachedDestoryBeforeEndLetsThreadDelete) {
+  CountingTask* task = new CountingTask;
+  ASSERT_EQ(CM_OK, task->Create("t-det", 1, TF_DETACHED, false));
+  Gate gate;
+  gate.Block(task);
+  task->Stop(nullptr);
+  task->Destory(0);  // the thread is still inside the gate
+  EXPECT_EQ(0, g_deleted.load());
+  gate.Open();
+  ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(1, g_deleted.load());
 }
 
-TEST_F(DeleteOnceTest, DetachedEndedBeforeDestoryIsDeletedByDestory)
-{
-    CountingTask* task = new CountingTask;
-    ThreadWaiter stopped(1);
-    ASSERT_EQ(CM_OK, task->Create("t-det2", 1, TF_DETACHED, false));
-    task->Stop(nullptr);
-    while (!task->GetStopFlag())  // set by the ending thread just before it leaves
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(0, g_deleted.load());
-    task->Destory(0);
-    EXPECT_EQ(1, g_deleted.load());
+TEST_F(DeleteOnceTest, DetachedEndedBeforeDestoryIsDeletedByDestory) {
+  CountingTask* task = new CountingTask;
+  ThreadWaiter stopped(1);
+  ASSERT_EQ(CM_OK, task->Create("t-det2", 1, TF_DETACHED, false));
+  task->Stop(nullptr);
+  while (!task->GetStopFlag())  // set by the ending thread just before it leaves
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_EQ(0, g_deleted.load());
+  task->Destory(0);
+  EXPECT_EQ(1, g_deleted.load());
 }
 
-TEST_F(DeleteOnceTest, LateDeleteJoinableDeletedByLastParty)
-{
-    CountingTask* task = new CountingTask;
-    task->SetLateDelete(true);
-    ASSERT_EQ(CM_OK, task->Create("t-late", 1, TF_JOINABLE, false));
-    Gate gate;
-    gate.Block(task);
-    task->Stop(nullptr);
-    task->Destory(0);  // first party: not deleted yet
-    EXPECT_EQ(0, g_deleted.load());
-    gate.Open();       // the ending thread is the second party and deletes
-    ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(1, g_deleted.load());
+TEST_F(DeleteOnceTest, LateDeleteJoinableDeletedByLastParty) {
+  CountingTask* task = new CountingTask;
+  task->SetLateDelete(true);
+  ASSERT_EQ(CM_OK, task->Create("t-late", 1, TF_JOINABLE, false));
+  Gate gate;
+  gate.Block(task);
+  task->Stop(nullptr);
+  task->Destory(0);  // first party: not deleted yet
+  EXPECT_EQ(0, g_deleted.load());
+  gate.Open();  // the ending thread is the second party and deletes
+  ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(1, g_deleted.load());
 }
 
-TEST_F(DeleteOnceTest, LateDeleteAfterJoinDeletedByDestory)
-{
-    CountingTask* task = new CountingTask;
-    task->SetLateDelete(true);
-    ASSERT_EQ(CM_OK, task->Create("t-late2", 1, TF_JOINABLE, false));
-    task->Stop(nullptr);
-    task->Join();
-    EXPECT_EQ(0, g_deleted.load());
-    task->Destory(0);
-    EXPECT_EQ(1, g_deleted.load());
+TEST_F(DeleteOnceTest, LateDeleteAfterJoinDeletedByDestory) {
+  CountingTask* task = new CountingTask;
+  task->SetLateDelete(true);
+  ASSERT_EQ(CM_OK, task->Create("t-late2", 1, TF_JOINABLE, false));
+  task->Stop(nullptr);
+  task->Join();
+  EXPECT_EQ(0, g_deleted.load());
+  task->Destory(0);
+  EXPECT_EQ(1, g_deleted.load());
 }
 
 }  // namespace

@@ -11,92 +11,86 @@ namespace {
 
 // Exposes the storage primitives of the list for direct checks.
 class OpenList : public CCmTimerQueueOrderedList {
-public:
-    OpenList() : CCmTimerQueueOrderedList(nullptr) {}
-    using CCmTimerQueueOrderedList::EraseNode_l;
-    using CCmTimerQueueOrderedList::GetEarliestTime_l;
-    using CCmTimerQueueOrderedList::PopFirstNode_l;
-    using CCmTimerQueueOrderedList::PushNode_l;
-    using CCmTimerQueueOrderedList::RePushNode_l;
-    using CCmTimerQueueOrderedList::ResetExpiredTime_l;
+ public:
+  OpenList() : CCmTimerQueueOrderedList(nullptr) {}
+  using CCmTimerQueueOrderedList::EraseNode_l;
+  using CCmTimerQueueOrderedList::GetEarliestTime_l;
+  using CCmTimerQueueOrderedList::PopFirstNode_l;
+  using CCmTimerQueueOrderedList::PushNode_l;
+  using CCmTimerQueueOrderedList::RePushNode_l;
+  using CCmTimerQueueOrderedList::ResetExpiredTime_l;
 };
 
-CCmTimerQueueBase::CNode Node(ICmTimerHandler* h, long expirySec, long intervalSec = 1)
-{
-    CCmTimerQueueBase::CNode n(h, nullptr);
-    n.m_tvExpired = CCmTimeValue(expirySec);
-    n.m_tvInterval = CCmTimeValue(intervalSec);
-    n.m_dwCount = 1;
-    return n;
+CCmTimerQueueBase::CNode Node(ICmTimerHandler* h, long expirySec, long intervalSec = 1) {
+  CCmTimerQueueBase::CNode n(h, nullptr);
+  n.m_tvExpired = CCmTimeValue(expirySec);
+  n.m_tvInterval = CCmTimeValue(intervalSec);
+  n.m_dwCount = 1;
+  return n;
 }
 
-TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst)
-{
-    FakeTimerClock clock;
-    CCmTimerQueueOrderedList queue(nullptr);
-    std::vector<Firing> log;
-    RecordingHandler a("a", &log), b("b", &log), c("c", &log);
-    queue.ScheduleTimer(&a, nullptr, CCmTimeValue(1L), 1);
-    queue.ScheduleTimer(&b, nullptr, CCmTimeValue(1L), 1);
-    queue.ScheduleTimer(&c, nullptr, CCmTimeValue(1L), 1);
-    clock.AdvanceMs(1000);
-    EXPECT_EQ(3, queue.CheckExpire());
-    ASSERT_EQ(3u, log.size());
-    EXPECT_EQ("c", log[0].name);
-    EXPECT_EQ("b", log[1].name);
-    EXPECT_EQ("a", log[2].name);
-    EXPECT_EQ(0, queue.EnsureSorted());
+TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst) {
+  FakeTimerClock clock;
+  CCmTimerQueueOrderedList queue(nullptr);
+  std::vector<Firing> log;
+  RecordingHandler a("a", &log), b("b", &log), c("c", &log);
+  queue.ScheduleTimer(&a, nullptr, CCmTimeValue(1L), 1);
+  queue.ScheduleTimer(&b, nullptr, CCmTimeValue(1L), 1);
+  queue.ScheduleTimer(&c, nullptr, CCmTimeValue(1L), 1);
+  clock.AdvanceMs(1000);
+  EXPECT_EQ(3, queue.CheckExpire());
+  ASSERT_EQ(3u, log.size());
+  EXPECT_EQ("c", log[0].name);
+  EXPECT_EQ("b", log[1].name);
+  EXPECT_EQ("a", log[2].name);
+  EXPECT_EQ(0, queue.EnsureSorted());
 }
 
-TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder)
-{
-    OpenList list;
-    RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
-    EXPECT_EQ(0, list.PushNode_l(Node(&a, 10)));
-    EXPECT_EQ(0, list.PushNode_l(Node(&b, 20)));
-    EXPECT_EQ(0, list.PushNode_l(Node(&c, 30)));
-    EXPECT_EQ(1, list.PushNode_l(Node(&c, 5)));   // moved to the front
-    EXPECT_EQ(1, list.PushNode_l(Node(&a, 40)));  // moved to the back
-    EXPECT_EQ(0, list.RePushNode_l(Node(&b, 40) /* same handler as an old node: kept */));
-    CCmTimerQueueBase::CNode n;
-    std::vector<std::pair<ICmTimerHandler*, long>> order;
-    while (list.PopFirstNode_l(n) == 0 && order.size() < 10)
-        order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
-    std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 5}, {&b, 20}, {&b, 40}, {&a, 40}};
-    EXPECT_EQ(expected, order);
+TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder) {
+  OpenList list;
+  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  EXPECT_EQ(0, list.PushNode_l(Node(&a, 10)));
+  EXPECT_EQ(0, list.PushNode_l(Node(&b, 20)));
+  EXPECT_EQ(0, list.PushNode_l(Node(&c, 30)));
+  EXPECT_EQ(1, list.PushNode_l(Node(&c, 5)));   // moved to the front
+  EXPECT_EQ(1, list.PushNode_l(Node(&a, 40)));  // moved to the back
+  EXPECT_EQ(0, list.RePushNode_l(Node(&b, 40) /* same handler as an old node: kept */));
+  CCmTimerQueueBase::CNode n;
+  std::vector<std::pair<ICmTimerHandler*, long>> order;
+  while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
+  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 5}, {&b, 20}, {&b, 40}, {&a, 40}};
+  EXPECT_EQ(expected, order);
 }
 
-TEST(CCmTimerQueueOrderedListTest, EraseAndEmptyPop)
-{
-    CmTraceCapture cap;
-    OpenList list;
-    RecordingHandler a("a", nullptr);
-    CCmTimeValue earliest;
-    EXPECT_EQ(-1, list.GetEarliestTime_l(earliest));
-    EXPECT_EQ(1, list.EraseNode_l(&a));
-    list.PushNode_l(Node(&a, 3));
-    EXPECT_EQ(0, list.GetEarliestTime_l(earliest));
-    EXPECT_EQ(CCmTimeValue(3L), earliest);
-    EXPECT_EQ(0, list.EraseNode_l(&a));
-    CCmTimerQueueBase::CNode n;
-    EXPECT_EQ(-1, list.PopFirstNode_l(n));
-    EXPECT_TRUE(cap.contains(0, "Assert failed: !m_impl->nodes.empty()"));
+TEST(CCmTimerQueueOrderedListTest, EraseAndEmptyPop) {
+  CmTraceCapture cap;
+  OpenList list;
+  RecordingHandler a("a", nullptr);
+  CCmTimeValue earliest;
+  EXPECT_EQ(-1, list.GetEarliestTime_l(earliest));
+  EXPECT_EQ(1, list.EraseNode_l(&a));
+  list.PushNode_l(Node(&a, 3));
+  EXPECT_EQ(0, list.GetEarliestTime_l(earliest));
+  EXPECT_EQ(CCmTimeValue(3L), earliest);
+  EXPECT_EQ(0, list.EraseNode_l(&a));
+  CCmTimerQueueBase::CNode n;
+  EXPECT_EQ(-1, list.PopFirstNode_l(n));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: !m_impl->nodes.empty()"));
 }
 
-TEST(CCmTimerQueueOrderedListTest, ResetExpiredTimeRebasesEveryNode)
-{
-    OpenList list;
-    RecordingHandler a("a", nullptr), b("b", nullptr);
-    list.PushNode_l(Node(&a, 100, 2));
-    list.PushNode_l(Node(&b, 200, 7));
-    list.ResetExpiredTime_l(CCmTimeValue(50L));
-    CCmTimerQueueBase::CNode n;
-    ASSERT_EQ(0, list.PopFirstNode_l(n));
-    EXPECT_EQ(&a, n.m_pEh);
-    EXPECT_EQ(CCmTimeValue(52L), n.m_tvExpired);
-    ASSERT_EQ(0, list.PopFirstNode_l(n));
-    EXPECT_EQ(&b, n.m_pEh);
-    EXPECT_EQ(CCmTimeValue(57L), n.m_tvExpired);
+TEST(CCmTimerQueueOrderedListTest, ResetExpiredTimeRebasesEveryNode) {
+  OpenList list;
+  RecordingHandler a("a", nullptr), b("b", nullptr);
+  list.PushNode_l(Node(&a, 100, 2));
+  list.PushNode_l(Node(&b, 200, 7));
+  list.ResetExpiredTime_l(CCmTimeValue(50L));
+  CCmTimerQueueBase::CNode n;
+  ASSERT_EQ(0, list.PopFirstNode_l(n));
+  EXPECT_EQ(&a, n.m_pEh);
+  EXPECT_EQ(CCmTimeValue(52L), n.m_tvExpired);
+  ASSERT_EQ(0, list.PopFirstNode_l(n));
+  EXPECT_EQ(&b, n.m_pEh);
+  EXPECT_EQ(CCmTimeValue(57L), n.m_tvExpired);
 }
 
 }  // namespace

@@ -10,94 +10,87 @@
 
 namespace {
 
-void ExpectTv(long sec, long usec, const CCmTimeValue& tv)
-{
-    EXPECT_EQ(sec, tv.GetSec());
-    EXPECT_EQ(usec, tv.GetUsec());
+void ExpectTv(long sec, long usec, const CCmTimeValue& tv) {
+  EXPECT_EQ(sec, tv.GetSec());
+  EXPECT_EQ(usec, tv.GetUsec());
 }
 
-TEST(CCmTimeValueTest, NormalisesMicrosecondsAndSigns)
-{
-    ExpectTv(2, 500000, CCmTimeValue(0L, 2500000L));
-    ExpectTv(-2, -500000, CCmTimeValue(0L, -2500000L));
-    ExpectTv(1, 500000, CCmTimeValue(2L, -500000L));
-    ExpectTv(-1, -500000, CCmTimeValue(-2L, 500000L));
-    ExpectTv(2, 500000, CCmTimeValue(1L, 1500000L));
-    ExpectTv(0, 999999, CCmTimeValue(1L, -1L));
-    ExpectTv(0, -999999, CCmTimeValue(-1L, 1L));
-    ExpectTv(0, -5, CCmTimeValue(0L, -5L));
-    ExpectTv(3, 0, CCmTimeValue(3L, 0L));
-    ExpectTv(7, 0, CCmTimeValue(7));
-    CCmTimeValue tv;
-    tv.Set(5L, 1000000L);
-    ExpectTv(6, 0, tv);
+TEST(CCmTimeValueTest, NormalisesMicrosecondsAndSigns) {
+  ExpectTv(2, 500000, CCmTimeValue(0L, 2500000L));
+  ExpectTv(-2, -500000, CCmTimeValue(0L, -2500000L));
+  ExpectTv(1, 500000, CCmTimeValue(2L, -500000L));
+  ExpectTv(-1, -500000, CCmTimeValue(-2L, 500000L));
+  ExpectTv(2, 500000, CCmTimeValue(1L, 1500000L));
+  ExpectTv(0, 999999, CCmTimeValue(1L, -1L));
+  ExpectTv(0, -999999, CCmTimeValue(-1L, 1L));
+  ExpectTv(0, -5, CCmTimeValue(0L, -5L));
+  ExpectTv(3, 0, CCmTimeValue(3L, 0L));
+  ExpectTv(7, 0, CCmTimeValue(7));
+  CCmTimeValue tv;
+  tv.Set(5L, 1000000L);
+  ExpectTv(6, 0, tv);
 }
 
-TEST(CCmTimeValueTest, FromDoubleTruncatesTowardZero)
-{
-    ExpectTv(1, 250000, CCmTimeValue(1.25));
-    ExpectTv(-1, -250000, CCmTimeValue(-1.25));
-    ExpectTv(0, 500000, CCmTimeValue(0.5));
-    timeval raw = {4, 2000001};
-    ExpectTv(6, 1, CCmTimeValue(raw));
+TEST(CCmTimeValueTest, FromDoubleTruncatesTowardZero) {
+  ExpectTv(1, 250000, CCmTimeValue(1.25));
+  ExpectTv(-1, -250000, CCmTimeValue(-1.25));
+  ExpectTv(0, 500000, CCmTimeValue(0.5));
+  timeval raw = {4, 2000001};
+  ExpectTv(6, 1, CCmTimeValue(raw));
 }
 
-TEST(CCmTimeValueTest, MillisecondConversions)
-{
-    CCmTimeValue tv;
-    tv.SetByTotalMsec(1999);
-    ExpectTv(1, 999000, tv);
-    tv.SetByTotalMsec(-1500);
-    ExpectTv(-1, -500000, tv);
-    EXPECT_EQ(1999, CCmTimeValue(1L, 999999L).GetTotalInMsec());
-    EXPECT_EQ(-1500, CCmTimeValue(-1L, -500999L).GetTotalInMsec());
+TEST(CCmTimeValueTest, MillisecondConversions) {
+  CCmTimeValue tv;
+  tv.SetByTotalMsec(1999);
+  ExpectTv(1, 999000, tv);
+  tv.SetByTotalMsec(-1500);
+  ExpectTv(-1, -500000, tv);
+  EXPECT_EQ(1999, CCmTimeValue(1L, 999999L).GetTotalInMsec());
+  EXPECT_EQ(-1500, CCmTimeValue(-1L, -500999L).GetTotalInMsec());
 }
 
-TEST(CCmTimeValueTest, ArithmeticAndOrdering)
-{
-    ExpectTv(0, 999999, CCmTimeValue(1L, 0L) - CCmTimeValue(0L, 1L));
-    ExpectTv(2, 100000, CCmTimeValue(1L, 600000L) + CCmTimeValue(0L, 500000L));
-    ExpectTv(-1, -500000, CCmTimeValue(1L, 0L) - CCmTimeValue(2L, 500000L));
-    CCmTimeValue acc(1L);
-    acc += CCmTimeValue(0L, 999999L);
-    acc -= CCmTimeValue(0L, 999999L);
-    ExpectTv(1, 0, acc);
+TEST(CCmTimeValueTest, ArithmeticAndOrdering) {
+  ExpectTv(0, 999999, CCmTimeValue(1L, 0L) - CCmTimeValue(0L, 1L));
+  ExpectTv(2, 100000, CCmTimeValue(1L, 600000L) + CCmTimeValue(0L, 500000L));
+  ExpectTv(-1, -500000, CCmTimeValue(1L, 0L) - CCmTimeValue(2L, 500000L));
+  CCmTimeValue acc(1L);
+  acc += CCmTimeValue(0L, 999999L);
+  acc -= CCmTimeValue(0L, 999999L);
+  ExpectTv(1, 0, acc);
 
-    EXPECT_TRUE(CCmTimeValue(0L, 999999L) < CCmTimeValue(1L, 0L));
-    EXPECT_TRUE(CCmTimeValue(1L, 0L) > CCmTimeValue(0L, 999999L));
-    EXPECT_TRUE(CCmTimeValue(1L, 5L) <= CCmTimeValue(1L, 5L));
-    EXPECT_TRUE(CCmTimeValue(1L, 5L) >= CCmTimeValue(1L, 5L));
-    EXPECT_TRUE(CCmTimeValue(1L, 5L) == CCmTimeValue(1L, 5L));
-    EXPECT_TRUE(CCmTimeValue(1L, 5L) != CCmTimeValue(1L, 6L));
-    EXPECT_TRUE(CCmTimeValue(-1L, -5L) < CCmTimeValue(0L, -5L));
+  EXPECT_TRUE(CCmTimeValue(0L, 999999L) < CCmTimeValue(1L, 0L));
+  EXPECT_TRUE(CCmTimeValue(1L, 0L) > CCmTimeValue(0L, 999999L));
+  EXPECT_TRUE(CCmTimeValue(1L, 5L) <= CCmTimeValue(1L, 5L));
+  EXPECT_TRUE(CCmTimeValue(1L, 5L) >= CCmTimeValue(1L, 5L));
+  EXPECT_TRUE(CCmTimeValue(1L, 5L) == CCmTimeValue(1L, 5L));
+  EXPECT_TRUE(CCmTimeValue(1L, 5L) != CCmTimeValue(1L, 6L));
+  EXPECT_TRUE(CCmTimeValue(-1L, -5L) < CCmTimeValue(0L, -5L));
 }
 
-TEST(CCmTimeValueTest, ZeroMaxAndClock)
-{
-    ExpectTv(0, 0, CCmTimeValue::get_tvZero());
-    ExpectTv(LONG_MAX, 999999, CCmTimeValue::get_tvMax());
-    timeval before;
-    gettimeofday(&before, nullptr);
-    CCmTimeValue now = CCmTimeValue::GetTimeOfDay();
-    EXPECT_GE(now.GetSec(), before.tv_sec);
-    EXPECT_LT(now.GetSec(), before.tv_sec + 5);
-    EXPECT_GE(now.GetUsec(), 0);
-    EXPECT_LE(now.GetUsec(), 999999);
+TEST(CCmTimeValueTest, ZeroMaxAndClock) {
+  ExpectTv(0, 0, CCmTimeValue::get_tvZero());
+  ExpectTv(LONG_MAX, 999999, CCmTimeValue::get_tvMax());
+  timeval before;
+  gettimeofday(&before, nullptr);
+  CCmTimeValue now = CCmTimeValue::GetTimeOfDay();
+  EXPECT_GE(now.GetSec(), before.tv_sec);
+  EXPECT_LT(now.GetSec(), before.tv_sec + 5);
+  EXPECT_GE(now.GetUsec(), 0);
+  EXPECT_LE(now.GetUsec(), 999999);
 }
 
-TEST(CCmTimeValueTest, CalendarFieldsOfTheSeconds)
-{
-    tm utc = {};
-    CCmTimeValue(86400L + 3723L, 999999L).GetUTCTime(&utc);  // 1970-01-02 01:02:03
-    EXPECT_EQ(70, utc.tm_year);
-    EXPECT_EQ(0, utc.tm_mon);
-    EXPECT_EQ(2, utc.tm_mday);
-    EXPECT_EQ(1, utc.tm_hour);
-    EXPECT_EQ(2, utc.tm_min);
-    EXPECT_EQ(3, utc.tm_sec);
-    tm local = {};
-    CCmTimeValue(0L).GetLocalTime(&local);
-    EXPECT_GE(local.tm_year, 69);
+TEST(CCmTimeValueTest, CalendarFieldsOfTheSeconds) {
+  tm utc = {};
+  CCmTimeValue(86400L + 3723L, 999999L).GetUTCTime(&utc);  // 1970-01-02 01:02:03
+  EXPECT_EQ(70, utc.tm_year);
+  EXPECT_EQ(0, utc.tm_mon);
+  EXPECT_EQ(2, utc.tm_mday);
+  EXPECT_EQ(1, utc.tm_hour);
+  EXPECT_EQ(2, utc.tm_min);
+  EXPECT_EQ(3, utc.tm_sec);
+  tm local = {};
+  CCmTimeValue(0L).GetLocalTime(&local);
+  EXPECT_GE(local.tm_year, 69);
 }
 
 }  // namespace

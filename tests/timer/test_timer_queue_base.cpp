@@ -17,244 +17,231 @@
 
 namespace {
 
-std::unique_ptr<CCmTimerQueueBase> MakeQueue(ICmObserver* observer = nullptr)
-{
-    return std::unique_ptr<CCmTimerQueueBase>(CCmTimerQueueBase::CreateTimerQueue(observer, 1));
+std::unique_ptr<CCmTimerQueueBase> MakeQueue(ICmObserver* observer = nullptr) {
+  return std::unique_ptr<CCmTimerQueueBase>(CCmTimerQueueBase::CreateTimerQueue(observer, 1));
 }
 
-TEST(CCmTimerQueueBaseTest, RefusalsCarryAssertionTexts)
-{
-    FakeTimerClock clock;
-    CmTraceCapture cap;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(nullptr, nullptr, CCmTimeValue(1L), 1));
-    EXPECT_TRUE(cap.contains(0, "Assert failed: aEh"));
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 0L), 0));
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(&h, nullptr, CCmTimeValue(-1L, 0L), 2));
-    EXPECT_TRUE(cap.contains(0, "Assert failed: aInterval > CCmTimeValue::get_tvZero() || aCount == 1"));
-    EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->CancelTimer(nullptr));
-    EXPECT_EQ(CCmTimeValue::get_tvMax(), queue->GetEarliestTime());
+TEST(CCmTimerQueueBaseTest, RefusalsCarryAssertionTexts) {
+  FakeTimerClock clock;
+  CmTraceCapture cap;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(nullptr, nullptr, CCmTimeValue(1L), 1));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: aEh"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 0L), 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->ScheduleTimer(&h, nullptr, CCmTimeValue(-1L, 0L), 2));
+  EXPECT_TRUE(cap.contains(0, "Assert failed: aInterval > CCmTimeValue::get_tvZero() || aCount == 1"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue->CancelTimer(nullptr));
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), queue->GetEarliestTime());
 }
 
-TEST(CCmTimerQueueBaseTest, OneShotZeroIntervalFiresOnceOnNextCheck)
-{
-    FakeTimerClock clock;
-    auto queue = MakeQueue();
-    std::vector<Firing> log;
-    RecordingHandler h("h", &log);
-    int arg = 0;
-    ASSERT_EQ(CM_OK, queue->ScheduleTimer(&h, &arg, CCmTimeValue(0L, 0L), 1));
-    CCmTimeValue remain;
-    EXPECT_EQ(1, queue->CheckExpire(&remain));
-    ASSERT_EQ(1u, log.size());
-    EXPECT_EQ(&arg, log[0].arg);
-    EXPECT_EQ(clock.Now(), log[0].at);
-    EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-    EXPECT_EQ(0, queue->CheckExpire(&remain));
+TEST(CCmTimerQueueBaseTest, OneShotZeroIntervalFiresOnceOnNextCheck) {
+  FakeTimerClock clock;
+  auto queue = MakeQueue();
+  std::vector<Firing> log;
+  RecordingHandler h("h", &log);
+  int arg = 0;
+  ASSERT_EQ(CM_OK, queue->ScheduleTimer(&h, &arg, CCmTimeValue(0L, 0L), 1));
+  CCmTimeValue remain;
+  EXPECT_EQ(1, queue->CheckExpire(&remain));
+  ASSERT_EQ(1u, log.size());
+  EXPECT_EQ(&arg, log[0].arg);
+  EXPECT_EQ(clock.Now(), log[0].at);
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(0, queue->CheckExpire(&remain));
 }
 
-TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs)
-{
-    FakeTimerClock clock;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    CCmTimeValue start = clock.Now();
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 250000L), 1);
-    CCmTimeValue remain, earliest;
-    EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));
-    EXPECT_EQ(CCmTimeValue(0L, 250000L), remain);
-    EXPECT_EQ(start + CCmTimeValue(0L, 250000L), earliest);
-    clock.AdvanceMs(249);
-    queue->CheckExpire(&remain, nullptr);
-    EXPECT_EQ(CCmTimeValue(0L, 1000L), remain);
-    clock.AdvanceMs(1);  // due exactly now: fires
-    EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
-    EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
+TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
+  FakeTimerClock clock;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  CCmTimeValue start = clock.Now();
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 250000L), 1);
+  CCmTimeValue remain, earliest;
+  EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));
+  EXPECT_EQ(CCmTimeValue(0L, 250000L), remain);
+  EXPECT_EQ(start + CCmTimeValue(0L, 250000L), earliest);
+  clock.AdvanceMs(249);
+  queue->CheckExpire(&remain, nullptr);
+  EXPECT_EQ(CCmTimeValue(0L, 1000L), remain);
+  clock.AdvanceMs(1);  // due exactly now: fires
+  EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
 }
 
-TEST(CCmTimerQueueBaseTest, MissedPeriodsSkippedToNextMultiple)
-{
-    FakeTimerClock clock;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    CCmTimeValue start = clock.Now();
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
-    clock.AdvanceMs(350);
-    CCmTimeValue earliest;
-    EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
-    EXPECT_EQ(1, h.Count());
-    EXPECT_EQ(start + CCmTimeValue(0L, 400000L), earliest);
-    clock.AdvanceMs(50);
-    EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
-    EXPECT_EQ(start + CCmTimeValue(0L, 500000L), earliest);
+TEST(CCmTimerQueueBaseTest, MissedPeriodsSkippedToNextMultiple) {
+  FakeTimerClock clock;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  CCmTimeValue start = clock.Now();
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
+  clock.AdvanceMs(350);
+  CCmTimeValue earliest;
+  EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
+  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ(start + CCmTimeValue(0L, 400000L), earliest);
+  clock.AdvanceMs(50);
+  EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
+  EXPECT_EQ(start + CCmTimeValue(0L, 500000L), earliest);
 }
 
-TEST(CCmTimerQueueBaseTest, CountedTimerRunsOut)
-{
-    FakeTimerClock clock;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 3);
-    CCmTimeValue remain;
-    for (int i = 0; i < 5; ++i) {
-        clock.AdvanceMs(1000);
-        queue->CheckExpire(&remain);
-    }
-    EXPECT_EQ(3, h.Count());
-    EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&h));
+TEST(CCmTimerQueueBaseTest, CountedTimerRunsOut) {
+  FakeTimerClock clock;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 3);
+  CCmTimeValue remain;
+  for (int i = 0; i < 5; ++i) {
+    clock.AdvanceMs(1000);
+    queue->CheckExpire(&remain);
+  }
+  EXPECT_EQ(3, h.Count());
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&h));
 }
 
-TEST(CCmTimerQueueBaseTest, ReplacementKeepsOneTimerWithNewValues)
-{
-    FakeTimerClock clock;
-    CountingObserver observer;
-    auto queue = MakeQueue(&observer);
-    RecordingHandler h("h", nullptr);
-    int a = 1, b = 2;
-    std::vector<Firing> log;
-    RecordingHandler g("g", &log);
-    EXPECT_EQ(CM_OK, queue->ScheduleTimer(&g, &a, CCmTimeValue(5L), 1));
-    EXPECT_EQ(1, observer.Count("TimerQueue"));
-    EXPECT_EQ(0x46004136, queue->ScheduleTimer(&g, &b, CCmTimeValue(2L), 2));
-    EXPECT_EQ(1, observer.Count("TimerQueue"));  // the queue was not empty
-    for (int i = 0; i < 6; ++i) {
-        clock.AdvanceMs(1000);
-        queue->CheckExpire();
-    }
-    ASSERT_EQ(2u, log.size());
-    EXPECT_EQ(&b, log[0].arg);
-    EXPECT_EQ(&b, log[1].arg);
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&g));
-    EXPECT_EQ(0, h.Count());
+TEST(CCmTimerQueueBaseTest, ReplacementKeepsOneTimerWithNewValues) {
+  FakeTimerClock clock;
+  CountingObserver observer;
+  auto queue = MakeQueue(&observer);
+  RecordingHandler h("h", nullptr);
+  int a = 1, b = 2;
+  std::vector<Firing> log;
+  RecordingHandler g("g", &log);
+  EXPECT_EQ(CM_OK, queue->ScheduleTimer(&g, &a, CCmTimeValue(5L), 1));
+  EXPECT_EQ(1, observer.Count("TimerQueue"));
+  EXPECT_EQ(0x46004136, queue->ScheduleTimer(&g, &b, CCmTimeValue(2L), 2));
+  EXPECT_EQ(1, observer.Count("TimerQueue"));  // the queue was not empty
+  for (int i = 0; i < 6; ++i) {
+    clock.AdvanceMs(1000);
+    queue->CheckExpire();
+  }
+  ASSERT_EQ(2u, log.size());
+  EXPECT_EQ(&b, log[0].arg);
+  EXPECT_EQ(&b, log[1].arg);
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&g));
+  EXPECT_EQ(0, h.Count());
 }
 
-TEST(CCmTimerQueueBaseTest, SelfCancelInsideOnTimeout)
-{
-    FakeTimerClock clock;
-    auto queue = MakeQueue();
-    RecordingHandler repeating("r", nullptr);
-    RecordingHandler oneShot("o", nullptr);
-    CmResult repeatingCancel = CM_ERROR_GENERIC;
-    CmResult oneShotCancel = CM_ERROR_GENERIC;
-    repeating.SetAction([&](RecordingHandler* self) { repeatingCancel = queue->CancelTimer(self); });
-    oneShot.SetAction([&](RecordingHandler* self) { oneShotCancel = queue->CancelTimer(self); });
-    queue->ScheduleTimer(&repeating, nullptr, CCmTimeValue(1L), 0);
-    queue->ScheduleTimer(&oneShot, nullptr, CCmTimeValue(1L), 1);
-    for (int i = 0; i < 3; ++i) {
-        clock.AdvanceMs(1000);
-        queue->CheckExpire();
-    }
-    EXPECT_EQ(1, repeating.Count());
-    EXPECT_EQ(1, oneShot.Count());
-    EXPECT_EQ(CM_OK, repeatingCancel);           // its node was already back in the queue
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotCancel);  // its node was gone
+TEST(CCmTimerQueueBaseTest, SelfCancelInsideOnTimeout) {
+  FakeTimerClock clock;
+  auto queue = MakeQueue();
+  RecordingHandler repeating("r", nullptr);
+  RecordingHandler oneShot("o", nullptr);
+  CmResult repeatingCancel = CM_ERROR_GENERIC;
+  CmResult oneShotCancel = CM_ERROR_GENERIC;
+  repeating.SetAction([&](RecordingHandler* self) { repeatingCancel = queue->CancelTimer(self); });
+  oneShot.SetAction([&](RecordingHandler* self) { oneShotCancel = queue->CancelTimer(self); });
+  queue->ScheduleTimer(&repeating, nullptr, CCmTimeValue(1L), 0);
+  queue->ScheduleTimer(&oneShot, nullptr, CCmTimeValue(1L), 1);
+  for (int i = 0; i < 3; ++i) {
+    clock.AdvanceMs(1000);
+    queue->CheckExpire();
+  }
+  EXPECT_EQ(1, repeating.Count());
+  EXPECT_EQ(1, oneShot.Count());
+  EXPECT_EQ(CM_OK, repeatingCancel);             // its node was already back in the queue
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotCancel);  // its node was gone
 }
 
-TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow)
-{
-    FakeTimerClock clock;
-    CmTraceCapture cap;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
-    CCmTimeValue oldExpiry = queue->GetEarliestTime();
-    clock.AdvanceMs(2L * 3600 * 1000);
-    CCmTimeValue now = clock.Now();
-    EXPECT_EQ(1, queue->CheckExpire());  // one firing, not 7200
-    EXPECT_EQ(1, h.Count());
-    EXPECT_EQ(now + CCmTimeValue(1L), queue->GetEarliestTime());
-    std::string expected = "CCmTimerQueueBase::CheckExpire local changed, m_tvExpired=" +
-                           std::to_string(oldExpiry.GetTotalInMsec()) + ", tvCur=" +
-                           std::to_string(now.GetTotalInMsec()) + " [this=0x";
-    EXPECT_TRUE(cap.contains(1, expected));
+TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
+  FakeTimerClock clock;
+  CmTraceCapture cap;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
+  CCmTimeValue oldExpiry = queue->GetEarliestTime();
+  clock.AdvanceMs(2L * 3600 * 1000);
+  CCmTimeValue now = clock.Now();
+  EXPECT_EQ(1, queue->CheckExpire());  // one firing, not 7200
+  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ(now + CCmTimeValue(1L), queue->GetEarliestTime());
+  std::string expected =
+      "CCmTimerQueueBase::CheckExpire local changed, m_tvExpired=" + std::to_string(oldExpiry.GetTotalInMsec()) +
+      ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x";
+  EXPECT_TRUE(cap.contains(1, expected));
 }
 
-TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList)
-{
-    FakeTimerClock clock;
-    CmTraceCapture cap;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
-    CCmTimeValue expiry = queue->GetEarliestTime();
-    clock.AdvanceMs(-2L * 3600 * 1000);
-    CCmTimeValue now = clock.Now();
-    CCmTimeValue remain;
-    EXPECT_EQ(0, queue->CheckExpire(&remain));
-    EXPECT_EQ(CCmTimeValue::get_tvZero(), remain);
-    std::string expected = "CCmTimerQueueBase::CheckExpire local changed, tvEarliest=" +
-                           std::to_string(expiry.GetTotalInMsec()) + ", tvCur=" +
-                           std::to_string(now.GetTotalInMsec()) + " [this=0x";
-    EXPECT_TRUE(cap.contains(1, expected));
-    // Rebased: due one interval after the new time, and then every interval.
-    EXPECT_EQ(now + CCmTimeValue(0L, 100000L), queue->GetEarliestTime());
-    cap.clear();
-    clock.AdvanceMs(100);
-    EXPECT_EQ(1, queue->CheckExpire(&remain));
-    EXPECT_EQ(CCmTimeValue(0L, 100000L), remain);
-    clock.AdvanceMs(100);
-    EXPECT_EQ(1, queue->CheckExpire());
-    EXPECT_FALSE(cap.contains("local changed"));
+TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
+  FakeTimerClock clock;
+  CmTraceCapture cap;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
+  CCmTimeValue expiry = queue->GetEarliestTime();
+  clock.AdvanceMs(-2L * 3600 * 1000);
+  CCmTimeValue now = clock.Now();
+  CCmTimeValue remain;
+  EXPECT_EQ(0, queue->CheckExpire(&remain));
+  EXPECT_EQ(CCmTimeValue::get_tvZero(), remain);
+  std::string expected =
+      "CCmTimerQueueBase::CheckExpire local changed, tvEarliest=" + std::to_string(expiry.GetTotalInMsec()) +
+      ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x";
+  EXPECT_TRUE(cap.contains(1, expected));
+  // Rebased: due one interval after the new time, and then every interval.
+  EXPECT_EQ(now + CCmTimeValue(0L, 100000L), queue->GetEarliestTime());
+  cap.clear();
+  clock.AdvanceMs(100);
+  EXPECT_EQ(1, queue->CheckExpire(&remain));
+  EXPECT_EQ(CCmTimeValue(0L, 100000L), remain);
+  clock.AdvanceMs(100);
+  EXPECT_EQ(1, queue->CheckExpire());
+  EXPECT_FALSE(cap.contains("local changed"));
 }
 
-TEST(CCmTimerQueueBaseTest, JumpsOfLessThanAnHourAreSilent)
-{
-    FakeTimerClock clock;
-    CmTraceCapture cap;
-    auto queue = MakeQueue();
-    RecordingHandler h("h", nullptr);
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
-    clock.AdvanceMs(-3599L * 1000);
-    CCmTimeValue remain;
-    EXPECT_EQ(0, queue->CheckExpire(&remain));
-    EXPECT_EQ(CCmTimeValue(3600L), remain);  // delayed by the jump, not rebased
-    clock.AdvanceMs(2 * 3599L * 1000);
-    EXPECT_EQ(1, queue->CheckExpire());
-    EXPECT_FALSE(cap.contains("local changed"));
+TEST(CCmTimerQueueBaseTest, JumpsOfLessThanAnHourAreSilent) {
+  FakeTimerClock clock;
+  CmTraceCapture cap;
+  auto queue = MakeQueue();
+  RecordingHandler h("h", nullptr);
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
+  clock.AdvanceMs(-3599L * 1000);
+  CCmTimeValue remain;
+  EXPECT_EQ(0, queue->CheckExpire(&remain));
+  EXPECT_EQ(CCmTimeValue(3600L), remain);  // delayed by the jump, not rebased
+  clock.AdvanceMs(2 * 3599L * 1000);
+  EXPECT_EQ(1, queue->CheckExpire());
+  EXPECT_FALSE(cap.contains("local changed"));
 }
 
-TEST(CCmTimerQueueBaseTest, ForeignCancelWaitsForRunningCallback)
-{
-    // Real clock: the callback runs on one thread while another cancels.
-    auto queue = MakeQueue();
-    ThreadWaiter entered(1);
-    ThreadWaiter release(1);
-    std::atomic<bool> callbackDone{false};
-    RecordingHandler h("h", nullptr);
-    h.SetAction([&](RecordingHandler*) {
-        entered.Finished();
-        release.WaitUntilTimeout(10000);
-        callbackDone = true;
-    });
-    queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 0L), 1);
-    std::thread firing([&] { queue->CheckExpire(); });
-    ASSERT_TRUE(entered.WaitUntilTimeout(10000));
-    std::thread releaser([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        release.Finished();
-    });
-    EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&h));  // one-shot: node already gone
-    EXPECT_TRUE(callbackDone.load());                        // but it waited for the callback
-    firing.join();
-    releaser.join();
+TEST(CCmTimerQueueBaseTest, ForeignCancelWaitsForRunningCallback) {
+  // Real clock: the callback runs on one thread while another cancels.
+  auto queue = MakeQueue();
+  ThreadWaiter entered(1);
+  ThreadWaiter release(1);
+  std::atomic<bool> callbackDone{false};
+  RecordingHandler h("h", nullptr);
+  h.SetAction([&](RecordingHandler*) {
+    entered.Finished();
+    release.WaitUntilTimeout(10000);
+    callbackDone = true;
+  });
+  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 0L), 1);
+  std::thread firing([&] { queue->CheckExpire(); });
+  ASSERT_TRUE(entered.WaitUntilTimeout(10000));
+  std::thread releaser([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    release.Finished();
+  });
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&h));  // one-shot: node already gone
+  EXPECT_TRUE(callbackDone.load());                       // but it waited for the callback
+  firing.join();
+  releaser.join();
 }
 
-TEST(CCmTimerQueueBaseTest, FactoryFollowsDefaultType)
-{
-    std::unique_ptr<CCmTimerQueueBase> q1(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
-    EXPECT_NE(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q1.get()));
-    EXPECT_EQ(nullptr, CCmTimerQueueBase::CreateTimerQueue(nullptr, 7));
-    cm_set_default_timer_type(2);
-    std::unique_ptr<CCmTimerQueueBase> q2(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
-    EXPECT_NE(nullptr, q2.get());
-    EXPECT_EQ(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q2.get()));
-    cm_set_default_timer_type(0);  // ignored
-    EXPECT_EQ(2u, m_defaultQueueType.load());
-    cm_set_default_timer_type(9);
-    EXPECT_EQ(nullptr, CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
-    cm_set_default_timer_type(1);
+TEST(CCmTimerQueueBaseTest, FactoryFollowsDefaultType) {
+  std::unique_ptr<CCmTimerQueueBase> q1(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
+  EXPECT_NE(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q1.get()));
+  EXPECT_EQ(nullptr, CCmTimerQueueBase::CreateTimerQueue(nullptr, 7));
+  cm_set_default_timer_type(2);
+  std::unique_ptr<CCmTimerQueueBase> q2(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
+  EXPECT_NE(nullptr, q2.get());
+  EXPECT_EQ(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q2.get()));
+  cm_set_default_timer_type(0);  // ignored
+  EXPECT_EQ(2u, m_defaultQueueType.load());
+  cm_set_default_timer_type(9);
+  EXPECT_EQ(nullptr, CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
+  cm_set_default_timer_type(1);
 }
 
 }  // namespace

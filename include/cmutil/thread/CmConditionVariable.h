@@ -15,45 +15,45 @@
 #include "cmutil/timer/CmTimeValue.h"
 
 class CM_EXPORT CCmConditionVariableThread {
-public:
-    explicit CCmConditionVariableThread(CCmMutexThread& aMutex);
-    ~CCmConditionVariableThread();
+ public:
+  explicit CCmConditionVariableThread(CCmMutexThread& aMutex);
+  ~CCmConditionVariableThread();
 
-    CCmConditionVariableThread(const CCmConditionVariableThread&) = delete;
-    CCmConditionVariableThread& operator=(const CCmConditionVariableThread&) = delete;
+  CCmConditionVariableThread(const CCmConditionVariableThread&) = delete;
+  CCmConditionVariableThread& operator=(const CCmConditionVariableThread&) = delete;
 
-    /// Wakes one waiter.
-    CmResult Signal();
-    /// Wakes all waiters.
-    CmResult Broadcast();
-    /// The caller holds the bound mutex. Waits at most the relative aTimeout (null: no
-    /// limit). CM_OK when woken (or interrupted), CM_ERROR_TIMEOUT on time-out.
-    CmResult Wait(CCmTimeValue* aTimeout = nullptr);
+  /// Wakes one waiter.
+  CmResult Signal();
+  /// Wakes all waiters.
+  CmResult Broadcast();
+  /// The caller holds the bound mutex. Waits at most the relative aTimeout (null: no
+  /// limit). CM_OK when woken (or interrupted), CM_ERROR_TIMEOUT on time-out.
+  CmResult Wait(CCmTimeValue* aTimeout = nullptr);
 
-    CCmMutexThread& GetUnderlyingMutex() { return m_MutexExternal; }
+  CCmMutexThread& GetUnderlyingMutex() { return m_MutexExternal; }
 
-private:
-    CCmMutexThread& m_MutexExternal;
-    pthread_cond_t m_Condition;
+ private:
+  CCmMutexThread& m_MutexExternal;
+  pthread_cond_t m_Condition;
 };
 
 class CM_EXPORT CCmEventThread : public CCmMutexThread {
-public:
-    CCmEventThread(bool aManualReset = false, bool aInitialState = false, const char* aName = nullptr);
-    ~CCmEventThread() override;
+ public:
+  CCmEventThread(bool aManualReset = false, bool aInitialState = false, const char* aName = nullptr);
+  ~CCmEventThread() override;
 
-    /// Returns at once (CM_OK) when signalled, consuming the signal of an auto-reset
-    /// event; otherwise one wait of at most aTimeout (null: no limit).
-    CmResult Wait(CCmTimeValue* aTimeout = nullptr);
-    /// Manual reset: signals and wakes all. Auto reset: wakes one waiter, or stays
-    /// signalled for the next Wait when nobody waits.
-    CmResult Signal();
-    /// Not supported: always CM_ERROR_FAILURE, changes nothing.
-    CmResult Reset();
+  /// Returns at once (CM_OK) when signalled, consuming the signal of an auto-reset
+  /// event; otherwise one wait of at most aTimeout (null: no limit).
+  CmResult Wait(CCmTimeValue* aTimeout = nullptr);
+  /// Manual reset: signals and wakes all. Auto reset: wakes one waiter, or stays
+  /// signalled for the next Wait when nobody waits.
+  CmResult Signal();
+  /// Not supported: always CM_ERROR_FAILURE, changes nothing.
+  CmResult Reset();
 
-private:
-    CCmConditionVariableThread m_Condition;
-    int m_bManualReset;
-    int m_bSignaled;
-    unsigned int m_nWaitingThreads;
+ private:
+  CCmConditionVariableThread m_Condition;
+  int m_bManualReset;
+  int m_bSignaled;
+  unsigned int m_nWaitingThreads;
 };

@@ -34,234 +34,226 @@
 
 /// The unit of work.
 class CM_EXPORT ICmEvent {
-public:
-    explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(GetThreadSelfId()) {}
+ public:
+  explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(GetThreadSelfId()) {}
 
-    /// Does the work, on the queue's thread.
-    virtual CmResult OnEventFire() = 0;
-    /// Called exactly once after firing, or instead of firing when discarded. Deletes the
-    /// event by default.
-    virtual void OnDestorySelf();
-    virtual ~ICmEvent();
+  /// Does the work, on the queue's thread.
+  virtual CmResult OnEventFire() = 0;
+  /// Called exactly once after firing, or instead of firing when discarded. Deletes the
+  /// event by default.
+  virtual void OnDestorySelf();
+  virtual ~ICmEvent();
 
-    unsigned int GetEventType() const { return m_dwEventType; }
+  unsigned int GetEventType() const { return m_dwEventType; }
 
-    /// Events are allocated from a recycling pool (cheap when one thread allocates and
-    /// another frees); create them with new and let OnDestorySelf delete them as usual.
-    static void* operator new(size_t aSize);
-    static void operator delete(void* aBlock, size_t aSize);
-    /// The thread that created the event.
-    CM_THREAD_ID GetOriginThreadId() const { return m_TidOrigin; }
+  /// Events are allocated from a recycling pool (cheap when one thread allocates and
+  /// another frees); create them with new and let OnDestorySelf delete them as usual.
+  static void* operator new(size_t aSize);
+  static void operator delete(void* aBlock, size_t aSize);
+  /// The thread that created the event.
+  CM_THREAD_ID GetOriginThreadId() const { return m_TidOrigin; }
 
-protected:
-    unsigned int m_dwEventType;
-    CM_THREAD_ID m_TidOrigin;
+ protected:
+  unsigned int m_dwEventType;
+  CM_THREAD_ID m_TidOrigin;
 };
 
 /// The queue interface.
 class CM_EXPORT ICmEventQueue {
-public:
-    /// Accepted and ignored by the queues here: all events go to the tail. The library
-    /// itself always posts with EPRIORITY_NORMAL (128).
-    enum EPriority {
-        EPRIORITY_HIGH = 64,
-        EPRIORITY_NORMAL = 128,
-        EPRIORITY_LOW = 192,
-    };
+ public:
+  /// Accepted and ignored by the queues here: all events go to the tail. The library
+  /// itself always posts with EPRIORITY_NORMAL (128).
+  enum EPriority {
+    EPRIORITY_HIGH = 64,
+    EPRIORITY_NORMAL = 128,
+    EPRIORITY_LOW = 192,
+  };
 
-    /// Hands aEvent over (see the ownership rules above). aSizeBefore, when given,
-    /// receives the number of pending events before this one.
-    virtual CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
-                               unsigned int* aSizeBefore = nullptr) = 0;
-    /// Runs aEvent on the queue's thread and returns its OnEventFire() result. On the
-    /// queue's own thread it runs in place at once. From another thread it blocks for at
-    /// most aTimeout (null: no limit); on time-out it returns CM_ERROR_TIMEOUT and the
-    /// event still runs later (its result is lost).
-    virtual CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) = 0;
-    /// Number of pending events, read without the lock.
-    virtual unsigned int GetPendingEventsCount() = 0;
-    virtual ~ICmEventQueue() {}
+  /// Hands aEvent over (see the ownership rules above). aSizeBefore, when given,
+  /// receives the number of pending events before this one.
+  virtual CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
+                             unsigned int* aSizeBefore = nullptr) = 0;
+  /// Runs aEvent on the queue's thread and returns its OnEventFire() result. On the
+  /// queue's own thread it runs in place at once. From another thread it blocks for at
+  /// most aTimeout (null: no limit); on time-out it returns CM_ERROR_TIMEOUT and the
+  /// event still runs later (its result is lost).
+  virtual CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) = 0;
+  /// Number of pending events, read without the lock.
+  virtual unsigned int GetPendingEventsCount() = 0;
+  virtual ~ICmEventQueue() {}
 };
 
 class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
-public:
-    /// Plain function called after each ProcessEvents batch when set; a set hook makes
-    /// ProcessEvents return CM_ERROR_ABORTED.
-    typedef void (*LoopHook)();
+ public:
+  /// Plain function called after each ProcessEvents batch when set; a set hook makes
+  /// ProcessEvents return CM_ERROR_ABORTED.
+  typedef void (*LoopHook)();
 
-    explicit CCmEventQueueBase(bool aWithMutex = false);
-    /// Discards pending events (destroyed, not fired).
-    ~CCmEventQueueBase() override;
+  explicit CCmEventQueueBase(bool aWithMutex = false);
+  /// Discards pending events (destroyed, not fired).
+  ~CCmEventQueueBase() override;
 
-    CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
-                       unsigned int* aSizeBefore = nullptr) override;
-    CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) override;
-    unsigned int GetPendingEventsCount() override { return m_dwSize.load(std::memory_order_relaxed); }
+  CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL, unsigned int* aSizeBefore = nullptr) override;
+  CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) override;
+  unsigned int GetPendingEventsCount() override { return m_dwSize.load(std::memory_order_relaxed); }
 
-    /// Owner thread only. Moves up to aMaxCount of the oldest events to the end of
-    /// aEvents (all when the queue holds at most aMaxCount; none for 0). aRemain gets
-    /// the number left. CM_ERROR_NOT_FOUND (and nothing else) on an empty queue.
-    CmResult PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount = 0xFFFFFFFFu,
-                              unsigned int* aRemain = nullptr);
-    /// Owner thread only. Fires and destroys each event in order.
-    CmResult ProcessEvents(const std::list<ICmEvent*>& aEvents);
-    /// Fires and destroys one event; events slower than s_tvReportInterval are reported.
-    CmResult ProcessOneEvent(ICmEvent* aEvent);
+  /// Owner thread only. Moves up to aMaxCount of the oldest events to the end of
+  /// aEvents (all when the queue holds at most aMaxCount; none for 0). aRemain gets
+  /// the number left. CM_ERROR_NOT_FOUND (and nothing else) on an empty queue.
+  CmResult PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount = 0xFFFFFFFFu,
+                            unsigned int* aRemain = nullptr);
+  /// Owner thread only. Fires and destroys each event in order.
+  CmResult ProcessEvents(const std::list<ICmEvent*>& aEvents);
+  /// Fires and destroys one event; events slower than s_tvReportInterval are reported.
+  CmResult ProcessOneEvent(ICmEvent* aEvent);
 
-    /// Records the calling thread as the owner (handle and name).
-    void Reset2CurrentThreadInfo();
-    /// Lets posting resume after Stop().
-    void Start();
-    /// Refuses every later post and send with CM_ERROR_NOT_INITIALIZED; pending events
-    /// stay.
-    void Stop();
-    bool IsStopped() const { return m_bIsStopped.load(std::memory_order_acquire); }
-    /// Destroys every pending event, oldest first, without firing it.
-    void DestoryPendingEvents();
+  /// Records the calling thread as the owner (handle and name).
+  void Reset2CurrentThreadInfo();
+  /// Lets posting resume after Stop().
+  void Start();
+  /// Refuses every later post and send with CM_ERROR_NOT_INITIALIZED; pending events
+  /// stay.
+  void Stop();
+  bool IsStopped() const { return m_bIsStopped.load(std::memory_order_acquire); }
+  /// Destroys every pending event, oldest first, without firing it.
+  void DestoryPendingEvents();
 
-    CM_THREAD_ID GetThreadId() const { return m_Tid.load(std::memory_order_acquire); }
-    void SetLoopHook(LoopHook aHook) { m_pLoopHook = aHook; }
+  CM_THREAD_ID GetThreadId() const { return m_Tid.load(std::memory_order_acquire); }
+  void SetLoopHook(LoopHook aHook) { m_pLoopHook = aHook; }
 
-    /// Owner thread only: takes back the (processed) nodes of aEvents for later pops, so
-    /// that a loop does not allocate list nodes per event. Leaves aEvents empty.
-    void RecycleEventList(std::list<ICmEvent*>& aEvents);
+  /// Owner thread only: takes back the (processed) nodes of aEvents for later pops, so
+  /// that a loop does not allocate list nodes per event. Leaves aEvents empty.
+  void RecycleEventList(std::list<ICmEvent*>& aEvents);
 
-    /// Firing time above which an event is reported (0.5 s).
-    static CCmTimeValue s_tvReportInterval;
+  /// Firing time above which an event is reported (0.5 s).
+  static CCmTimeValue s_tvReportInterval;
 
-protected:
-    /// True when the owner has popped events that it has not handed out yet.
-    bool HasDrainedEvents() const { return m_nDrainPos < m_vecDrain.size(); }
-    /// Fires and destroys one event; aClockUs holds the clock reading taken before it and
-    /// receives the one taken after it, so that a batch reads the clock once per event.
-    void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs);
-    void AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent);
+ protected:
+  /// True when the owner has popped events that it has not handed out yet.
+  bool HasDrainedEvents() const { return m_nDrainPos < m_vecDrain.size(); }
+  /// Fires and destroys one event; aClockUs holds the clock reading taken before it and
+  /// receives the one taken after it, so that a batch reads the clock once per event.
+  void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs);
+  void AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent);
 
-    /// List nodes kept for reuse by PopPendingEvents (owner thread only).
-    std::list<ICmEvent*> m_listSpare;
+  /// List nodes kept for reuse by PopPendingEvents (owner thread only).
+  std::list<ICmEvent*> m_listSpare;
 
-    // Members are grouped by who writes them, one cache line apart, so that posting
-    // threads and the owner do not slow each other down through shared lines.
+  // Members are grouped by who writes them, one cache line apart, so that posting
+  // threads and the owner do not slow each other down through shared lines.
 
-    /// Newest events, appended by posters under m_pMutex.
-    alignas(64) std::vector<ICmEvent*> m_vecIncoming;
-    CCmMutexThread* m_pMutex;
-    std::atomic<bool> m_bIsStopped;
-    /// Wall clock (microseconds) of the last queue-length check.
-    std::atomic<int64_t> m_llLastReportUs;
-    std::atomic<CM_THREAD_ID> m_Tid;
+  /// Newest events, appended by posters under m_pMutex.
+  alignas(64) std::vector<ICmEvent*> m_vecIncoming;
+  CCmMutexThread* m_pMutex;
+  std::atomic<bool> m_bIsStopped;
+  /// Wall clock (microseconds) of the last queue-length check.
+  std::atomic<int64_t> m_llLastReportUs;
+  std::atomic<CM_THREAD_ID> m_Tid;
 
-    /// All pending events: the undelivered drained ones plus the incoming ones.
-    alignas(64) std::atomic<unsigned int> m_dwSize;
+  /// All pending events: the undelivered drained ones plus the incoming ones.
+  alignas(64) std::atomic<unsigned int> m_dwSize;
 
-    /// Events taken over by the owner in one swap and handed out from m_nDrainPos on.
-    alignas(64) std::vector<ICmEvent*> m_vecDrain;
-    size_t m_nDrainPos;
-    bool m_bIsProcessing;
-    LoopHook m_pLoopHook;
-    char m_szThreadName[512];
+  /// Events taken over by the owner in one swap and handed out from m_nDrainPos on.
+  alignas(64) std::vector<ICmEvent*> m_vecDrain;
+  size_t m_nDrainPos;
+  bool m_bIsProcessing;
+  LoopHook m_pLoopHook;
+  char m_szThreadName[512];
 };
 
 class CM_EXPORT CCmEventQueueUsingMutex : public CCmEventQueueBase {
-public:
-    CCmEventQueueUsingMutex() : CCmEventQueueBase(true) {}
+ public:
+  CCmEventQueueUsingMutex() : CCmEventQueueBase(true) {}
 };
 
 class CM_EXPORT CCmEventQueueUsingConditionVariable : public CCmEventQueueBase {
-public:
-    CCmEventQueueUsingConditionVariable();
-    ~CCmEventQueueUsingConditionVariable() override;
+ public:
+  CCmEventQueueUsingConditionVariable();
+  ~CCmEventQueueUsingConditionVariable() override;
 
-    CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL,
-                       unsigned int* aSizeBefore = nullptr) override;
+  CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL, unsigned int* aSizeBefore = nullptr) override;
 
-    /// Owner thread only. Pops up to aMaxCount events, first waiting at most aTimeout
-    /// (null: no limit) when none is pending. An expired wait gives CM_ERROR_NOT_FOUND.
-    CmResult PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents, CCmTimeValue* aTimeout,
-                                    unsigned int aMaxCount);
+  /// Owner thread only. Pops up to aMaxCount events, first waiting at most aTimeout
+  /// (null: no limit) when none is pending. An expired wait gives CM_ERROR_NOT_FOUND.
+  CmResult PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents, CCmTimeValue* aTimeout, unsigned int aMaxCount);
 
-private:
-    CCmMutexThread m_MutexForCondition;
-    CCmConditionVariableThread m_Condition;
-    /// Set by the owner while it is about to wait or waiting.
-    alignas(64) std::atomic<bool> m_bWaiting;
+ private:
+  CCmMutexThread m_MutexForCondition;
+  CCmConditionVariableThread m_Condition;
+  /// Set by the owner while it is about to wait or waiting.
+  alignas(64) std::atomic<bool> m_bWaiting;
 };
 
 /// Wrapper that carries an event sent from a foreign thread and its result back. It
 /// passes through the queue twice: once to fire, once more to be deleted on the queue's
 /// thread.
 class CM_EXPORT CCmEventSynchronous : public ICmEvent {
-public:
-    CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue);
-    ~CCmEventSynchronous() override;
+ public:
+  CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue);
+  ~CCmEventSynchronous() override;
 
-    CmResult OnEventFire() override;
-    /// First call: destroys the wrapped event; second call: deletes the wrapper.
-    void OnDestorySelf() override;
+  CmResult OnEventFire() override;
+  /// First call: destroys the wrapped event; second call: deletes the wrapper.
+  void OnDestorySelf() override;
 
-    /// Sender side: waits for the result, then posts the wrapper again for deletion.
-    /// Do not touch the object after this returns.
-    CmResult WaitResultAndDeleteThis(CCmTimeValue* aTimeout);
+  /// Sender side: waits for the result, then posts the wrapper again for deletion.
+  /// Do not touch the object after this returns.
+  CmResult WaitResultAndDeleteThis(CCmTimeValue* aTimeout);
 
-private:
-    /// The wrapped event; taken (exchanged with null) by the first OnDestorySelf.
-    std::atomic<ICmEvent*> m_pEventPost;
-    CmResult m_Result;
-    CCmEventQueueBase* m_pEventQueue;
-    /// Number of OnDestorySelf calls so far: 1 means fired (and the wrapped event is
-    /// gone); whoever makes it 2 deletes the wrapper. Atomic because a refused second
-    /// trip runs on the sender's thread.
-    std::atomic<int> m_nDestroyCalls;
-    CCmEventThread m_SendEvent;
+ private:
+  /// The wrapped event; taken (exchanged with null) by the first OnDestorySelf.
+  std::atomic<ICmEvent*> m_pEventPost;
+  CmResult m_Result;
+  CCmEventQueueBase* m_pEventQueue;
+  /// Number of OnDestorySelf calls so far: 1 means fired (and the wrapped event is
+  /// gone); whoever makes it 2 deletes the wrapper. Atomic because a refused second
+  /// trip runs on the sender's thread.
+  std::atomic<int> m_nDestroyCalls;
+  CCmEventThread m_SendEvent;
 };
 
 /// Runs a stored callable on the queue's thread; returns CM_OK.
 template <class F>
 class CCmInvokeEvent : public ICmEvent {
-public:
-    explicit CCmInvokeEvent(F aFunc) : ICmEvent(0), m_Func(std::move(aFunc)) {}
-    CmResult OnEventFire() override
-    {
-        m_Func();
-        return CM_OK;
-    }
+ public:
+  explicit CCmInvokeEvent(F aFunc) : ICmEvent(0), m_Func(std::move(aFunc)) {}
+  CmResult OnEventFire() override {
+    m_Func();
+    return CM_OK;
+  }
 
-private:
-    F m_Func;
+ private:
+  F m_Func;
 };
 
 /// Makes a heap CCmInvokeEvent from any callable: queue->PostEvent(CmNewInvokeEvent([=]{...})).
 template <class F>
-CCmInvokeEvent<typename std::decay<F>::type>* CmNewInvokeEvent(F&& aFunc)
-{
-    return new CCmInvokeEvent<typename std::decay<F>::type>(std::forward<F>(aFunc));
+CCmInvokeEvent<typename std::decay<F>::type>* CmNewInvokeEvent(F&& aFunc) {
+  return new CCmInvokeEvent<typename std::decay<F>::type>(std::forward<F>(aFunc));
 }
 
 /// Sets the stop flag of task thread T when fired.
 template <class T>
 class CCmEventStopT : public ICmEvent {
-public:
-    explicit CCmEventStopT(T* aThread) : ICmEvent(0), m_pOwnerThread(aThread) {}
+ public:
+  explicit CCmEventStopT(T* aThread) : ICmEvent(0), m_pOwnerThread(aThread) {}
 
-    CmResult OnEventFire() override
-    {
-        if (m_pOwnerThread)
-            m_pOwnerThread->m_Stop.SetStopFlag();
-        return CM_OK;
+  CmResult OnEventFire() override {
+    if (m_pOwnerThread) m_pOwnerThread->m_Stop.SetStopFlag();
+    return CM_OK;
+  }
+
+  /// Posts a stop event (priority 128) to aThread's event queue.
+  static CmResult PostStopEvent(T* aThread) {
+    CCmEventStopT<T>* pEvent = new CCmEventStopT<T>(aThread);
+    ICmEventQueue* pQueue = aThread ? aThread->GetEventQueue() : nullptr;
+    if (!pQueue) {
+      pEvent->OnDestorySelf();
+      return CM_ERROR_NULL_POINTER;
     }
+    return pQueue->PostEvent(pEvent, ICmEventQueue::EPRIORITY_NORMAL);
+  }
 
-    /// Posts a stop event (priority 128) to aThread's event queue.
-    static CmResult PostStopEvent(T* aThread)
-    {
-        CCmEventStopT<T>* pEvent = new CCmEventStopT<T>(aThread);
-        ICmEventQueue* pQueue = aThread ? aThread->GetEventQueue() : nullptr;
-        if (!pQueue) {
-            pEvent->OnDestorySelf();
-            return CM_ERROR_NULL_POINTER;
-        }
-        return pQueue->PostEvent(pEvent, ICmEventQueue::EPRIORITY_NORMAL);
-    }
-
-private:
-    T* m_pOwnerThread;
+ private:
+  T* m_pOwnerThread;
 };

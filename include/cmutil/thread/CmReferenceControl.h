@@ -19,43 +19,41 @@
 
 template <class MutexType>
 class CCmReferenceControlT {
-public:
-    typedef MutexType MutexPolicy;
+ public:
+  typedef MutexType MutexPolicy;
 
-    CCmReferenceControlT() : m_dwReference(0) {}
-    virtual ~CCmReferenceControlT() {}
+  CCmReferenceControlT() : m_dwReference(0) {}
+  virtual ~CCmReferenceControlT() {}
 
-    CCmReferenceControlT(const CCmReferenceControlT&) = delete;
-    CCmReferenceControlT& operator=(const CCmReferenceControlT&) = delete;
+  CCmReferenceControlT(const CCmReferenceControlT&) = delete;
+  CCmReferenceControlT& operator=(const CCmReferenceControlT&) = delete;
 
-    /// Raises the count; returns the new count.
-    uint32_t AddReference() { return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1; }
+  /// Raises the count; returns the new count.
+  uint32_t AddReference() { return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1; }
 
-    /// Lowers the count; returns the new count. At zero the object destroys itself
-    /// through OnReferenceDestory(): do not touch it after a result of 0. Releasing an
-    /// object whose count is already 0 also destroys it (the count stays 0).
-    uint32_t ReleaseReference()
-    {
-        uint32_t old = m_dwReference.load(std::memory_order_relaxed);
-        while (old != 0 &&
-               !m_dwReference.compare_exchange_weak(old, old - 1, std::memory_order_acq_rel,
-                                                    std::memory_order_relaxed)) {
-        }
-        if (old <= 1) {
-            std::atomic_thread_fence(std::memory_order_acquire);
-            OnReferenceDestory();
-            return 0;
-        }
-        return old - 1;
+  /// Lowers the count; returns the new count. At zero the object destroys itself
+  /// through OnReferenceDestory(): do not touch it after a result of 0. Releasing an
+  /// object whose count is already 0 also destroys it (the count stays 0).
+  uint32_t ReleaseReference() {
+    uint32_t old = m_dwReference.load(std::memory_order_relaxed);
+    while (old != 0 &&
+           !m_dwReference.compare_exchange_weak(old, old - 1, std::memory_order_acq_rel, std::memory_order_relaxed)) {
     }
+    if (old <= 1) {
+      std::atomic_thread_fence(std::memory_order_acquire);
+      OnReferenceDestory();
+      return 0;
+    }
+    return old - 1;
+  }
 
-    /// Current count (a snapshot when other threads hold references).
-    uint32_t GetReference() const { return m_dwReference.load(std::memory_order_relaxed); }
+  /// Current count (a snapshot when other threads hold references).
+  uint32_t GetReference() const { return m_dwReference.load(std::memory_order_relaxed); }
 
-protected:
-    /// Called once when the count reaches zero; deletes the object.
-    virtual void OnReferenceDestory() { delete this; }
+ protected:
+  /// Called once when the count reaches zero; deletes the object.
+  virtual void OnReferenceDestory() { delete this; }
 
-private:
-    std::atomic<uint32_t> m_dwReference;
+ private:
+  std::atomic<uint32_t> m_dwReference;
 };

@@ -7,20 +7,20 @@
 #include "cmutil/base/CmExport.h"
 
 class CM_EXPORT CCmSemaphore {
-public:
-    CCmSemaphore(long aInitialCount = 0, const char* aName = nullptr, long aMaximumCount = 0x7fffffff);
-    ~CCmSemaphore();
+ public:
+  CCmSemaphore(long aInitialCount = 0, const char* aName = nullptr, long aMaximumCount = 0x7fffffff);
+  ~CCmSemaphore();
 
-    CCmSemaphore(const CCmSemaphore&) = delete;
-    CCmSemaphore& operator=(const CCmSemaphore&) = delete;
+  CCmSemaphore(const CCmSemaphore&) = delete;
+  CCmSemaphore& operator=(const CCmSemaphore&) = delete;
 
-    /// Waits without limit for a count. CM_ERROR_FAILURE (traced) without a semaphore.
-    CmResult Lock();
-    /// Same as PostN(1).
-    CmResult UnLock();
-    /// Adds n counts; nothing for n <= 0. CM_ERROR_FAILURE (traced) without a semaphore.
-    CmResult PostN(long aCount);
+  /// Waits without limit for a count. CM_ERROR_FAILURE (traced) without a semaphore.
+  CmResult Lock();
+  /// Same as PostN(1).
+  CmResult UnLock();
+  /// Adds n counts; nothing for n <= 0. CM_ERROR_FAILURE (traced) without a semaphore.
+  CmResult PostN(long aCount);
 
-private:
-    void* m_pSemaphore;
+ private:
+  void* m_pSemaphore;
 };

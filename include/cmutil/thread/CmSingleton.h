@@ -22,50 +22,49 @@ CM_EXPORT CCmMutexThreadRecursive& CmGetSingletonMutex();
 
 /// Base of objects destroyed together at shutdown.
 class CM_EXPORT CCmCleanUpBase {
-public:
-    /// Puts the object at the head of the clean-up list, under the singleton mutex.
-    CCmCleanUpBase();
-    virtual ~CCmCleanUpBase();
+ public:
+  /// Puts the object at the head of the clean-up list, under the singleton mutex.
+  CCmCleanUpBase();
+  virtual ~CCmCleanUpBase();
 
-    CCmCleanUpBase(const CCmCleanUpBase&) = delete;
-    CCmCleanUpBase& operator=(const CCmCleanUpBase&) = delete;
+  CCmCleanUpBase(const CCmCleanUpBase&) = delete;
+  CCmCleanUpBase& operator=(const CCmCleanUpBase&) = delete;
 
-    /// Destroys the object through its virtual destructor.
-    virtual void CleanUp();
+  /// Destroys the object through its virtual destructor.
+  virtual void CleanUp();
 
-    /// Cleans up every registered object, most recently registered first, and empties the
-    /// list. Runs under the singleton mutex; call it once at shutdown, when no other
-    /// thread uses the objects any more.
-    static void CleanupAll();
+  /// Cleans up every registered object, most recently registered first, and empties the
+  /// list. Runs under the singleton mutex; call it once at shutdown, when no other
+  /// thread uses the objects any more.
+  static void CleanupAll();
 
-private:
-    CCmCleanUpBase* m_pNext;
-    static CCmCleanUpBase* s_pHeader;
+ private:
+  CCmCleanUpBase* m_pNext;
+  static CCmCleanUpBase* s_pHeader;
 };
 
 /// One lazily created T per process, destroyed by CCmCleanUpBase::CleanupAll().
 template <class T>
 class CM_EXPORT CCmSingletonT : public CCmCleanUpBase {
-public:
-    /// The instance, created on first use. Null (with an assertion report) if it could
-    /// not be allocated.
-    static T* Instance()
-    {
-        if (!m_psInstance.load(std::memory_order_acquire)) {
-            CCmMutexGuardT<CCmMutexThreadRecursive> guard(CmGetSingletonMutex());
-            if (!m_psInstance.load(std::memory_order_relaxed))
-                m_psInstance.store(new (std::nothrow) CCmSingletonT<T>, std::memory_order_release);
-        }
-        CM_ASSERTE_RETURN(m_psInstance, nullptr);
-        return &m_psInstance.load(std::memory_order_acquire)->m_Instance;
+ public:
+  /// The instance, created on first use. Null (with an assertion report) if it could
+  /// not be allocated.
+  static T* Instance() {
+    if (!m_psInstance.load(std::memory_order_acquire)) {
+      CCmMutexGuardT<CCmMutexThreadRecursive> guard(CmGetSingletonMutex());
+      if (!m_psInstance.load(std::memory_order_relaxed))
+        m_psInstance.store(new (std::nothrow) CCmSingletonT<T>, std::memory_order_release);
     }
+    CM_ASSERTE_RETURN(m_psInstance, nullptr);
+    return &m_psInstance.load(std::memory_order_acquire)->m_Instance;
+  }
 
-protected:
-    CCmSingletonT() {}
-    ~CCmSingletonT() override { m_psInstance.store(nullptr, std::memory_order_release); }
+ protected:
+  CCmSingletonT() {}
+  ~CCmSingletonT() override { m_psInstance.store(nullptr, std::memory_order_release); }
 
-    T m_Instance;
-    static std::atomic<CCmSingletonT<T>*> m_psInstance;
+  T m_Instance;
+  static std::atomic<CCmSingletonT<T>*> m_psInstance;
 };
 
 template <class T>

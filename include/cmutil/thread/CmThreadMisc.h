@@ -28,60 +28,54 @@ CM_EXPORT bool IsEqualCurrentThread(CM_THREAD_ID aThread);
 
 /// Records the thread that owns an object.
 class CM_EXPORT CCmEnsureSingleThread {
-public:
-    /// Records the constructing thread.
-    CCmEnsureSingleThread();
+ public:
+  /// Records the constructing thread.
+  CCmEnsureSingleThread();
 
-    /// Check hook for single-thread operations; free of cost, does nothing.
-    void EnsureSingleThread() const {}
+  /// Check hook for single-thread operations; free of cost, does nothing.
+  void EnsureSingleThread() const {}
 
-    /// Records the calling thread again (handle and name).
-    void Reset2CurrentThreadInfo();
-    /// Replaces the recorded handle only.
-    void Reset2ThreadId(CM_THREAD_ID aThreadId) { m_ThreadIdOpen = aThreadId; }
+  /// Records the calling thread again (handle and name).
+  void Reset2CurrentThreadInfo();
+  /// Replaces the recorded handle only.
+  void Reset2ThreadId(CM_THREAD_ID aThreadId) { m_ThreadIdOpen = aThreadId; }
 
-    CM_THREAD_ID GetOwnerThreadId() const { return m_ThreadIdOpen; }
-    const char* GetOwnerThreadName() const { return m_szThreadName; }
+  CM_THREAD_ID GetOwnerThreadId() const { return m_ThreadIdOpen; }
+  const char* GetOwnerThreadName() const { return m_szThreadName; }
 
-protected:
-    CM_THREAD_ID m_ThreadIdOpen;
-    char m_szThreadName[512];
+ protected:
+  CM_THREAD_ID m_ThreadIdOpen;
+  char m_szThreadName[512];
 };
 
 /// Stop state of a loop: starts stopped; owned by one thread, readable from any.
 class CM_EXPORT CCmStopFlag : public CCmEnsureSingleThread {
-public:
-    CCmStopFlag();
-    ~CCmStopFlag();
+ public:
+  CCmStopFlag();
+  ~CCmStopFlag();
 
-    CCmStopFlag(const CCmStopFlag&) = delete;
-    CCmStopFlag& operator=(const CCmStopFlag&) = delete;
+  CCmStopFlag(const CCmStopFlag&) = delete;
+  CCmStopFlag& operator=(const CCmStopFlag&) = delete;
 
-    void SetStartFlag()
-    {
-        EnsureSingleThread();
-        SetStopFlagWithoutThreadCheck(false);
-    }
-    void SetStopFlag()
-    {
-        EnsureSingleThread();
-        SetStopFlagWithoutThreadCheck(true);
-    }
-    bool IsFlagStopped() const
-    {
-        EnsureSingleThread();
-        return IsFlagStoppedWithoutThreadCheck();
-    }
-    bool IsFlagStoppedWithoutThreadCheck() const
-    {
-        return m_pbStopped ? m_pbStopped->load(std::memory_order_acquire) != 0 : true;
-    }
-    void SetStopFlagWithoutThreadCheck(bool aStopped)
-    {
-        if (m_pbStopped)
-            m_pbStopped->exchange(aStopped ? 1 : 0, std::memory_order_acq_rel);
-    }
+  void SetStartFlag() {
+    EnsureSingleThread();
+    SetStopFlagWithoutThreadCheck(false);
+  }
+  void SetStopFlag() {
+    EnsureSingleThread();
+    SetStopFlagWithoutThreadCheck(true);
+  }
+  bool IsFlagStopped() const {
+    EnsureSingleThread();
+    return IsFlagStoppedWithoutThreadCheck();
+  }
+  bool IsFlagStoppedWithoutThreadCheck() const {
+    return m_pbStopped ? m_pbStopped->load(std::memory_order_acquire) != 0 : true;
+  }
+  void SetStopFlagWithoutThreadCheck(bool aStopped) {
+    if (m_pbStopped) m_pbStopped->exchange(aStopped ? 1 : 0, std::memory_order_acq_rel);
+  }
 
-private:
-    std::atomic<uint8_t>* m_pbStopped;
+ private:
+  std::atomic<uint8_t>* m_pbStopped;
 };

@@ -14,14 +14,14 @@
 #include "cmutil/base/CmExport.h"
 #include "cmutil/thread/CmThread.h"
 
-typedef CmResult (*PFN_CreateUserTaskThread)(const char* aName, ACmThread*& aThread, TFlag aFlag,
-                                             bool aWithTimerQueue, TType aType);
+typedef CmResult (*PFN_CreateUserTaskThread)(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aWithTimerQueue,
+                                             TType aType);
 
 /// Creates a CCmThreadTask (aWithTimerQueue) or a CCmThreadTaskWithEventQueueOnly,
 /// registered, and stores it in aThread on success. On failure the object is destroyed
 /// and the Create result returned.
-CM_EXPORT CmResult do_CreateUserTaskThread(const char* aName, ACmThread*& aThread, TFlag aFlag,
-                                           bool aWithTimerQueue, TType aType);
+CM_EXPORT CmResult do_CreateUserTaskThread(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aWithTimerQueue,
+                                           TType aType);
 /// Calls the current factory.
 CM_EXPORT CmResult CreateUserTaskThread(const char* aName, ACmThread*& aThread, TFlag aFlag = TF_JOINABLE,
                                         bool aWithTimerQueue = true, TType aType = TT_UNKNOWN);
@@ -32,23 +32,23 @@ CM_EXPORT PFN_CreateUserTaskThread setCreateUserTaskThread(PFN_CreateUserTaskThr
 CM_EXPORT extern std::atomic<PFN_CreateUserTaskThread> p_CreateUserTaskThread;
 
 class CM_EXPORT ACmThreadSingletonFactory {
-public:
-    static ACmThreadSingletonFactory* Instance();
+ public:
+  static ACmThreadSingletonFactory* Instance();
 
-    ACmThreadSingletonFactory();
-    ~ACmThreadSingletonFactory();
+  ACmThreadSingletonFactory();
+  ~ACmThreadSingletonFactory();
 
-    ACmThreadSingletonFactory(const ACmThreadSingletonFactory&) = delete;
-    ACmThreadSingletonFactory& operator=(const ACmThreadSingletonFactory&) = delete;
+  ACmThreadSingletonFactory(const ACmThreadSingletonFactory&) = delete;
+  ACmThreadSingletonFactory& operator=(const ACmThreadSingletonFactory&) = delete;
 
-    /// The shared thread of aName, created (joinable, with timers, type -1) on first use.
-    /// CM_ERROR_INVALID_ARG for a null name.
-    CmResult GetSingletonThread(const char* aName, ACmThread*& aThread);
-    /// Drops one use; the last one stops, joins and destroys the thread. A wrong thread
-    /// or unknown name changes nothing.
-    void ResleseSingletonThread(const char* aName, ACmThread* aThread);
+  /// The shared thread of aName, created (joinable, with timers, type -1) on first use.
+  /// CM_ERROR_INVALID_ARG for a null name.
+  CmResult GetSingletonThread(const char* aName, ACmThread*& aThread);
+  /// Drops one use; the last one stops, joins and destroys the thread. A wrong thread
+  /// or unknown name changes nothing.
+  void ResleseSingletonThread(const char* aName, ACmThread* aThread);
 
-private:
-    struct Impl;
-    Impl* m_pImpl;
+ private:
+  struct Impl;
+  Impl* m_pImpl;
 };

@@ -20,41 +20,41 @@
 #include "cmutil/timer/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmThreadTaskWithEventQueueOnly : public ACmThread {
-public:
-    CCmThreadTaskWithEventQueueOnly();
+ public:
+  CCmThreadTaskWithEventQueueOnly();
 
-    /// Posts the stop event, then stops the queue. Returns the post's result; aTimeout is
-    /// not used. Any thread.
-    CmResult Stop(CCmTimeValue* aTimeout = nullptr) override;
-    void OnThreadInit() override;
-    void OnThreadRun() override;
-    ICmEventQueue* GetEventQueue() override;
+  /// Posts the stop event, then stops the queue. Returns the post's result; aTimeout is
+  /// not used. Any thread.
+  CmResult Stop(CCmTimeValue* aTimeout = nullptr) override;
+  void OnThreadInit() override;
+  void OnThreadRun() override;
+  ICmEventQueue* GetEventQueue() override;
 
-protected:
-    ~CCmThreadTaskWithEventQueueOnly() override;
+ protected:
+  ~CCmThreadTaskWithEventQueueOnly() override;
 
-    friend class CCmEventStopT<CCmThreadTaskWithEventQueueOnly>;
+  friend class CCmEventStopT<CCmThreadTaskWithEventQueueOnly>;
 
-    /// The loop's own stop flag, set by the stop event.
-    CCmStopFlag m_Stop;
-    CCmEventQueueUsingConditionVariable m_EventQueue;
+  /// The loop's own stop flag, set by the stop event.
+  CCmStopFlag m_Stop;
+  CCmEventQueueUsingConditionVariable m_EventQueue;
 };
 
 class CM_EXPORT CCmThreadTask : public CCmThreadTaskWithEventQueueOnly {
-public:
-    CCmThreadTask();
+ public:
+  CCmThreadTask();
 
-    void OnThreadInit() override;
-    void OnThreadRun() override;
-    /// The thread's timer queue; null before the thread started.
-    ICmTimerQueue* GetTimerQueue() override;
+  void OnThreadInit() override;
+  void OnThreadRun() override;
+  /// The thread's timer queue; null before the thread started.
+  ICmTimerQueue* GetTimerQueue() override;
 
-    /// Task thread only: waits aMs milliseconds while still running events (timers are
-    /// not served meanwhile), then destroys the events still pending at that moment.
-    void SleepMsWithLoop(unsigned int aMs);
+  /// Task thread only: waits aMs milliseconds while still running events (timers are
+  /// not served meanwhile), then destroys the events still pending at that moment.
+  void SleepMsWithLoop(unsigned int aMs);
 
-protected:
-    ~CCmThreadTask() override;
+ protected:
+  ~CCmThreadTask() override;
 
-    CCmTimerQueueBase* m_pTimerQueue;
+  CCmTimerQueueBase* m_pTimerQueue;
 };

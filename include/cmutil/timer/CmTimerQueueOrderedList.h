@@ -12,21 +12,21 @@
 #include "cmutil/timer/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerQueueOrderedList : public CCmTimerQueueBase {
-public:
-    explicit CCmTimerQueueOrderedList(ICmObserver* aObserver);
-    ~CCmTimerQueueOrderedList() override;
+ public:
+  explicit CCmTimerQueueOrderedList(ICmObserver* aObserver);
+  ~CCmTimerQueueOrderedList() override;
 
-    /// The list is always sorted: does nothing, returns 0.
-    int EnsureSorted();
+  /// The list is always sorted: does nothing, returns 0.
+  int EnsureSorted();
 
-protected:
-    int PushNode_l(const CNode& aNode) override;
-    int EraseNode_l(ICmTimerHandler* aEh) override;
-    int RePushNode_l(const CNode& aNode) override;
-    int PopFirstNode_l(CNode& aNode) override;
-    int GetEarliestTime_l(CCmTimeValue& aEarliest) const override;
-    int ResetExpiredTime_l(const CCmTimeValue& aCurTime) override;
+ protected:
+  int PushNode_l(const CNode& aNode) override;
+  int EraseNode_l(ICmTimerHandler* aEh) override;
+  int RePushNode_l(const CNode& aNode) override;
+  int PopFirstNode_l(CNode& aNode) override;
+  int GetEarliestTime_l(CCmTimeValue& aEarliest) const override;
+  int ResetExpiredTime_l(const CCmTimeValue& aCurTime) override;
 
-    struct Impl;
-    std::unique_ptr<Impl> m_impl;
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
 };
