@@ -35,12 +35,13 @@ class CCmReferenceControlT {
   /// through OnReferenceDestory(): do not touch it after a result of 0. Releasing an
   /// object whose count is already 0 also destroys it (the count stays 0).
   uint32_t ReleaseReference() {
-    uint32_t old = m_dwReference.load(std::memory_order_relaxed);
+    // Acquire on every path (the CAS, and the loads that precede and follow a failed one)
+    // so that the releasing thread sees all writes of the other holders before deleting.
+    uint32_t old = m_dwReference.load(std::memory_order_acquire);
     while (old != 0 &&
-           !m_dwReference.compare_exchange_weak(old, old - 1, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+           !m_dwReference.compare_exchange_weak(old, old - 1, std::memory_order_acq_rel, std::memory_order_acquire)) {
     }
     if (old <= 1) {
-      std::atomic_thread_fence(std::memory_order_acquire);
       OnReferenceDestory();
       return 0;
     }
