@@ -6,10 +6,13 @@
 #include "cmutil/config/CmJson.h"
 
 #include <strings.h>
+#include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
@@ -83,6 +86,7 @@ const Value& Array::operator[](size_t i) const {
 }
 
 void Array::push_back(const Value& v) { m_values.push_back(v); }
+void Array::reserve(size_t n) { m_values.reserve(n); }
 void Array::push_back(Value&& v) { m_values.push_back(std::move(v)); }
 
 void Array::insert(size_t pos, const Value& v) {
@@ -121,6 +125,10 @@ Object::~Object() = default;
 
 Value& Object::operator[](const std::string& key) { return m_members[key]; }
 Value& Object::operator[](const char* key) { return m_members[key ? std::string(key) : std::string()]; }
+
+void Object::Set(std::string&& key, Value&& value) {
+  m_members.insert_or_assign(m_members.end(), std::move(key), std::move(value));
+}
 
 int Object::HasKeys(const char** keys, int count) const {
   if (!keys || count <= 0) return -1;
@@ -179,19 +187,55 @@ Value::Value(const std::string& s) : m_type(kString), m_string(s) {}
 
 Value::Value(std::string&& s) : m_type(kString), m_string(std::move(s)) {}
 
-Value::Value(const Object& o) : m_type(kObject), m_object(o) {}
+Value::Value(const Object& o) : m_type(kObject), m_object(new Object(o)) {}
 
-Value::Value(Object&& o) : m_type(kObject), m_object(std::move(o)) {}
+Value::Value(Object&& o) : m_type(kObject), m_object(new Object(std::move(o))) {}
 
-Value::Value(const Array& a) : m_type(kArray), m_array(a) {}
+Value::Value(const Array& a) : m_type(kArray), m_array(new Array(a)) {}
 
-Value::Value(Array&& a) : m_type(kArray), m_array(std::move(a)) {}
+Value::Value(Array&& a) : m_type(kArray), m_array(new Array(std::move(a))) {}
 
-Value::Value(const Value&) = default;
+Value::Value(const Value& o)
+    : m_type(o.m_type),
+      m_int(o.m_int),
+      m_float(o.m_float),
+      m_double(o.m_double),
+      m_string(o.m_string),
+      m_object(o.m_object ? new Object(*o.m_object) : nullptr),
+      m_array(o.m_array ? new Array(*o.m_array) : nullptr),
+      m_bool(o.m_bool),
+      m_uint(o.m_uint),
+      m_int64(o.m_int64) {}
 Value::Value(Value&&) noexcept = default;
-Value& Value::operator=(const Value&) = default;
+Value& Value::operator=(const Value& o) {
+  if (this != &o) {
+    Value copy(o);
+    *this = std::move(copy);
+  }
+  return *this;
+}
 Value& Value::operator=(Value&&) noexcept = default;
 Value::~Value() = default;
+
+Object& Value::obj() {
+  if (!m_object) m_object.reset(new Object);
+  return *m_object;
+}
+
+const Object& Value::cobj() const {
+  static const Object s_empty;
+  return m_object ? *m_object : s_empty;
+}
+
+Array& Value::arr() {
+  if (!m_array) m_array.reset(new Array);
+  return *m_array;
+}
+
+const Array& Value::carr() const {
+  static const Array s_empty;
+  return m_array ? *m_array : s_empty;
+}
 
 bool Value::IsNumeric() const {
   return m_type == kInt || m_type == kInt64 || m_type == kFloat || m_type == kDouble || m_type == kUInt;
@@ -234,17 +278,17 @@ const std::string& Value::ToString() const {
 
 Object Value::ToObject() const {
   CM_JSON_REQUIRE(m_type == kObject);
-  return m_object;
+  return cobj();
 }
 
 Array Value::ToArray() const {
   CM_JSON_REQUIRE(m_type == kArray);
-  return m_array;
+  return carr();
 }
 
 size_t Value::size() const {
-  if (m_type == kObject) return m_object.size();
-  if (m_type == kArray) return m_array.size();
+  if (m_type == kObject) return cobj().size();
+  if (m_type == kArray) return carr().size();
   return 1;
 }
 
@@ -255,7 +299,7 @@ Value& Value::operator[](unsigned long i) {
     CM_ASSERTE(m_type == kArray);
     return scratch_null();
   }
-  return m_array[i];
+  return arr()[i];
 }
 
 const Value& Value::operator[](unsigned long i) const {
@@ -263,33 +307,33 @@ const Value& Value::operator[](unsigned long i) const {
     CM_ASSERTE(m_type == kArray);
     return scratch_null();
   }
-  return m_array[i];
+  return carr()[i];
 }
 
 Value& Value::operator[](const char* key) {
   if (m_type == kNull) {
     m_type = kObject;
-    m_object.Clear();
+    obj().Clear();
   }
   if (m_type != kObject) {
     CM_ASSERTE(m_type == kObject);
     return scratch_null();
   }
-  return m_object[key];
+  return obj()[key];
 }
 
 Value& Value::operator[](const std::string& key) { return (*this)[key.c_str()]; }
 
 int Value::HasKeys(const char** keys, int count) const {
   if (m_type != kObject) return -1;
-  return m_object.HasKeys(keys, count);
+  return cobj().HasKeys(keys, count);
 }
 
 void Value::MergeValue(const Value& other) {
   if (m_type == kObject && other.m_type == kObject) {
-    for (const auto& kv : other.m_object) m_object[kv.first] = kv.second;
+    for (const auto& kv : other.cobj()) obj()[kv.first] = kv.second;
   } else if (m_type == kArray && other.m_type == kArray) {
-    for (const auto& v : other.m_array) m_array.push_back(v);
+    for (const auto& v : other.carr()) arr().push_back(v);
   } else {
     *this = other;
   }
@@ -315,17 +359,21 @@ bool operator==(const Value& a, const Value& b) {
     case kUInt:
       return a.m_uint == b.m_uint;
     case kObject: {
-      if (a.m_object.size() != b.m_object.size()) return false;
-      auto ib = b.m_object.begin();
-      for (auto ia = a.m_object.begin(); ia != a.m_object.end(); ++ia, ++ib) {
+      const Object& oa = a.cobj();
+      const Object& ob = b.cobj();
+      if (oa.size() != ob.size()) return false;
+      auto ib = ob.begin();
+      for (auto ia = oa.begin(); ia != oa.end(); ++ia, ++ib) {
         if (ia->first != ib->first || !(ia->second == ib->second)) return false;
       }
       return true;
     }
     case kArray: {
-      if (a.m_array.size() != b.m_array.size()) return false;
-      for (size_t i = 0; i < a.m_array.size(); ++i)
-        if (!(a.m_array[i] == b.m_array[i])) return false;
+      const Array& xa = a.carr();
+      const Array& xb = b.carr();
+      if (xa.size() != xb.size()) return false;
+      for (size_t i = 0; i < xa.size(); ++i)
+        if (!(xa[i] == xb[i])) return false;
       return true;
     }
     default:
@@ -362,10 +410,10 @@ class Writer {
         n = snprintf(buf, sizeof(buf), "%f", v.m_double);
         break;
       case kObject:
-        WriteObject(out, v.m_object);
+        WriteObject(out, v.cobj());
         return;
       case kArray:
-        WriteArray(out, v.m_array);
+        WriteArray(out, v.carr());
         return;
       case kBool:
         out += v.m_bool ? "true" : "false";
@@ -585,7 +633,7 @@ class Parser {
       Value v;
       const char* rest = nullptr;
       if (!ParseValue(colon + 1, e, v, rest)) return false;
-      obj[std::string(q1 + 1, q2)] = std::move(v);
+      obj.Set(std::string(q1 + 1, q2), std::move(v));
       b = rest;
     }
     if (!m_stack.empty() && m_stack.back() == kStackObject) m_stack.pop_back();
@@ -593,10 +641,36 @@ class Parser {
     return true;
   }
 
+  // Number of top-level pieces of an array's content (an upper bound of its elements).
+  static size_t CountPieces(const char* b, const char* e) {
+    size_t pieces = 1;
+    int depth = 0;
+    bool inString = false;
+    for (const char* p = b; p < e; ++p) {
+      char c = *p;
+      if (inString) {
+        if (c == '\\')
+          ++p;
+        else if (c == '"')
+          inString = false;
+      } else if (c == '"') {
+        inString = true;
+      } else if (c == '[' || c == '{') {
+        ++depth;
+      } else if (c == ']' || c == '}') {
+        --depth;
+      } else if (c == ',' && depth == 0) {
+        ++pieces;
+      }
+    }
+    return pieces;
+  }
+
   bool ParseArray(const char* b, const char* e, Value& out) {
     ++b;
     --e;
     Array arr;
+    if (e - b > 256) arr.reserve(CountPieces(b, e));
     const char* piece = b;
     int depth = 0;
     bool inString = false;
@@ -666,6 +740,72 @@ class Parser {
     return ParseToken(b, e, out, rest);
   }
 
+  // Decimal conversion of the token; the fast conversion is used only where it gives
+  // exactly what strtod gives (no hexadecimal form, no leading '+', no range error).
+  double ToDouble(const char* t, size_t n) {
+    if (n && t[0] != '+' && !memchr(t, 'x', n) && !memchr(t, 'X', n)) {
+      double d = 0;
+      auto r = std::from_chars(t, t + n, d);
+      if (r.ec == std::errc() && r.ptr != t) return d;
+    }
+    return strtod(t, nullptr);
+  }
+
+  static bool LiteralIs(const char* t, size_t n, const char* lower) {
+    return strlen(lower) == n && strncasecmp(t, lower, n) == 0;
+  }
+
+  void Classify(bool floating, Value& out) {
+    const char* t = m_token.c_str();
+    const size_t n = m_token.size();
+    const char c0 = static_cast<char>(n ? (t[0] | 0x20) : 0);
+    if (c0 == 't' && LiteralIs(t, n, "true")) {
+      out = Value(true);
+      return;
+    }
+    if (c0 == 'f' && LiteralIs(t, n, "false")) {
+      out = Value(false);
+      return;
+    }
+    if (floating) {
+      out = Value(ToDouble(t, n));
+      return;
+    }
+    if (c0 == 'n' && LiteralIs(t, n, "null")) {
+      out = Value();
+      return;
+    }
+    // Plain integers of up to 18 digits are exact in both conversions: classify them
+    // directly. Anything else goes through the decimal floating conversion.
+    const size_t sign = (n && t[0] == '-') ? 1 : 0;
+    const size_t digits = n - sign;
+    if (digits >= 1 && digits <= 18) {
+      int64_t v = 0;
+      size_t i = sign;
+      for (; i < n && t[i] >= '0' && t[i] <= '9'; ++i) v = v * 10 + (t[i] - '0');
+      if (i == n) {
+        if (sign) v = -v;
+        if (v >= INT32_MIN && v <= INT32_MAX)
+          out = Value(static_cast<int>(v));
+        else if (v >= 0 && v <= static_cast<int64_t>(UINT32_MAX))
+          out = Value(static_cast<unsigned int>(v));
+        else
+          out = Value(trunc_to_int64(static_cast<double>(v)));
+        return;
+      }
+    }
+    double x = strtod(t, nullptr);
+    if (x >= -2147483648.0 && x <= 2147483647.0) {
+      out = Value(static_cast<int>(static_cast<int32_t>(strtol(t, nullptr, 10))));
+    } else if (x >= 0.0 && x <= 4294967295.0) {
+      out = Value(static_cast<unsigned int>(x));
+    } else if (x >= -9223372036854775808.0 && x <= 9223372036854775808.0) {
+      out = Value(trunc_to_int64(x));
+    } else {
+      out = Value(x);
+    }
+  }
+
   bool ParseToken(const char* b, const char* e, Value& out, const char*& rest) {
     m_token.clear();
     bool floating = false;
@@ -683,27 +823,7 @@ class Parser {
       m_token += c;
     }
     rest = p;
-    const char* t = m_token.c_str();
-    if (strcasecmp(t, "true") == 0) {
-      out = Value(true);
-    } else if (strcasecmp(t, "false") == 0) {
-      out = Value(false);
-    } else if (floating) {
-      out = Value(strtod(t, nullptr));
-    } else if (strcasecmp(t, "null") == 0) {
-      out = Value();
-    } else {
-      double x = strtod(t, nullptr);
-      if (x >= -2147483648.0 && x <= 2147483647.0) {
-        out = Value(static_cast<int>(static_cast<int32_t>(strtol(t, nullptr, 10))));
-      } else if (x >= 0.0 && x <= 4294967295.0) {
-        out = Value(static_cast<unsigned int>(x));
-      } else if (x >= -9223372036854775808.0 && x <= 9223372036854775808.0) {
-        out = Value(trunc_to_int64(x));
-      } else {
-        out = Value(x);
-      }
-    }
+    Classify(floating, out);
     return true;
   }
 

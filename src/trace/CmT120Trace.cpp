@@ -100,7 +100,7 @@ void cm_trace_file_set_clock(CmTraceClockFn fn) { g_traceClock.store(fn ? fn : &
 
 CCmT120TraceFile::CCmT120TraceFile(const char* path, unsigned long sizeLimit, bool lockWanted)
     : m_path(path ? path : ""), m_sizeLimit(sizeLimit), m_bLockWanted(lockWanted) {
-  m_buffer.resize(static_cast<size_t>(m_nBlockCount) * m_nBlockSize + 1);
+  m_buffer.resize(static_cast<size_t>(m_nBlockCount) * m_nBlockSize + 1 + kCurrentPointLen);
   if (m_path.empty()) return;
   m_pStream = fopen(m_path.c_str(), "w+b");
   if (!m_pStream) return;
@@ -109,6 +109,7 @@ CCmT120TraceFile::CCmT120TraceFile(const char* path, unsigned long sizeLimit, bo
   snprintf(header, sizeof(header), "%-31ld\n", kCmTraceHeaderSize);
   size_t written = 0;
   pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &written);
+  m_knownOffset = kCmTraceHeaderSize;
 }
 
 CCmT120TraceFile::~CCmT120TraceFile() {
@@ -122,15 +123,9 @@ CCmT120TraceFile::~CCmT120TraceFile() {
   }
 }
 
-bool CCmT120TraceFile::is_full() const {
-  std::lock_guard<std::mutex> guard(m_mutex);
-  return m_bFull;
-}
+bool CCmT120TraceFile::is_full() const { return m_bFull.load(std::memory_order_relaxed); }
 
-size_t CCmT120TraceFile::format_prefix(char* out) {
-  int64_t sec = 0;
-  int32_t usec = 0;
-  trace_now(&sec, &usec);
+size_t CCmT120TraceFile::format_prefix(char* out, int64_t sec, int32_t usec) {
   if (sec != m_cachedSec) {
     time_t t = static_cast<time_t>(sec);
     struct tm tmv;
@@ -184,11 +179,19 @@ size_t CCmT120TraceFile::format_prefix(char* out) {
 }
 
 void CCmT120TraceFile::write(const char* module, const char* source, const char* text, size_t textLen) {
+  int64_t sec = 0;
+  int32_t usec = 0;
+  trace_now(&sec, &usec);
+  write(module, source, text, textLen, sec, usec);
+}
+
+void CCmT120TraceFile::write(const char* module, const char* source, const char* text, size_t textLen, int64_t sec,
+                             int32_t usec) {
   if (!text) text = "";
   char prefix[96];
   std::lock_guard<std::mutex> guard(m_mutex);
   if (m_fd < 0) return;
-  size_t prefixLen = format_prefix(prefix);
+  size_t prefixLen = format_prefix(prefix, sec, usec);
   size_t moduleLen = 0, sourceLen = 0;
   const bool withModule = module && source;
   const bool withSource = source != nullptr;
@@ -196,7 +199,7 @@ void CCmT120TraceFile::write(const char* module, const char* source, const char*
   if (withSource) sourceLen = strlen(source);
   // prefix [module] source:text\n
   size_t need = prefixLen + (withModule ? moduleLen + 3 : 0) + (withSource ? sourceLen + 1 : 0) + textLen + 1;
-  const size_t capacity = m_buffer.size() - 1;
+  const size_t capacity = static_cast<size_t>(m_nBlockCount) * m_nBlockSize;
   if (need > capacity - m_nUsed) flush_locked();
   std::string big;
   char* out = nullptr;
@@ -225,7 +228,7 @@ void CCmT120TraceFile::write(const char* module, const char* source, const char*
   p += textLen;
   *p++ = '\n';
   if (need > capacity)
-    write_out(out, need);
+    write_out(out, need, false);
   else
     m_nUsed += static_cast<uint32_t>(need);
 }
@@ -237,7 +240,7 @@ void CCmT120TraceFile::flush_buffer() {
 
 void CCmT120TraceFile::flush_locked() {
   if (m_nUsed == 0) return;
-  write_out(m_buffer.data(), m_nUsed);
+  write_out(m_buffer.data(), m_nUsed, true);
   m_nUsed = 0;
 }
 
@@ -250,31 +253,46 @@ void CCmT120TraceFile::unlock_file() {
 }
 
 // Appends `data` at the offset of the header, then the marker, then the new header.
-void CCmT120TraceFile::write_out(const char* data, size_t len) {
+// With markerRoom, `data` has room for the marker behind it and both go out in one write.
+void CCmT120TraceFile::write_out(char* data, size_t len, bool markerRoom) {
   if (m_fd < 0 || len == 0) return;
   lock_file();
-  char header[kCmTraceHeaderSize + 1];
-  long offset = 0;
-  ssize_t r = pread(m_fd, header, kCmTraceHeaderSize, 0);
-  if (r > 0) {
-    header[r] = '\0';
-    offset = strtol(header, nullptr, 10);
+  long offset = m_knownOffset;
+  // Another process may have moved the end: under the lock the header is the truth.
+  // Without the lock this process is the only writer, so its own last header holds.
+  if (m_bLockWanted || offset < 0) {
+    char header[kCmTraceHeaderSize + 1];
+    offset = 0;
+    ssize_t r = pread(m_fd, header, kCmTraceHeaderSize, 0);
+    if (r > 0) {
+      header[r] = '\0';
+      offset = strtol(header, nullptr, 10);
+    }
   }
   // A damaged header must not let records overwrite the header itself.
   if (offset < kCmTraceHeaderSize) offset = kCmTraceHeaderSize;
   if (m_sizeLimit && static_cast<unsigned long>(offset) >= m_sizeLimit) {
-    if (ftruncate(m_fd, offset) == 0) {
+    if (ftruncate(m_fd, offset) != 0) {
+      // the old marker stays behind the records; the header still names their end
     }
-    m_bFull = true;
+    m_bFull.store(true, std::memory_order_relaxed);
   }
   size_t written = 0;
-  pwrite_all(m_fd, data, len, offset, &written);
-  size_t markerWritten = 0;
-  pwrite_all(m_fd, kCmTraceCurrentPoint, kCurrentPointLen, offset + static_cast<off_t>(written), &markerWritten);
+  if (markerRoom) {
+    memcpy(data + len, kCmTraceCurrentPoint, kCurrentPointLen);
+    pwrite_all(m_fd, data, len + kCurrentPointLen, offset, &written);
+    if (written > len) written = len;
+  } else {
+    pwrite_all(m_fd, data, len, offset, &written);
+    size_t markerWritten = 0;
+    pwrite_all(m_fd, kCmTraceCurrentPoint, kCurrentPointLen, offset + static_cast<off_t>(written), &markerWritten);
+  }
   offset += static_cast<long>(written);
+  char header[kCmTraceHeaderSize + 1];
   snprintf(header, sizeof(header), "%-31ld\n", offset);
   size_t headerWritten = 0;
   pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &headerWritten);
+  m_knownOffset = offset;
   unlock_file();
 }
 
@@ -285,7 +303,7 @@ void CCmT120TraceFile::refresh_settings(unsigned long sizeLimit, int blockCount)
   if (blockCount < 1) blockCount = 1;
   if (blockCount != m_nBlockCount) {
     m_nBlockCount = blockCount;
-    std::vector<char>(static_cast<size_t>(blockCount) * m_nBlockSize + 1).swap(m_buffer);
+    std::vector<char>(static_cast<size_t>(blockCount) * m_nBlockSize + 1 + kCurrentPointLen).swap(m_buffer);
   }
 }
 
@@ -413,16 +431,26 @@ CCmT120Trace::CCmT120Trace() : m_nPid(trace_pid()) { local_day_month(&m_nDay, &m
 
 CCmT120Trace::~CCmT120Trace() {}
 
+void CCmT120Trace::local_day_month(int64_t sec, int* day, int* month) {
+  // The local date can only change at a second boundary: convert once per second.
+  if (sec != m_dateSec) {
+    time_t t = static_cast<time_t>(sec);
+    struct tm tmv;
+    memset(&tmv, 0, sizeof(tmv));
+    localtime_r(&t, &tmv);
+    m_dateSec = sec;
+    m_dateDay = tmv.tm_mday;
+    m_dateMonth = tmv.tm_mon + 1;
+  }
+  *day = m_dateDay;
+  *month = m_dateMonth;
+}
+
 void CCmT120Trace::local_day_month(int* day, int* month) {
   int64_t sec = 0;
   int32_t usec = 0;
   trace_now(&sec, &usec);
-  time_t t = static_cast<time_t>(sec);
-  struct tm tmv;
-  memset(&tmv, 0, sizeof(tmv));
-  localtime_r(&t, &tmv);
-  *day = tmv.tm_mday;
-  *month = tmv.tm_mon + 1;
+  local_day_month(sec, day, month);
 }
 
 std::string CCmT120Trace::get_trace_dir() {
@@ -491,10 +519,13 @@ void CCmT120Trace::load(CCmT120TraceFile* handle) {
 void CCmT120Trace::trace_string(int level, const char* module, const char* text, int len) {
   if (!text) return;
   size_t textLen = len >= 0 ? static_cast<size_t>(len) : strlen(text);
+  int64_t sec = 0;
+  int32_t usec = 0;
+  trace_now(&sec, &usec);
   CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
-  if (m_pInfo) m_pInfo->write(module, "", text, textLen);
+  if (m_pInfo) m_pInfo->write(module, "", text, textLen, sec, usec);
   int day = 0, month = 0;
-  local_day_month(&day, &month);
+  local_day_month(sec, &day, &month);
   if (day != m_nDay || month != m_nMonth) {
     m_nDay = day;
     m_nMonth = month;
@@ -502,12 +533,12 @@ void CCmT120Trace::trace_string(int level, const char* module, const char* text,
   }
   if (m_pInfo && m_pInfo->is_full()) open_which(kInfo);
   if (level == 1 && m_pWarning) {
-    m_pWarning->write(module, "", text, textLen);
+    m_pWarning->write(module, "", text, textLen, sec, usec);
     if (m_pWarning->is_full()) open_which(kWarning);
     return;
   }
   if (level == 0 && m_pError) {
-    m_pError->write(module, "", text, textLen);
+    m_pError->write(module, "", text, textLen, sec, usec);
     if (m_pError->is_full()) open_which(kError);
   }
 }

@@ -3,6 +3,7 @@
 // (CCmT120TraceFileMgr) and the trace-file object behind route 2 of the trace core
 // (CCmT120Trace). Exported for the tests; not part of the public interface.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -41,18 +42,20 @@ class CM_EXPORT CCmT120TraceFile {
 
   // Formats one record into the buffer; flushes when the buffer cannot take it.
   void write(const char* module, const char* source, const char* text, size_t textLen);
+  // The same with the time stamp given (seconds and microseconds since the epoch).
+  void write(const char* module, const char* source, const char* text, size_t textLen, int64_t sec, int32_t usec);
   void flush_buffer();
   void refresh_settings(unsigned long sizeLimit, int blockCount);
 
  private:
   void flush_locked() CM_NO_THREAD_SAFETY_ANALYSIS;
-  void write_out(const char* data, size_t len) CM_NO_THREAD_SAFETY_ANALYSIS;
-  size_t format_prefix(char* out);
+  void write_out(char* data, size_t len, bool markerRoom) CM_NO_THREAD_SAFETY_ANALYSIS;
+  size_t format_prefix(char* out, int64_t sec, int32_t usec);
   void lock_file();
   void unlock_file();
 
   mutable std::mutex m_mutex;
-  bool m_bFull = false;
+  std::atomic<bool> m_bFull{false};
   FILE* m_pStream = nullptr;
   std::string m_path;
   unsigned long m_sizeLimit = 0;
@@ -63,6 +66,8 @@ class CM_EXPORT CCmT120TraceFile {
   volatile uint32_t m_nMarker = kCmTraceFileAlive;
   int m_fd = -1;
   uint32_t m_nBlockSize = kCmTraceBlockSize;
+  // End offset this process wrote last (-1: unknown); re-read from the header under the lock.
+  long m_knownOffset = -1;
   // Cached "[MM/DD/YYYY HH:MM:SS." of the last second formatted.
   int64_t m_cachedSec = -1;
   char m_datePrefix[32] = {0};
@@ -131,6 +136,7 @@ class CM_EXPORT CCmT120Trace {
   CCmT120Trace();
   void open_which(Which which) CM_NO_THREAD_SAFETY_ANALYSIS;
   void local_day_month(int* day, int* month);
+  void local_day_month(int64_t sec, int* day, int* month);
 
   CCmMutexThreadRecursive m_mutex;
   const char* m_pszName = "Log";
@@ -144,6 +150,10 @@ class CM_EXPORT CCmT120Trace {
   int m_nDay = 0;
   int m_nMonth = 0;
   int m_nPid = 0;
+  // Local date of the last second converted (under m_mutex).
+  int64_t m_dateSec = -1;
+  int m_dateDay = 0;
+  int m_dateMonth = 0;
   CCmMutexThreadRecursive m_moduleMutex;
   std::set<std::string> m_modules;
 };

@@ -25,6 +25,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -70,6 +71,7 @@ class CM_EXPORT Array {
   const Value& operator[](size_t i) const;
   void push_back(const Value& v);
   void push_back(Value&& v);
+  void reserve(size_t n);
   /// Inserts before position `pos`; a position past the end appends.
   void insert(size_t pos, const Value& v);
   iterator find(const Value& v);
@@ -102,6 +104,8 @@ class CM_EXPORT Object {
   /// Inserts a null member when absent.
   Value& operator[](const std::string& key);
   Value& operator[](const char* key);
+  /// Inserts the member or replaces its value.
+  void Set(std::string&& key, Value&& value);
   /// Returns -1 for an empty list (or null keys), 1 when every key is a member, else 0.
   int HasKeys(const char** keys, int count) const;
   bool HasKey(const std::string& key) const;
@@ -188,6 +192,10 @@ class CM_EXPORT Value {
   friend class Writer;
 
  private:
+  Object& obj();
+  const Object& cobj() const;
+  Array& arr();
+  const Array& carr() const;
   void SetInt64Views(int64_t v);
   void SetDoubleViews(double d);
 
@@ -196,8 +204,10 @@ class CM_EXPORT Value {
   float m_float = 0.0f;
   double m_double = 0.0;
   std::string m_string;
-  Object m_object;
-  Array m_array;
+  // The object and array views live on the heap, made when first used, so that a
+  // scalar value stays small.
+  std::unique_ptr<Object> m_object;
+  std::unique_ptr<Array> m_array;
   bool m_bool = false;
   uint32_t m_uint = 0;
   int64_t m_int64 = 0;
