@@ -166,10 +166,12 @@ void ACmThread::threadProc() {
 
   cm_thread_forget_kernel_tid(self);
   bool bDelete = false;
+  bool bJoinable = false;
   {
     // Everything that touches the object happens under the state mutex, so that a
     // concurrent Destory() cannot delete it underneath.
     CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
+    bJoinable = (m_Flag & 3) != TF_DETACHED;
     if (!(m_Flag & TF_JOINABLE) || m_bLateDelete) {
       bDelete = (m_dwDeleteCount >= 1);
       ++m_dwDeleteCount;
@@ -180,7 +182,11 @@ void ACmThread::threadProc() {
                        << static_cast<int>(bDelete) << ", m_bLateDelete=" << static_cast<int>(m_bLateDelete));
     SetStop();
   }
-  if (bDelete) delete this;
+  if (bDelete) {
+    // Nobody can join a thread whose object is gone: let the system reclaim it.
+    if (bJoinable) pthread_detach(self);
+    delete this;
+  }
 }
 
 CmResult ACmThread::Stop(CCmTimeValue*) { return CM_ERROR_NOT_IMPLEMENTED; }
@@ -252,7 +258,12 @@ CmResult ACmThread::Destory(int aReason) {
       ++m_dwDeleteCount;
     }
   }
-  if (bDelete) delete this;
+  if (bDelete) {
+    // A late-delete thread that ended without being joined: release its system thread.
+    CM_THREAD_ID tid = GetThreadId();
+    if (m_bLateDelete && tid != 0 && m_Type != TT_CURRENT && (m_Flag & 3) != TF_DETACHED) pthread_detach(tid);
+    delete this;
+  }
   return CM_OK;
 }
 
