@@ -168,7 +168,7 @@ struct AsioFakeClock {
   typedef duration::rep rep;
   typedef duration::period period;
   typedef std::chrono::time_point<AsioFakeClock> time_point;
-  static constexpr bool is_steady = true;
+  [[maybe_unused]] static constexpr bool is_steady = true;
   static time_point now() { return current; }
   static time_point current;
 };

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr unsigned int kSlots = CCmTimerWheelQueue::kSlotCount;
-constexpr unsigned int kNoSlot = 4294967295u;
 constexpr size_t kChunk = 512;
 
 }  // namespace
