@@ -150,63 +150,78 @@ Object::const_iterator Object::end() const { return m_members.end(); }
 
 // ---------------------------------------------------------------- Value
 
-void Value::SetInt64Views(int64_t v) {
-  m_int = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
-  m_float = static_cast<float>(v);
-  m_double = static_cast<double>(v);
-  m_int64 = v;
-  m_uint = v >= 0 ? static_cast<uint32_t>(static_cast<uint64_t>(v)) : 0;
+void Value::Release() {
+  switch (m_store) {
+    case kStoreString:
+      delete m_slot.s;
+      break;
+    case kStoreObject:
+      delete m_slot.o;
+      break;
+    case kStoreArray:
+      delete m_slot.a;
+      break;
+    default:
+      break;
+  }
+  m_store = kStoreNone;
+  m_slot.i = 0;
 }
 
-void Value::SetDoubleViews(double d) {
-  int64_t t = trunc_to_int64(d);
-  m_int = trunc_to_int32(d);
-  m_int64 = t;
-  m_float = static_cast<float>(d);
-  m_double = d;
-  m_uint = d >= 0 ? static_cast<uint32_t>(static_cast<uint64_t>(t)) : 0;
+Value::Value() { m_slot.i = 0; }
+
+Value::Value(int v) : m_type(kInt), m_store(kStoreInt) { m_slot.i = v; }
+
+Value::Value(unsigned int v) : m_type(kUInt), m_store(kStoreInt) { m_slot.i = v; }
+
+Value::Value(int64_t v) : m_type(kInt64), m_store(kStoreInt) { m_slot.i = v; }
+
+Value::Value(float v) : m_type(kFloat), m_store(kStoreDouble) { m_slot.d = v; }
+
+Value::Value(double v) : m_type(kDouble), m_store(kStoreDouble) { m_slot.d = v; }
+
+Value::Value(bool v) : m_type(kBool), m_store(kStoreBool) {
+  m_slot.i = 0;
+  m_slot.b = v;
 }
 
-Value::Value() = default;
+Value::Value(const char* s) : m_type(kString), m_store(kStoreString) { m_slot.s = new std::string(s ? s : ""); }
 
-Value::Value(int v) : m_type(kInt) { SetInt64Views(v); }
+Value::Value(const std::string& s) : m_type(kString), m_store(kStoreString) { m_slot.s = new std::string(s); }
 
-Value::Value(unsigned int v) : m_type(kUInt) { SetInt64Views(static_cast<int64_t>(v)); }
+Value::Value(std::string&& s) : m_type(kString), m_store(kStoreString) { m_slot.s = new std::string(std::move(s)); }
 
-Value::Value(int64_t v) : m_type(kInt64) { SetInt64Views(v); }
+Value::Value(const Object& o) : m_type(kObject), m_store(kStoreObject) { m_slot.o = new Object(o); }
 
-Value::Value(float v) : m_type(kFloat) { SetDoubleViews(v); }
+Value::Value(Object&& o) : m_type(kObject), m_store(kStoreObject) { m_slot.o = new Object(std::move(o)); }
 
-Value::Value(double v) : m_type(kDouble) { SetDoubleViews(v); }
+Value::Value(const Array& a) : m_type(kArray), m_store(kStoreArray) { m_slot.a = new Array(a); }
 
-Value::Value(bool v) : m_type(kBool), m_bool(v) {}
+Value::Value(Array&& a) : m_type(kArray), m_store(kStoreArray) { m_slot.a = new Array(std::move(a)); }
 
-Value::Value(const char* s) : m_type(kString), m_string(s ? s : "") {}
+Value::Value(const Value& o) : m_type(o.m_type), m_store(o.m_store) {
+  switch (o.m_store) {
+    case kStoreString:
+      m_slot.s = new std::string(*o.m_slot.s);
+      break;
+    case kStoreObject:
+      m_slot.o = new Object(*o.m_slot.o);
+      break;
+    case kStoreArray:
+      m_slot.a = new Array(*o.m_slot.a);
+      break;
+    default:
+      m_slot = o.m_slot;
+      break;
+  }
+}
 
-Value::Value(const std::string& s) : m_type(kString), m_string(s) {}
+Value::Value(Value&& o) noexcept : m_type(o.m_type), m_store(o.m_store), m_slot(o.m_slot) {
+  o.m_type = kNull;
+  o.m_store = kStoreNone;
+  o.m_slot.i = 0;
+}
 
-Value::Value(std::string&& s) : m_type(kString), m_string(std::move(s)) {}
-
-Value::Value(const Object& o) : m_type(kObject), m_object(new Object(o)) {}
-
-Value::Value(Object&& o) : m_type(kObject), m_object(new Object(std::move(o))) {}
-
-Value::Value(const Array& a) : m_type(kArray), m_array(new Array(a)) {}
-
-Value::Value(Array&& a) : m_type(kArray), m_array(new Array(std::move(a))) {}
-
-Value::Value(const Value& o)
-    : m_type(o.m_type),
-      m_int(o.m_int),
-      m_float(o.m_float),
-      m_double(o.m_double),
-      m_string(o.m_string),
-      m_object(o.m_object ? new Object(*o.m_object) : nullptr),
-      m_array(o.m_array ? new Array(*o.m_array) : nullptr),
-      m_bool(o.m_bool),
-      m_uint(o.m_uint),
-      m_int64(o.m_int64) {}
-Value::Value(Value&&) noexcept = default;
 Value& Value::operator=(const Value& o) {
   if (this != &o) {
     Value copy(o);
@@ -214,27 +229,79 @@ Value& Value::operator=(const Value& o) {
   }
   return *this;
 }
-Value& Value::operator=(Value&&) noexcept = default;
-Value::~Value() = default;
+
+Value& Value::operator=(Value&& o) noexcept {
+  if (this != &o) {
+    Release();
+    m_type = o.m_type;
+    m_store = o.m_store;
+    m_slot = o.m_slot;
+    o.m_type = kNull;
+    o.m_store = kStoreNone;
+    o.m_slot.i = 0;
+  }
+  return *this;
+}
+
+Value::~Value() { Release(); }
 
 Object& Value::obj() {
-  if (!m_object) m_object.reset(new Object);
-  return *m_object;
+  if (m_store != kStoreObject) {
+    Release();
+    m_store = kStoreObject;
+    m_slot.o = new Object;
+  }
+  return *m_slot.o;
 }
 
 const Object& Value::cobj() const {
   static const Object s_empty;
-  return m_object ? *m_object : s_empty;
+  return m_store == kStoreObject ? *m_slot.o : s_empty;
 }
 
 Array& Value::arr() {
-  if (!m_array) m_array.reset(new Array);
-  return *m_array;
+  if (m_store != kStoreArray) {
+    Release();
+    m_store = kStoreArray;
+    m_slot.a = new Array;
+  }
+  return *m_slot.a;
 }
 
 const Array& Value::carr() const {
   static const Array s_empty;
-  return m_array ? *m_array : s_empty;
+  return m_store == kStoreArray ? *m_slot.a : s_empty;
+}
+
+int32_t Value::IntView() const {
+  if (m_store == kStoreInt) return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(m_slot.i)));
+  if (m_store == kStoreDouble) return trunc_to_int32(m_slot.d);
+  return 0;
+}
+
+int64_t Value::Int64View() const {
+  if (m_store == kStoreInt) return m_slot.i;
+  if (m_store == kStoreDouble) return trunc_to_int64(m_slot.d);
+  return 0;
+}
+
+uint32_t Value::UIntView() const {
+  if (m_store == kStoreInt) return m_slot.i >= 0 ? static_cast<uint32_t>(static_cast<uint64_t>(m_slot.i)) : 0;
+  if (m_store == kStoreDouble)
+    return m_slot.d >= 0 ? static_cast<uint32_t>(static_cast<uint64_t>(trunc_to_int64(m_slot.d))) : 0;
+  return 0;
+}
+
+float Value::FloatView() const {
+  if (m_store == kStoreInt) return static_cast<float>(m_slot.i);
+  if (m_store == kStoreDouble) return static_cast<float>(m_slot.d);
+  return 0.0f;
+}
+
+double Value::DoubleView() const {
+  if (m_store == kStoreInt) return static_cast<double>(m_slot.i);
+  if (m_store == kStoreDouble) return m_slot.d;
+  return 0.0;
 }
 
 bool Value::IsNumeric() const {
@@ -243,37 +310,37 @@ bool Value::IsNumeric() const {
 
 int Value::ToInt() const {
   CM_JSON_REQUIRE(IsNumeric());
-  return m_int;
+  return IntView();
 }
 
 int64_t Value::ToInt64() const {
   CM_JSON_REQUIRE(IsNumeric());
-  return m_int64;
+  return Int64View();
 }
 
 unsigned int Value::ToUInt() const {
   CM_JSON_REQUIRE(IsNumeric());
-  return m_uint;
+  return UIntView();
 }
 
 float Value::ToFloat() const {
   CM_JSON_REQUIRE(IsNumeric());
-  return m_float;
+  return FloatView();
 }
 
 double Value::ToDouble() const {
   CM_JSON_REQUIRE(IsNumeric());
-  return m_double;
+  return DoubleView();
 }
 
 bool Value::ToBool() const {
   CM_JSON_REQUIRE(m_type == kBool);
-  return m_bool;
+  return m_slot.b;
 }
 
 const std::string& Value::ToString() const {
   CM_JSON_REQUIRE(m_type == kString);
-  return m_string;
+  return *m_slot.s;
 }
 
 Object Value::ToObject() const {
@@ -330,6 +397,11 @@ int Value::HasKeys(const char** keys, int count) const {
 }
 
 void Value::MergeValue(const Value& other) {
+  if (this == &other) {
+    Value copy(other);
+    MergeValue(copy);
+    return;
+  }
   if (m_type == kObject && other.m_type == kObject) {
     for (const auto& kv : other.cobj()) obj()[kv.first] = kv.second;
   } else if (m_type == kArray && other.m_type == kArray) {
@@ -345,19 +417,19 @@ bool operator==(const Value& a, const Value& b) {
     case kNull:
       return true;
     case kString:
-      return a.m_string == b.m_string;
+      return *a.m_slot.s == *b.m_slot.s;
     case kInt:
-      return a.m_int == b.m_int;
+      return a.IntView() == b.IntView();
     case kInt64:
-      return a.m_int64 == b.m_int64;
+      return a.Int64View() == b.Int64View();
     case kFloat:
-      return a.m_float == b.m_float;
+      return a.FloatView() == b.FloatView();
     case kDouble:
-      return a.m_double == b.m_double;
+      return a.DoubleView() == b.DoubleView();
     case kBool:
-      return a.m_bool == b.m_bool;
+      return a.m_slot.b == b.m_slot.b;
     case kUInt:
-      return a.m_uint == b.m_uint;
+      return a.UIntView() == b.UIntView();
     case kObject: {
       const Object& oa = a.cobj();
       const Object& ob = b.cobj();
@@ -394,20 +466,20 @@ class Writer {
         return;
       case kString:
         out += '"';
-        out += v.m_string;
+        out += *v.m_slot.s;
         out += '"';
         return;
       case kInt:
-        n = snprintf(buf, sizeof(buf), "%d", v.m_int);
+        n = static_cast<int>(std::to_chars(buf, buf + sizeof(buf), v.IntView()).ptr - buf);
         break;
       case kInt64:
-        n = snprintf(buf, sizeof(buf), "%lld", static_cast<long long>(v.m_int64));
+        n = static_cast<int>(std::to_chars(buf, buf + sizeof(buf), v.Int64View()).ptr - buf);
         break;
       case kFloat:
-        n = snprintf(buf, sizeof(buf), "%f", static_cast<double>(v.m_float));
+        n = snprintf(buf, sizeof(buf), "%f", static_cast<double>(v.FloatView()));
         break;
       case kDouble:
-        n = snprintf(buf, sizeof(buf), "%f", v.m_double);
+        n = snprintf(buf, sizeof(buf), "%f", v.DoubleView());
         break;
       case kObject:
         WriteObject(out, v.cobj());
@@ -416,10 +488,10 @@ class Writer {
         WriteArray(out, v.carr());
         return;
       case kBool:
-        out += v.m_bool ? "true" : "false";
+        out += v.m_slot.b ? "true" : "false";
         return;
       case kUInt:
-        n = snprintf(buf, sizeof(buf), "%u", v.m_uint);
+        n = static_cast<int>(std::to_chars(buf, buf + sizeof(buf), v.UIntView()).ptr - buf);
         break;
       default:
         return;
@@ -670,7 +742,7 @@ class Parser {
     ++b;
     --e;
     Array arr;
-    if (e - b > 256) arr.reserve(CountPieces(b, e));
+    if (e - b > 1 << 16) arr.reserve(CountPieces(b, e));
     const char* piece = b;
     int depth = 0;
     bool inString = false;

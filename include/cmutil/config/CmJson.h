@@ -3,8 +3,8 @@
 /// json::Deserialize.
 ///
 /// A small, lenient document model. Its deliberate quirks are part of its contract:
-///  - a Value keeps every numeric view side by side (int, float, double, unsigned,
-///    64-bit); GetType() says which one is meaningful;
+///  - a Value answers every numeric view (int, float, double, unsigned, 64-bit) as
+///    filled at construction; GetType() says which one is meaningful;
 ///  - bare numbers are classified by range: int, then unsigned int, then 64-bit int,
 ///    then double; a token with a lower-case 'e' or a '.' is a double (an upper-case
 ///    'E' is not recognised: 1E5 reads as the int 1);
@@ -192,25 +192,34 @@ class CM_EXPORT Value {
   friend class Writer;
 
  private:
+  // Storage: one 64-bit slot holds the number (as an integer or as a double, depending
+  // on how the value was made), the bool, or the owned string, object or array. Every
+  // numeric view (int, float, double, unsigned, 64-bit) is derived from the number
+  // exactly as if all of them had been filled at construction; Clear() changes only the
+  // tag, so the views stay behind it.
+  enum Store : uint8_t { kStoreNone, kStoreInt, kStoreDouble, kStoreBool, kStoreString, kStoreObject, kStoreArray };
+
   Object& obj();
   const Object& cobj() const;
   Array& arr();
   const Array& carr() const;
-  void SetInt64Views(int64_t v);
-  void SetDoubleViews(double d);
+  int32_t IntView() const;
+  int64_t Int64View() const;
+  uint32_t UIntView() const;
+  float FloatView() const;
+  double DoubleView() const;
+  void Release();
 
   uint32_t m_type = kNull;
-  int32_t m_int = 0;
-  float m_float = 0.0f;
-  double m_double = 0.0;
-  std::string m_string;
-  // The object and array views live on the heap, made when first used, so that a
-  // scalar value stays small.
-  std::unique_ptr<Object> m_object;
-  std::unique_ptr<Array> m_array;
-  bool m_bool = false;
-  uint32_t m_uint = 0;
-  int64_t m_int64 = 0;
+  uint8_t m_store = kStoreNone;
+  union Slot {
+    int64_t i;
+    double d;
+    bool b;
+    std::string* s;
+    Object* o;
+    Array* a;
+  } m_slot;
 };
 
 /// Deep equality: same kind and equal contents (numbers by their tagged view).
