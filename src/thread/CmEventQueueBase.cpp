@@ -4,6 +4,7 @@
 
 #include <time.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "cmutil/base/CmAssert.h"
@@ -49,6 +50,18 @@ void cm_set_event_queue_clock_for_test(CmEventClockFn fn) { g_eventClock.store(f
 void* ICmEvent::operator new(size_t aSize) { return cm_event_alloc(aSize); }
 
 void ICmEvent::operator delete(void* aBlock, size_t aSize) { cm_event_free(aBlock, aSize); }
+
+void* ICmEvent::operator new(size_t aSize, const std::nothrow_t&) noexcept {
+  try {
+    return cm_event_alloc(aSize);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+// Only reached when a nothrow construction throws; the size is not known here, so the
+// block goes back to the heap (cm_event_alloc blocks are plain heap blocks too).
+void ICmEvent::operator delete(void* aBlock, const std::nothrow_t&) noexcept { std::free(aBlock); }
 
 void ICmEvent::OnDestorySelf() { delete this; }
 

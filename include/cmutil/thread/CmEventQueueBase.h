@@ -22,6 +22,7 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -50,6 +51,11 @@ class CM_EXPORT ICmEvent {
   /// another frees); create them with new and let OnDestorySelf delete them as usual.
   static void* operator new(size_t aSize);
   static void operator delete(void* aBlock, size_t aSize);
+  static void* operator new(size_t aSize, const std::nothrow_t&) noexcept;
+  static void operator delete(void* aBlock, const std::nothrow_t&) noexcept;
+  /// Placement forms stay available for events built in caller-owned storage.
+  static void* operator new(size_t, void* aWhere) noexcept { return aWhere; }
+  static void operator delete(void*, void*) noexcept {}
   /// The thread that created the event.
   CM_THREAD_ID GetOriginThreadId() const { return m_TidOrigin; }
 
