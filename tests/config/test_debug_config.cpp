@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ConfigTestUtil.h"
 #include "cmutil/config/KelDebugFileConfig.h"
@@ -207,4 +209,32 @@ TEST(KelDebugFileConfig, DefaultProviderUsesTheConfigFolder) {
     EXPECT_EQ(CM_ERROR_FAILURE, GetConfigBasePath(path));
     EXPECT_EQ("unchanged", path);
   }
+}
+
+TEST(KelDebugFileConfig, ConcurrentStoresAndLookups) {
+  CKelDebugFileConfig config;
+  CmTraceCapture quiet(1);  // keep the store traces out of the way
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&config, t] {
+      for (int i = 0; i < 2000; ++i) {
+        std::string key = "k" + std::to_string(i % 16);
+        if (t % 2) {
+          config.SetValueInt(key, i);
+        } else {
+          int v = -1;
+          std::string s;
+          if (config.GetValueInt(key, v) == CM_OK) {
+            EXPECT_GE(v, 0);
+          }
+          config.SetValueString("s" + std::to_string(t), "x");
+          config.GetValueString(key, s);
+        }
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  int v = -1;
+  EXPECT_EQ(CM_OK, config.GetValueInt("k15", v));
+  EXPECT_EQ(15, v % 16);
 }

@@ -1,8 +1,11 @@
 // INI scanner, the free parameter lookups and CCmConfigInitFile.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ConfigTestUtil.h"
 #include "cmutil/config/CmConfigIO.h"
@@ -318,4 +321,25 @@ TEST_F(IniParamTest, MachineIdFeedsTheLeadingId) {
   cm_reset_leading_id_for_test();
   EXPECT_STREQ("cmutil_config_tests.studio-7.", get_leading_id());
   cm_reset_leading_id_for_test();
+}
+
+TEST(CCmConfigInitFile, GettersFromManyThreads) {
+  CmTempDir dir;
+  std::string path = dir.write("shared.cfg", "[S]\nn = 17\nname = cmutil\n");
+  CCmConfigInitFile file(path);
+  file.RegisterFunc([](const char* p, const char* section, const char* key, char* out, int size) -> unsigned char {
+    return get_string_param_from_ini_force(p, section, key, out, static_cast<size_t>(size)) ? 1 : 0;
+  });
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 300; ++i) {
+        if (file.GetIntParam("S", "n", 0) != 17) ++wrong;
+        if (file.GetStringParam("S", "name", "") != "cmutil") ++wrong;
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(0, wrong.load());
 }

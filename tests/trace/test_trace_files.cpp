@@ -12,6 +12,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cmutil/trace/CmT120Trace.h"
@@ -416,4 +417,34 @@ TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
     EXPECT_EQ("", m_trace->info_path());
     trace_line(0, "nowhere to go");
   }
+}
+
+TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
+  const int kThreads = 4;
+  const int kLines = 5000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      char text[96];
+      for (int i = 0; i < kLines; ++i) {
+        int n = snprintf(text, sizeof text, "worker %d line %d end", t, i);
+        util_adapter_trace(2, "UTIL", text, n);
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  std::vector<std::string> l = lines_of(records(m_trace->info_path()));
+  ASSERT_EQ(static_cast<size_t>(kThreads * kLines), l.size());
+  std::vector<std::vector<int>> seen(kThreads, std::vector<int>(kLines, 0));
+  for (const std::string& line : l) {
+    int t = -1, i = -1;
+    size_t at = line.find("] [UTIL] :worker ");
+    ASSERT_NE(std::string::npos, at) << line;
+    ASSERT_EQ(2, sscanf(line.c_str() + at, "] [UTIL] :worker %d line %d end", &t, &i)) << line;
+    ASSERT_TRUE(t >= 0 && t < kThreads && i >= 0 && i < kLines) << line;
+    seen[static_cast<size_t>(t)][static_cast<size_t>(i)]++;
+  }
+  for (int t = 0; t < kThreads; ++t)
+    for (int i = 0; i < kLines; ++i) EXPECT_EQ(1, seen[static_cast<size_t>(t)][static_cast<size_t>(i)]);
 }
