@@ -269,8 +269,11 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   /// lock. The channel is not checked here (callers do).
   virtual CmResult _PushProcessDataToQueue(IProcessData* aData, unsigned short aChannel);
 
-  std::atomic<uint32_t> m_dwInputSamples[PROCESS_MODULE_MAX_INPUT_CHANNELS];
-  std::atomic<uint32_t> m_dwOutputSamples[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  /// Sample counters, unguarded (a racing increment may be lost). Input counts are
+  /// written by the delivering threads, output counts by the module's own thread, so
+  /// each array has a cache line of its own.
+  alignas(64) std::atomic<uint32_t> m_dwInputSamples[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  alignas(64) std::atomic<uint32_t> m_dwOutputSamples[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   std::atomic<uint32_t> m_dwStatFlags;
   std::atomic<ACmThread*> m_pThread;
   /// When true, AddInputer accepts several inputters on one channel.
