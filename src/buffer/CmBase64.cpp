@@ -36,6 +36,8 @@ struct EncodeTable {
 };
 constexpr EncodeTable kEncode;
 
+constexpr uint32_t kBadGroup = 0x80000000u;
+
 /// Decoding tables with every 6-bit value already shifted to its place in the 24-bit
 /// group, so that a group is four lookups and three ORs.
 struct ShiftedTables {
@@ -43,7 +45,11 @@ struct ShiftedTables {
   constexpr ShiftedTables() : d() {
     for (int i = 0; i < 256; ++i) {
       uint32_t v = DecodeTable().pr2six[i];
-      if (v == kInvalid) v = 0;
+      if (v == kInvalid) {
+        // Outside the alphabet: a flag above the 24 data bits survives the ORs of a group.
+        d[0][i] = d[1][i] = d[2][i] = d[3][i] = kBadGroup;
+        continue;
+      }
       d[0][i] = v << 18;
       d[1][i] = v << 12;
       d[2][i] = v << 6;
@@ -132,6 +138,28 @@ void DecodeRun(const unsigned char* s, size_t n, unsigned char* dst) {
   }
 }
 
+/// Decodes from `s` (with `len` readable bytes) up to the first byte outside the alphabet,
+/// in one pass: whole groups are checked through the flag bit of their lookups, and the
+/// group holding the stop is finished character by character. `dst` has room for
+/// len / 4 * 3 + 2 bytes. Returns the number of bytes written.
+size_t DecodeUntilStop(const unsigned char* s, size_t len, unsigned char* dst) {
+  const unsigned char* end = s + len;
+  unsigned char* d = dst;
+  while (end - s >= 4) {
+    uint32_t v = kShifted.d[0][s[0]] | kShifted.d[1][s[1]] | kShifted.d[2][s[2]] | kShifted.d[3][s[3]];
+    if (v & kBadGroup) break;
+    d[0] = static_cast<unsigned char>(v >> 16);
+    d[1] = static_cast<unsigned char>(v >> 8);
+    d[2] = static_cast<unsigned char>(v);
+    s += 4;
+    d += 3;
+  }
+  size_t k = 0;  // valid characters left, fewer than four
+  while (k < 3 && s + k < end && kDecode.pr2six[s[k]] != kInvalid) ++k;
+  DecodeRun(s, k, d);
+  return static_cast<size_t>(d - dst) + DecodedSize(k);
+}
+
 }  // namespace
 
 CmResult CM_Base64Encode(const unsigned char* data, size_t length, CCmString& out) {
@@ -147,12 +175,12 @@ CmResult CM_Base64Encode(const unsigned char* data, size_t length, CCmString& ou
 CmResult CM_Base64Decode(const char* text, CCmString& out) {
   out.clear();
   CM_ASSERTE_RETURN(text, CM_ERROR_INVALID_ARG);
-  size_t n = 0;
-  const unsigned char* run = FindRun(reinterpret_cast<const unsigned char*>(text), SIZE_MAX, n);
-  size_t size = DecodedSize(n);
-  if (size == 0) return CM_OK;
-  out.resize(size);
-  DecodeRun(run, n, reinterpret_cast<unsigned char*>(&out[0]));
+  while (*text == ' ' || *text == '\t') ++text;
+  const size_t len = std::strlen(text);
+  if (len < 2) return CM_OK;
+  out.resize(len / 4 * 3 + 2);
+  out.resize(
+      DecodeUntilStop(reinterpret_cast<const unsigned char*>(text), len, reinterpret_cast<unsigned char*>(&out[0])));
   return CM_OK;
 }
 
@@ -175,8 +203,18 @@ int xbase64_encode(const unsigned char* src, unsigned int srcLen, char* dst, uns
 int xbase64_decode(const char* src, unsigned int srcLen, unsigned char* dst, unsigned int dstSize) {
   CM_ASSERTE_RETURN(src, -1);
   CM_ASSERTE_RETURN(dst || dstSize == 0, -1);
+  const unsigned char* text = reinterpret_cast<const unsigned char*>(src);
+  size_t len = srcLen;
+  while (len && (*text == ' ' || *text == '\t')) {
+    ++text;
+    --len;
+  }
+  if (len < 2) return 0;
+  // Room for any text of this length: decode in one pass.
+  if (len / 4 * 3 + 2 <= dstSize && len / 4 * 3 + 2 <= INT32_MAX)
+    return static_cast<int>(DecodeUntilStop(text, len, dst));
   size_t n = 0;
-  const unsigned char* run = FindRun(reinterpret_cast<const unsigned char*>(src), srcLen, n);
+  const unsigned char* run = FindRun(text, len, n);
   size_t size = DecodedSize(n);
   if (size > dstSize || size > INT32_MAX) return -1;
   if (size) DecodeRun(run, n, dst);
