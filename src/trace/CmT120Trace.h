@@ -110,6 +110,9 @@ class CM_EXPORT CCmT120Trace {
   void trace_string(int level, const char* module, const char* text, int len);
   bool is_module_trace_enabled(int level, const char* module);
 
+  // The object's name, "Log".
+  const char* name() const { return m_pszName; }
+
   // "<state folder>/<process name>".
   static std::string get_trace_dir();
   // Opens files: null = all (nothing when the information file is open already);

@@ -270,6 +270,7 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
 }
 
 TEST_F(TraceFilesTest, FilesLiveInTheStateFolder) {
+  EXPECT_STREQ("Log", m_trace->name());
   EXPECT_EQ(folder(), CCmT120Trace::get_trace_dir());
   EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", m_trace->info_path());
   EXPECT_EQ(folder() + "/cmutil_trace_tests_error_0.log", m_trace->error_path());
