@@ -17,7 +17,9 @@
 ///   pool->Release();
 /// ```
 ///
-/// Threads: `New` and `Free` may be called from any thread. `Free` trusts the caller:
+/// Threads: `New` and `Free` may be called from any thread. Cost: one short lock (a
+/// test-and-set lock; a waiter spins briefly, then yields) around a pointer pop or push;
+/// a growth step allocates 10 buffers under it. `Free` trusts the caller:
 /// the buffer must come from this pool and must not be free already. Buffers still out
 /// when the pool dies are not freed by it.
 
