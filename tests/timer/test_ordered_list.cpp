@@ -54,11 +54,12 @@ TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder) {
   EXPECT_EQ(0, list.PushNode_l(Node(&c, 30)));
   EXPECT_EQ(1, list.PushNode_l(Node(&c, 5)));   // moved to the front
   EXPECT_EQ(1, list.PushNode_l(Node(&a, 40)));  // moved to the back
-  EXPECT_EQ(0, list.RePushNode_l(Node(&b, 40) /* same handler as an old node: kept */));
+  RecordingHandler d("d", nullptr);
+  EXPECT_EQ(0, list.RePushNode_l(Node(&d, 40)));  // before the equal expiry of a
   CCmTimerQueueBase::CNode n;
   std::vector<std::pair<ICmTimerHandler*, long>> order;
   while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
-  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 5}, {&b, 20}, {&b, 40}, {&a, 40}};
+  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 5}, {&b, 20}, {&d, 40}, {&a, 40}};
   EXPECT_EQ(expected, order);
 }
 
@@ -91,6 +92,32 @@ TEST(CCmTimerQueueOrderedListTest, ResetExpiredTimeRebasesEveryNode) {
   ASSERT_EQ(0, list.PopFirstNode_l(n));
   EXPECT_EQ(&b, n.m_pEh);
   EXPECT_EQ(CCmTimeValue(57L), n.m_tvExpired);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheFront) {
+  OpenList list;
+  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  list.PushNode_l(Node(&a, 100, 9));
+  list.PushNode_l(Node(&b, 200, 2));
+  list.ResetExpiredTime_l(CCmTimeValue(50L));  // a: 59, b: 52, still in the order a, b
+  list.PushNode_l(Node(&c, 55));               // before the first node at 55 or later
+  CCmTimerQueueBase::CNode n;
+  std::vector<std::pair<ICmTimerHandler*, long>> order;
+  while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
+  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 55}, {&a, 59}, {&b, 52}};
+  EXPECT_EQ(expected, order);
+  // Drained: sorted again, and a cancelled handler is gone for good.
+  list.PushNode_l(Node(&a, 10));
+  list.PushNode_l(Node(&b, 5));
+  EXPECT_EQ(0, list.EraseNode_l(&a));
+  EXPECT_EQ(1, list.EraseNode_l(&a));
+  ASSERT_EQ(0, list.PopFirstNode_l(n));
+  EXPECT_EQ(&b, n.m_pEh);
+  EXPECT_EQ(1, list.EraseNode_l(&b));
 }
 
 }  // namespace
