@@ -52,11 +52,6 @@ int trace_pid() {
   return g_tracePid.load(std::memory_order_relaxed);
 }
 
-int trace_tid() {
-  thread_local int s_tid = static_cast<int>(cm_platform_gettid());
-  return s_tid;
-}
-
 // Writes the decimal of v (may be negative) and returns the number of characters.
 size_t put_int(char* out, long long v) {
   char tmp[24];
@@ -167,15 +162,29 @@ size_t CCmT120TraceFile::format_prefix(char* out, int64_t sec, int32_t usec) {
   out[n++] = static_cast<char>('0' + ms / 100);
   out[n++] = static_cast<char>('0' + (ms / 10) % 10);
   out[n++] = static_cast<char>('0' + ms % 10);
-  memcpy(out + n, " pid=", 5);
-  n += 5;
-  n += put_int(out + n, trace_pid());
-  memcpy(out + n, " tid=", 5);
-  n += 5;
-  n += put_int(out + n, trace_tid());
-  out[n++] = ']';
-  out[n++] = ' ';
-  return n;
+  // " pid=P tid=T] " is fixed per thread (and per process after a fork).
+  struct IdText {
+    int pid = -1;
+    size_t len = 0;
+    char text[48];
+  };
+  thread_local IdText t_ids;
+  const int pid = trace_pid();
+  if (t_ids.pid != pid) {
+    size_t k = 0;
+    memcpy(t_ids.text, " pid=", 5);
+    k += 5;
+    k += put_int(t_ids.text + k, pid);
+    memcpy(t_ids.text + k, " tid=", 5);
+    k += 5;
+    k += put_int(t_ids.text + k, cm_platform_gettid());
+    t_ids.text[k++] = ']';
+    t_ids.text[k++] = ' ';
+    t_ids.len = k;
+    t_ids.pid = pid;
+  }
+  memcpy(out + n, t_ids.text, t_ids.len);
+  return n + t_ids.len;
 }
 
 void CCmT120TraceFile::write(const char* module, const char* source, const char* text, size_t textLen) {
