@@ -713,36 +713,10 @@ class Parser {
     return true;
   }
 
-  // Number of top-level pieces of an array's content (an upper bound of its elements).
-  static size_t CountPieces(const char* b, const char* e) {
-    size_t pieces = 1;
-    int depth = 0;
-    bool inString = false;
-    for (const char* p = b; p < e; ++p) {
-      char c = *p;
-      if (inString) {
-        if (c == '\\')
-          ++p;
-        else if (c == '"')
-          inString = false;
-      } else if (c == '"') {
-        inString = true;
-      } else if (c == '[' || c == '{') {
-        ++depth;
-      } else if (c == ']' || c == '}') {
-        --depth;
-      } else if (c == ',' && depth == 0) {
-        ++pieces;
-      }
-    }
-    return pieces;
-  }
-
   bool ParseArray(const char* b, const char* e, Value& out) {
     ++b;
     --e;
     Array arr;
-    if (e - b > 1 << 16) arr.reserve(CountPieces(b, e));
     const char* piece = b;
     int depth = 0;
     bool inString = false;
