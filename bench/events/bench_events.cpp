@@ -69,7 +69,7 @@ void BM_Post1M_CmThreadTask(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kEvents);
 }
-BENCHMARK(BM_Post1M_CmThreadTask)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Post1M_CmThreadTask)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 void BM_SendRoundTrip_CmThreadTask(benchmark::State& state) {
   CmLoop loop;
@@ -137,7 +137,7 @@ void BM_Post1M_StdMutexCondvarLoop(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kEvents);
 }
-BENCHMARK(BM_Post1M_StdMutexCondvarLoop)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Post1M_StdMutexCondvarLoop)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 // ---------------------------------------------------------------- Boost.Asio
 
@@ -168,7 +168,7 @@ void BM_Post1M_AsioIoContext(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kEvents);
 }
-BENCHMARK(BM_Post1M_AsioIoContext)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Post1M_AsioIoContext)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 void BM_SendRoundTrip_AsioPromise(benchmark::State& state) {
   AsioLoop loop;
@@ -249,7 +249,7 @@ void BM_Post1M_LibuvAsync(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * kEvents);
 }
-BENCHMARK(BM_Post1M_LibuvAsync)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Post1M_LibuvAsync)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 #endif
 
 // ---------------------------------------------------------------- timer queues

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
@@ -219,11 +220,15 @@ void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents) {
 CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
   m_bIsProcessing = true;
   int64_t tClock = cm_event_clock_coarse_us();
-  for (ICmEvent* pEvent : aEvents) {
+  for (auto it = aEvents.begin(); it != aEvents.end(); ++it) {
+    ICmEvent* pEvent = *it;
     if (!pEvent) {
       ProcessOneEvent(pEvent);  // reports the assertion
       continue;
     }
+    // The events were written by other threads: start fetching the next one early.
+    auto next = std::next(it);
+    if (next != aEvents.end()) __builtin_prefetch(*next);
     ProcessOneEventTimed(pEvent, tClock);
   }
   if (m_pLoopHook) {
@@ -302,7 +307,10 @@ CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPrior
   // The size was raised (sequentially consistent) before this read; the owner sets
   // m_bWaiting before its last look at the size. So either the owner sees the event,
   // or this post sees the owner waiting and wakes it under the condition's mutex.
-  if (rv == CM_OK && m_bWaiting.load(std::memory_order_seq_cst)) {
+  // Only the poster that clears the flag wakes the owner; later posts of the same round
+  // find it cleared and skip the wake-up.
+  if (rv == CM_OK && m_bWaiting.load(std::memory_order_seq_cst) &&
+      m_bWaiting.exchange(false, std::memory_order_seq_cst)) {
     m_MutexForCondition.Lock();
     m_MutexForCondition.UnLock();
     m_Condition.Signal();
@@ -332,8 +340,11 @@ CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<I
             << m_dwSize.load(std::memory_order_relaxed) << " rv=" << rv);
       }
     }
-    m_bWaiting.store(false, std::memory_order_relaxed);
+    m_bWaiting.store(false, std::memory_order_seq_cst);
   }
+  // Posters never need the condition's mutex once the owner is awake: hand out the
+  // events without holding it.
+  guard.UnLock();
   return PopPendingEvents(aEvents, aMaxCount, nullptr);
 }
 

@@ -36,7 +36,7 @@
 /// The unit of work.
 class CM_EXPORT ICmEvent {
  public:
-  explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(GetThreadSelfId()) {}
+  explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(pthread_self()) {}
 
   /// Does the work, on the queue's thread.
   virtual CmResult OnEventFire() = 0;
