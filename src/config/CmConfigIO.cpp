@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"
 #include "trace/CmTraceInternal.h"
 
@@ -204,15 +205,16 @@ char* get_exec_name() {
   return s_cached;
 }
 
-const char* get_process_name() {
-  const char* name = get_exec_name();
-  if (!name || !*name) return "util";
-  const char* last = name;
-  for (const char* p = name; *p; ++p) {
+const char* cm_process_name_of(const char* exec) {
+  if (!exec || !*exec) return "util";
+  const char* last = exec;
+  for (const char* p = exec; *p; ++p) {
     if (*p == '/' || *p == '\\') last = p + 1;
   }
   return last;
 }
+
+const char* get_process_name() { return cm_process_name_of(get_exec_name()); }
 
 // The trace core's "MachineID" lookup (section "Trace", at most 256 characters).
 void cm_trace_configured_machine_id(char* out, size_t cap) {

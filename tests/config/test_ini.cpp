@@ -11,6 +11,7 @@
 #include "cmutil/config/CmConfigIO.h"
 #include "cmutil/config/CmConfigInitFile.h"
 #include "common/CmTraceCapture.h"
+#include "config/CmConfigInternal.h"
 #include "trace/CmTraceInternal.h"
 
 namespace {
@@ -214,6 +215,11 @@ TEST(ProcessName, ExecutableNameIsCachedAndCut) {
   ASSERT_NE(nullptr, exec);
   EXPECT_EQ(exec, get_exec_name());  // the same cached buffer
   EXPECT_STREQ("cmutil_config_tests", get_process_name());
+  EXPECT_STREQ("util", cm_process_name_of(""));
+  EXPECT_STREQ("util", cm_process_name_of(nullptr));
+  EXPECT_STREQ("media.exe", cm_process_name_of("C:\\Program Files\\media.exe"));
+  EXPECT_STREQ("tool", cm_process_name_of("/usr/bin/tool"));
+  EXPECT_STREQ("", cm_process_name_of("dir/"));
 }
 
 namespace {

@@ -449,3 +449,19 @@ TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
   for (int t = 0; t < kThreads; ++t)
     for (int i = 0; i < kLines; ++i) EXPECT_EQ(1, seen[static_cast<size_t>(t)][static_cast<size_t>(i)]);
 }
+
+TEST_F(TraceFilesTest, ConfiguredFileName) {
+  m_trace->set_file_name("custom", false);
+  m_trace->reset_for_test();
+  EXPECT_EQ(folder() + "/custom.0", m_trace->info_path());
+  EXPECT_EQ("", m_trace->error_path());  // one file only
+  trace_line(0, "to the custom file");
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  EXPECT_NE(std::string::npos, records(m_trace->info_path()).find("] [UTIL] :to the custom file\n"));
+  m_trace->set_file_name("single.log", true);
+  m_trace->reset_for_test();
+  EXPECT_EQ(folder() + "/single.log", m_trace->info_path());
+  m_trace->set_file_name(nullptr, false);
+  m_trace->reset_for_test();
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", m_trace->info_path());
+}
