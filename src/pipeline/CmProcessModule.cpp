@@ -135,13 +135,13 @@ struct ProcessModule::Impl {
   std::atomic<uint8_t> queueDecided[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   std::atomic<uint8_t> queueNeeded[PROCESS_MODULE_MAX_INPUT_CHANNELS];
 
-  std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
   // Sizes mirrored outside the lock so that size queries and traces need not lock.
   std::atomic<uint32_t> queueSizes[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   CCmMutexThreadRecursive queueLock;
 
-  std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS];
-  std::vector<DeliverEntry> inputters;
+  std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
+  std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
   CCmMutexThreadRecursive linkLock;
 
   std::shared_ptr<IProcessUnit> unit;
