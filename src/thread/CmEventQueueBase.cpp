@@ -101,11 +101,11 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
     return CM_ERROR_NOT_INITIALIZED;
   }
 
-  if (m_pMutex) m_pMutex->Lock();
+  LockList();
   if (aSizeBefore) *aSizeBefore = m_dwSize.load(std::memory_order_relaxed);
   m_vecIncoming.push_back(aEvent);
   m_dwSize.fetch_add(1, std::memory_order_seq_cst);
-  if (m_pMutex) m_pMutex->UnLock();
+  UnLockList();
 
   // Long-queue report: at most once in three seconds, only by a post. A coarse clock
   // reading is plenty for a three-second check and keeps posting cheap.
@@ -155,34 +155,34 @@ CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsi
                                              unsigned int* aRemain) {
   // Fast path: hand out what an earlier swap took over, without the lock.
   if (!HasDrainedEvents()) {
-    if (m_pMutex) m_pMutex->Lock();
+    LockList();
     if (m_vecIncoming.empty()) {
-      if (m_pMutex) m_pMutex->UnLock();
+      UnLockList();
       return CM_ERROR_NOT_FOUND;
     }
     if (aMaxCount == 0) {
       if (aRemain) *aRemain = m_dwSize.load(std::memory_order_relaxed);
-      if (m_pMutex) m_pMutex->UnLock();
+      UnLockList();
       return CM_OK;
     }
     m_vecDrain.clear();
     m_nDrainPos = 0;
     m_vecDrain.swap(m_vecIncoming);
-    if (m_pMutex) m_pMutex->UnLock();
+    UnLockList();
   }
 
   unsigned int dwTaken = 0;
   while (dwTaken < aMaxCount) {
     if (!HasDrainedEvents()) {
       // The drained batch is used up and more are wanted: take the newer ones over.
-      if (m_pMutex) m_pMutex->Lock();
+      LockList();
       bool bMore = !m_vecIncoming.empty();
       if (bMore) {
         m_vecDrain.clear();
         m_nDrainPos = 0;
         m_vecDrain.swap(m_vecIncoming);
       }
-      if (m_pMutex) m_pMutex->UnLock();
+      UnLockList();
       if (!bMore) break;
     }
     size_t nAvail = m_vecDrain.size() - m_nDrainPos;
@@ -283,14 +283,14 @@ void CCmEventQueueBase::DestoryPendingEvents() {
   CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << m_dwSize.load(std::memory_order_relaxed));
 
   std::vector<ICmEvent*> events;
-  if (m_pMutex) m_pMutex->Lock();
+  LockList();
   events.assign(m_vecDrain.begin() + static_cast<std::ptrdiff_t>(m_nDrainPos), m_vecDrain.end());
   events.insert(events.end(), m_vecIncoming.begin(), m_vecIncoming.end());
   m_vecDrain.clear();
   m_nDrainPos = 0;
   m_vecIncoming.clear();
   m_dwSize.store(0, std::memory_order_release);
-  if (m_pMutex) m_pMutex->UnLock();
+  UnLockList();
 
   for (ICmEvent* pEvent : events) pEvent->OnDestorySelf();
 }

@@ -44,10 +44,10 @@ class CM_EXPORT CCmEventThread : public CCmMutexThread {
 
   /// Returns at once (CM_OK) when signalled, consuming the signal of an auto-reset
   /// event; otherwise one wait of at most aTimeout (null: no limit).
-  CmResult Wait(CCmTimeValue* aTimeout = nullptr);
+  CmResult Wait(CCmTimeValue* aTimeout = nullptr) CM_NO_THREAD_SAFETY_ANALYSIS;
   /// Manual reset: signals and wakes all. Auto reset: wakes one waiter, or stays
   /// signalled for the next Wait when nobody waits.
-  CmResult Signal();
+  CmResult Signal() CM_NO_THREAD_SAFETY_ANALYSIS;
   /// Not supported: always CM_ERROR_FAILURE, changes nothing.
   CmResult Reset();
 

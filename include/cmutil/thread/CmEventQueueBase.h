@@ -137,6 +137,13 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
  protected:
   /// True when the owner has popped events that it has not handed out yet.
   bool HasDrainedEvents() const { return m_nDrainPos < m_vecDrain.size(); }
+  /// Lock the list when the queue has a mutex (the analysis cannot follow the condition).
+  void LockList() CM_NO_THREAD_SAFETY_ANALYSIS {
+    if (m_pMutex) m_pMutex->Lock();
+  }
+  void UnLockList() CM_NO_THREAD_SAFETY_ANALYSIS {
+    if (m_pMutex) m_pMutex->UnLock();
+  }
   /// Fires and destroys one event; aClockUs holds the clock reading taken before it and
   /// receives the one taken after it, so that a batch reads the clock once per event.
   void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs);
