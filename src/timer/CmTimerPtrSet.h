@@ -82,3 +82,86 @@ class CmTimerPtrSet {
   std::vector<uintptr_t> m_slots;
   size_t m_size = 0;
 };
+
+/// The same table with a value per key: handler -> where its node lies.
+template <class V>
+class CmTimerPtrMap {
+ public:
+  CmTimerPtrMap() { reset(16); }
+
+  V* find(const void* p) {
+    const uintptr_t key = reinterpret_cast<uintptr_t>(p);
+    for (size_t i = index_of(key);; i = (i + 1) & mask()) {
+      if (m_keys[i] == key) return &m_values[i];
+      if (m_keys[i] == 0) return nullptr;
+    }
+  }
+
+  /// Inserts or overwrites.
+  void set(const void* p, const V& value) {
+    if ((m_size + 1) * 2 > m_keys.size()) grow();
+    set_key(reinterpret_cast<uintptr_t>(p), value);
+  }
+
+  bool erase(const void* p) {
+    const uintptr_t key = reinterpret_cast<uintptr_t>(p);
+    size_t i = index_of(key);
+    for (;; i = (i + 1) & mask()) {
+      if (m_keys[i] == 0) return false;
+      if (m_keys[i] == key) break;
+    }
+    size_t hole = i;
+    for (size_t j = (hole + 1) & mask(); m_keys[j] != 0; j = (j + 1) & mask()) {
+      const size_t home = index_of(m_keys[j]);
+      const bool movable = (j > hole) ? (home <= hole || home > j) : (home <= hole && home > j);
+      if (movable) {
+        m_keys[hole] = m_keys[j];
+        m_values[hole] = m_values[j];
+        hole = j;
+      }
+    }
+    m_keys[hole] = 0;
+    --m_size;
+    return true;
+  }
+
+  size_t size() const { return m_size; }
+
+ private:
+  void reset(size_t n) {
+    m_keys.assign(n, 0);
+    m_values.assign(n, V());
+    m_size = 0;
+  }
+  size_t mask() const { return m_keys.size() - 1; }
+  size_t index_of(uintptr_t key) const {
+    uint64_t h = static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ULL;
+    return static_cast<size_t>(h >> 32) & mask();
+  }
+  void set_key(uintptr_t key, const V& value) {
+    size_t i = index_of(key);
+    for (;; i = (i + 1) & mask()) {
+      if (m_keys[i] == key) {
+        m_values[i] = value;
+        return;
+      }
+      if (m_keys[i] == 0) break;
+    }
+    m_keys[i] = key;
+    m_values[i] = value;
+    ++m_size;
+  }
+  void grow() {
+    std::vector<uintptr_t> oldKeys;
+    std::vector<V> oldValues;
+    oldKeys.swap(m_keys);
+    oldValues.swap(m_values);
+    reset(oldKeys.size() * 2);
+    for (size_t i = 0; i < oldKeys.size(); ++i)
+      if (oldKeys[i] != 0) set_key(oldKeys[i], oldValues[i]);
+  }
+
+  std::vector<uintptr_t> m_keys;
+  std::vector<V> m_values;
+  size_t m_size = 0;
+};

@@ -7,6 +7,7 @@
 
 #include "cmutil/base/CmAssert.h"
 #include "timer/CmTimerClock.h"
+#include "timer/CmTimerPtrSet.h"
 #include "timer/CmTimerWheelInspector.h"
 
 namespace {
@@ -21,6 +22,7 @@ struct CCmTimerWheelQueue::Impl {
     CNode node;
     Node* prev;
     Node* next;
+    bool far;  // in a far list
   };
   struct List {
     Node* head = nullptr;
@@ -75,6 +77,8 @@ struct CCmTimerWheelQueue::Impl {
   size_t total = 0;
   Node* freeList = nullptr;
   std::vector<std::unique_ptr<Node[]>> chunks;
+  // handler -> its node, so that a cancel does not walk the slot's list
+  CmTimerPtrMap<Node*> index;
 
   Node* alloc(const CNode& value) {
     if (!freeList) {
@@ -103,7 +107,8 @@ struct CCmTimerWheelQueue::Impl {
     const CCmTimeValue now = cm_timer_now();
     const unsigned int slot = CCmTimerWheelQueue::SlotOf(value.m_tvExpired);
     Node* n = alloc(value);
-    if (value.m_tvExpired.GetSec() <= now.GetSec() + 29) {
+    n->far = value.m_tvExpired.GetSec() > now.GetSec() + 29;
+    if (!n->far) {
       nearLists[slot].push_back(n);
     } else {
       List& far = farLists[slot];
@@ -113,6 +118,7 @@ struct CCmTimerWheelQueue::Impl {
     }
     if (value.m_tvExpired < earliest) earliest = value.m_tvExpired;
     value.m_pEh->m_dwWheelSlot = slot;
+    index.set(value.m_pEh, n);
   }
 
   /// Finds the next earliest timer, walking forward from slot s. On the way, far
@@ -132,6 +138,7 @@ struct CCmTimerWheelQueue::Impl {
         while (farList.head && static_cast<long long>(farList.head->node.m_tvExpired.GetSec()) <= windowEndSec) {
           Node* n = farList.head;
           farList.unlink(n);
+          n->far = false;
           nearList.push_back(n);
         }
       }
@@ -149,13 +156,12 @@ struct CCmTimerWheelQueue::Impl {
     const unsigned int slot = h->m_dwWheelSlot;
     if (slot >= kSlots) return false;
     bool removed = false;
-    if (Node* n = nearLists[slot].find(h)) {
-      nearLists[slot].unlink(n);
+    if (Node** found = index.find(h)) {
+      Node* n = *found;
+      const unsigned int at = CCmTimerWheelQueue::SlotOf(n->node.m_tvExpired);
+      (n->far ? farLists[at] : nearLists[at]).unlink(n);
+      index.erase(h);
       release(n);
-      removed = true;
-    } else if (Node* f = farLists[slot].find(h)) {
-      farLists[slot].unlink(f);
-      release(f);
       removed = true;
     }
     if (earliest != CCmTimeValue::get_tvMax() && slot == CCmTimerWheelQueue::SlotOf(earliest) && !nearLists[slot].head)
@@ -203,6 +209,7 @@ int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
   Impl::Node* n = list.head;
   list.unlink(n);
   aPopNode = n->node;
+  impl.index.erase(n->node.m_pEh);
   impl.release(n);
   if (!list.head) impl.rescan(slot);
   return 0;

@@ -15,6 +15,7 @@
 #include "cmutil/timer/CmTimerQueueOrderedList.h"
 #include "cmutil/timer/CmTimerWheelQueue.h"
 #include "common/CmTraceCapture.h"
+#include "timer/CmTimerPtrSet.h"
 #include "timer/CmTimerWheelInspector.h"
 
 namespace {
@@ -433,6 +434,42 @@ TEST(TimerWheel, CancellingTheEarliestRescansToTheNext) {
   EXPECT_EQ(CM_OK, queue.CancelTimer(&far));
   EXPECT_EQ(CCmTimeValue::get_tvMax(), queue.GetEarliestTime());
   EXPECT_EQ(0u, queue.GetCount());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(TimerPointerIndex, SetAndMapSurviveEraseAndGrowth) {
+  std::mt19937 rng(5);
+  std::vector<int> objects(3000);
+  std::vector<const void*> keys;
+  for (auto& o : objects) keys.push_back(&o);
+  std::shuffle(keys.begin(), keys.end(), rng);
+  CmTimerPtrSet set;
+  CmTimerPtrMap<size_t> map;
+  for (size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_TRUE(set.insert(keys[i]));
+    map.set(keys[i], i);
+  }
+  EXPECT_FALSE(set.insert(keys[0]));
+  for (size_t i = 0; i < keys.size(); i += 2) {
+    EXPECT_TRUE(set.erase(keys[i]));
+    EXPECT_TRUE(map.erase(keys[i]));
+  }
+  EXPECT_FALSE(set.erase(keys[0]));
+  EXPECT_EQ(1500u, set.size());
+  EXPECT_EQ(1500u, map.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(i % 2 == 1, set.contains(keys[i])) << i;
+    size_t* v = map.find(keys[i]);
+    if (i % 2 == 1) {
+      ASSERT_NE(nullptr, v);
+      EXPECT_EQ(i, *v);
+    } else {
+      EXPECT_EQ(nullptr, v);
+    }
+  }
 }
 
 }  // namespace
