@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 class CmTimerPtrSet {
@@ -92,14 +93,14 @@ class CmTimerPtrMap {
   V* find(const void* p) {
     const uintptr_t key = reinterpret_cast<uintptr_t>(p);
     for (size_t i = index_of(key);; i = (i + 1) & mask()) {
-      if (m_keys[i] == key) return &m_values[i];
-      if (m_keys[i] == 0) return nullptr;
+      if (m_slots[i].first == key) return &m_slots[i].second;
+      if (m_slots[i].first == 0) return nullptr;
     }
   }
 
   /// Inserts or overwrites.
   void set(const void* p, const V& value) {
-    if ((m_size + 1) * 2 > m_keys.size()) grow();
+    if ((m_size + 1) * 2 > m_slots.size()) grow();
     set_key(reinterpret_cast<uintptr_t>(p), value);
   }
 
@@ -107,20 +108,19 @@ class CmTimerPtrMap {
     const uintptr_t key = reinterpret_cast<uintptr_t>(p);
     size_t i = index_of(key);
     for (;; i = (i + 1) & mask()) {
-      if (m_keys[i] == 0) return false;
-      if (m_keys[i] == key) break;
+      if (m_slots[i].first == 0) return false;
+      if (m_slots[i].first == key) break;
     }
     size_t hole = i;
-    for (size_t j = (hole + 1) & mask(); m_keys[j] != 0; j = (j + 1) & mask()) {
-      const size_t home = index_of(m_keys[j]);
+    for (size_t j = (hole + 1) & mask(); m_slots[j].first != 0; j = (j + 1) & mask()) {
+      const size_t home = index_of(m_slots[j].first);
       const bool movable = (j > hole) ? (home <= hole || home > j) : (home <= hole && home > j);
       if (movable) {
-        m_keys[hole] = m_keys[j];
-        m_values[hole] = m_values[j];
+        m_slots[hole] = m_slots[j];
         hole = j;
       }
     }
-    m_keys[hole] = 0;
+    m_slots[hole].first = 0;
     --m_size;
     return true;
   }
@@ -129,11 +129,10 @@ class CmTimerPtrMap {
 
  private:
   void reset(size_t n) {
-    m_keys.assign(n, 0);
-    m_values.assign(n, V());
+    m_slots.assign(n, std::pair<uintptr_t, V>(0, V()));
     m_size = 0;
   }
-  size_t mask() const { return m_keys.size() - 1; }
+  size_t mask() const { return m_slots.size() - 1; }
   size_t index_of(uintptr_t key) const {
     uint64_t h = static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ULL;
     return static_cast<size_t>(h >> 32) & mask();
@@ -141,27 +140,24 @@ class CmTimerPtrMap {
   void set_key(uintptr_t key, const V& value) {
     size_t i = index_of(key);
     for (;; i = (i + 1) & mask()) {
-      if (m_keys[i] == key) {
-        m_values[i] = value;
+      if (m_slots[i].first == key) {
+        m_slots[i].second = value;
         return;
       }
-      if (m_keys[i] == 0) break;
+      if (m_slots[i].first == 0) break;
     }
-    m_keys[i] = key;
-    m_values[i] = value;
+    m_slots[i].first = key;
+    m_slots[i].second = value;
     ++m_size;
   }
   void grow() {
-    std::vector<uintptr_t> oldKeys;
-    std::vector<V> oldValues;
-    oldKeys.swap(m_keys);
-    oldValues.swap(m_values);
-    reset(oldKeys.size() * 2);
-    for (size_t i = 0; i < oldKeys.size(); ++i)
-      if (oldKeys[i] != 0) set_key(oldKeys[i], oldValues[i]);
+    std::vector<std::pair<uintptr_t, V>> old;
+    old.swap(m_slots);
+    reset(old.size() * 2);
+    for (const auto& kv : old)
+      if (kv.first != 0) set_key(kv.first, kv.second);
   }
 
-  std::vector<uintptr_t> m_keys;
-  std::vector<V> m_values;
+  std::vector<std::pair<uintptr_t, V>> m_slots;  // key and value side by side: one cache line
   size_t m_size = 0;
 };
