@@ -132,19 +132,20 @@ struct ProcessModule::Impl {
   uint32_t type = 0;
 
   // Per input channel: whether the queue-or-not decision was taken, and its outcome.
-  std::atomic<uint8_t> queueDecided[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  // Read by every delivering thread: kept off the lines that the queues write.
+  alignas(64) std::atomic<uint8_t> queueDecided[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   std::atomic<uint8_t> queueNeeded[PROCESS_MODULE_MAX_INPUT_CHANNELS];
 
-  std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
+  alignas(64) std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
   // Sizes mirrored outside the lock so that size queries and traces need not lock.
   std::atomic<uint32_t> queueSizes[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   CCmMutexThreadRecursive queueLock;
 
-  std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
+  alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
   std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
   CCmMutexThreadRecursive linkLock;
 
-  std::shared_ptr<IProcessUnit> unit;
+  alignas(64) std::shared_ptr<IProcessUnit> unit;
   std::map<std::string, std::string> attributes;  // kept for derived modules
   ProcessConfig config;
   std::atomic<uint32_t> status{PROCESS_MODULE_STATUS_CREATED};
