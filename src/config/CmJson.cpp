@@ -564,6 +564,30 @@ class Parser {
   }
 
  private:
+  // Character classes of the scanners: what ends a run inside a string, and what ends
+  // a run outside one.
+  static constexpr uint8_t kInString = 1;
+  static constexpr uint8_t kStructural = 2;
+  struct ClassTable {
+    uint8_t c[256] = {};
+    constexpr ClassTable() {
+      c[static_cast<uint8_t>('"')] = kInString | kStructural;
+      c[static_cast<uint8_t>('\\')] = kInString;
+      c[static_cast<uint8_t>('[')] = kStructural;
+      c[static_cast<uint8_t>(']')] = kStructural;
+      c[static_cast<uint8_t>('{')] = kStructural;
+      c[static_cast<uint8_t>('}')] = kStructural;
+      c[static_cast<uint8_t>(',')] = kStructural;
+    }
+  };
+
+  // First position at or after p whose character is of class `cls`, or e.
+  static const char* SkipTo(const char* p, const char* e, uint8_t cls) {
+    static constexpr ClassTable kTable;
+    while (p < e && !(kTable.c[static_cast<uint8_t>(*p)] & cls)) ++p;
+    return p;
+  }
+
   static void Trim(const char*& b, const char*& e) {
     while (b < e && json_isspace(*b)) ++b;
     while (e > b && json_isspace(e[-1])) --e;
@@ -572,12 +596,13 @@ class Parser {
   // First double quote at or after `p` that is not escaped by a backslash.
   static const char* QuotePos(const char* p, const char* e) {
     while (p < e) {
+      p = SkipTo(p, e, kInString);
+      if (p >= e) break;
       if (*p == '\\') {
         p += (e - p >= 2) ? 2 : 1;
         continue;
       }
-      if (*p == '"') return p;
-      ++p;
+      return p;
     }
     return nullptr;
   }
@@ -588,12 +613,15 @@ class Parser {
     const size_t start = m_stack.size() - 1;
     bool inString = false;
     for (const char* p = b + 1; p < e; ++p) {
+      p = SkipTo(p, e, inString ? kInString : kStructural);
+      if (p >= e) break;
       char c = *p;
       if (inString) {
-        if (c == '\\' && p + 1 < e)
-          ++p;
-        else if (c == '"')
+        if (c == '\\') {
+          if (p + 1 < e) ++p;
+        } else {
           inString = false;
+        }
         continue;
       }
       switch (c) {
@@ -721,12 +749,13 @@ class Parser {
     int depth = 0;
     bool inString = false;
     for (const char* p = b;; ++p) {
+      if (p < e) p = SkipTo(p, e, inString ? kInString : kStructural);
       if (p < e) {
         char c = *p;
         if (inString) {
           if (c == '\\')
             ++p;
-          else if (c == '"')
+          else
             inString = false;
           continue;
         }
