@@ -112,7 +112,11 @@ CmResult CCmEventThread::Signal() {
     m_bSignaled = 1;
     rv = CM_OK;
   } else {
-    rv = m_Condition.Signal();
+    // Wake the waiter after releasing the mutex, so that it does not wake up only to
+    // block on the mutex that this thread still holds. The waiter cannot return before
+    // the signal, so the object is still alive here.
+    UnLock();
+    return m_Condition.Signal();
   }
   UnLock();
   return rv;
