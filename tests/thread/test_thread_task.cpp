@@ -106,6 +106,63 @@ TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
   EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=t-stop, m_Tid="));
 }
 
+TYPED_TEST(TaskThreadTest, StopWhileProducersPostLosesNothingAcceptedBefore) {
+  ACmThread* task = StartTask<TypeParam>("t-stoprace");
+  const int kProducers = 3;
+  const int kEach = 4000;
+  // Per event: 1 = fired, and whether it was accepted before Stop() was entered.
+  std::vector<std::atomic<int>> fired(kProducers * kEach);
+  std::vector<std::atomic<int>> destroyed(kProducers * kEach);
+  std::vector<char> acceptedBeforeStop(kProducers * kEach, 0);
+  std::atomic<bool> stopCalled{false};
+  ThreadWaiter halfway(kProducers);
+
+  class CountedEvent : public ICmEvent {
+   public:
+    CountedEvent(std::atomic<int>* f, std::atomic<int>* d) : m_fired(f), m_destroyed(d) {}
+    CmResult OnEventFire() override {
+      ++*m_fired;
+      return CM_OK;
+    }
+    void OnDestorySelf() override {
+      ++*m_destroyed;
+      delete this;
+    }
+
+   private:
+    std::atomic<int>* m_fired;
+    std::atomic<int>* m_destroyed;
+  };
+
+  std::vector<std::thread> producers;
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&, p] {
+      for (int i = 0; i < kEach; ++i) {
+        int id = p * kEach + i;
+        CmResult rv = task->GetEventQueue()->PostEvent(new CountedEvent(&fired[id], &destroyed[id]));
+        if (rv == CM_OK && !stopCalled.load()) acceptedBeforeStop[id] = 1;
+        if (i == kEach / 2) halfway.Finished();
+      }
+    });
+  }
+  ASSERT_TRUE(halfway.WaitUntilTimeout(kWaitMs));
+  stopCalled = true;
+  task->Stop(nullptr);
+  for (auto& t : producers) t.join();
+  EXPECT_EQ(CM_OK, task->Join());
+  task->Destory(0);
+  int firedBeforeStop = 0;
+  for (int id = 0; id < kProducers * kEach; ++id) {
+    ASSERT_EQ(1, destroyed[id].load()) << id;  // every event destroyed exactly once
+    ASSERT_LE(fired[id].load(), 1) << id;
+    if (acceptedBeforeStop[id]) {
+      ASSERT_EQ(1, fired[id].load()) << id;  // accepted before Stop: it ran
+      ++firedBeforeStop;
+    }
+  }
+  EXPECT_GE(firedBeforeStop, kProducers * (kEach / 2));
+}
+
 TYPED_TEST(TaskThreadTest, SendEventCrossThreadReturnsResult) {
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-send");
