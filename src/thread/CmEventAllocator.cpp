@@ -32,9 +32,9 @@ void cm_event_free(void* aBlock, size_t) { std::free(aBlock); }
 namespace {
 
 const size_t kGranule = 32;
-const int kClasses = 4;               // 32, 64, 96 and 128 bytes
-const unsigned int kBatch = 64;       // blocks moved to or from the depot at once
-const size_t kMaxDepotBatches = 512;  // per class; beyond that blocks go back to the heap
+const int kClasses = 4;                // 32, 64, 96 and 128 bytes
+const unsigned int kBatch = 64;        // blocks moved to or from the depot at once
+const size_t kMaxDepotBatches = 4096;  // per class (262,144 blocks); beyond that blocks go back to the heap
 
 struct FreeBlock {
   FreeBlock* next;

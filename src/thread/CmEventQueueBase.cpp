@@ -25,7 +25,7 @@ std::atomic<unsigned int> g_sendStoppedCount{0};
 const int64_t kLongQueueCheckUs = 3 * 1000000LL;
 const unsigned int kLongQueueSize = 100;
 // Pause instructions spent looking for a new event before the owner sleeps (a few us).
-const int kSpinBeforeWait = 256;
+const int kSpinBeforeWait = 1024;
 }  // namespace
 
 int64_t cm_event_clock_now_us() {
