@@ -3,6 +3,8 @@
 
 #include "thread/CmEventAllocator.h"
 
+#include <pthread.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -58,21 +60,46 @@ void FreeChain(FreeBlock* b) {
   }
 }
 
+// Plain data, so that reaching it costs no initialisation check; the blocks a thread
+// still holds when it ends are freed by a thread-exit callback registered on first use.
 struct ThreadCache {
-  FreeBlock* alloc[kClasses] = {};
-  FreeBlock* freed[kClasses] = {};
-  unsigned int freedCount[kClasses] = {};
-
-  ~ThreadCache() {
-    for (int c = 0; c < kClasses; ++c) {
-      FreeChain(alloc[c]);
-      FreeChain(freed[c]);
-    }
-  }
+  FreeBlock* alloc[kClasses];
+  FreeBlock* freed[kClasses];
+  unsigned int freedCount[kClasses];
+  bool registered;
 };
 
 // Initial-exec: the library is linked at start-up, and this avoids a lookup per call.
-__attribute__((tls_model("initial-exec"))) thread_local ThreadCache t_cache;
+__attribute__((tls_model("initial-exec"))) __thread ThreadCache t_cache;
+
+void ReleaseThreadCache(void* aCache) {
+  ThreadCache* cache = static_cast<ThreadCache*>(aCache);
+  for (int c = 0; c < kClasses; ++c) {
+    FreeChain(cache->alloc[c]);
+    FreeChain(cache->freed[c]);
+    cache->alloc[c] = nullptr;
+    cache->freed[c] = nullptr;
+    cache->freedCount[c] = 0;
+  }
+}
+
+pthread_key_t CacheKey() {
+  static pthread_key_t s_key = [] {
+    pthread_key_t key;
+    pthread_key_create(&key, &ReleaseThreadCache);
+    return key;
+  }();
+  return s_key;
+}
+
+ThreadCache& Cache() {
+  ThreadCache& cache = t_cache;
+  if (!cache.registered) {
+    cache.registered = true;
+    pthread_setspecific(CacheKey(), &cache);
+  }
+  return cache;
+}
 
 int ClassOf(size_t aSize) {
   if (aSize == 0 || aSize > kGranule * kClasses) return -1;
@@ -84,7 +111,7 @@ int ClassOf(size_t aSize) {
 void* cm_event_alloc(size_t aSize) {
   int c = ClassOf(aSize);
   if (c >= 0) {
-    ThreadCache& cache = t_cache;
+    ThreadCache& cache = Cache();
     FreeBlock* b = cache.alloc[c];
     if (!b && cache.freed[c]) {
       cache.alloc[c] = cache.freed[c];
@@ -119,7 +146,7 @@ void cm_event_free(void* aBlock, size_t aSize) {
     std::free(aBlock);
     return;
   }
-  ThreadCache& cache = t_cache;
+  ThreadCache& cache = Cache();
   FreeBlock* b = static_cast<FreeBlock*>(aBlock);
   b->next = cache.freed[c];
   cache.freed[c] = b;
