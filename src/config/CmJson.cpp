@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <vector>
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
@@ -86,7 +87,6 @@ const Value& Array::operator[](size_t i) const {
 }
 
 void Array::push_back(const Value& v) { m_values.push_back(v); }
-void Array::reserve(size_t n) { m_values.reserve(n); }
 void Array::push_back(Value&& v) { m_values.push_back(std::move(v)); }
 
 void Array::insert(size_t pos, const Value& v) {

@@ -24,10 +24,10 @@
 /// Values are plain data: not thread-safe, copy freely.
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cmutil/base/CmExport.h"
 
@@ -54,11 +54,12 @@ constexpr StackDepthType kStackArray = 1;
 
 class Value;
 
-/// Ordered array of values.
+/// Ordered array of values. Elements are kept in fixed-size blocks (no reallocation as the
+/// array grows, so a large array never moves or frees one large block); indexing is O(1).
 class CM_EXPORT Array {
  public:
-  typedef std::vector<Value>::iterator iterator;
-  typedef std::vector<Value>::const_iterator const_iterator;
+  typedef std::deque<Value>::iterator iterator;
+  typedef std::deque<Value>::const_iterator const_iterator;
 
   Array();
   Array(const Array&);
@@ -71,7 +72,6 @@ class CM_EXPORT Array {
   const Value& operator[](size_t i) const;
   void push_back(const Value& v);
   void push_back(Value&& v);
-  void reserve(size_t n);
   /// Inserts before position `pos`; a position past the end appends.
   void insert(size_t pos, const Value& v);
   iterator find(const Value& v);
@@ -85,7 +85,7 @@ class CM_EXPORT Array {
   const_iterator end() const;
 
  private:
-  std::vector<Value> m_values;
+  std::deque<Value> m_values;
 };
 
 /// Map from key to value, iterated in ascending byte order of the keys.
