@@ -256,3 +256,24 @@ TEST(CmGetSingletonMutexTest, IsOneRecursiveMutex) {
 }
 
 }  // namespace
+
+namespace {
+
+// Larger than any address space: the singleton cannot be allocated.
+struct CM_EXPORT UnallocatablePayload {
+  char bytes[1ULL << 52];
+};
+
+TEST(CCmSingletonTTest, AllocationFailureReportsAssertionAndYieldsNull) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizer allocators abort on impossible sizes instead of failing";
+#else
+  CmTraceCapture cap;
+  int64_t before = cm_get_assertions_count();
+  EXPECT_EQ(nullptr, CCmSingletonT<UnallocatablePayload>::Instance());
+  EXPECT_EQ(before + 1, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains(0, "Assert failed: m_psInstance"));
+#endif
+}
+
+}  // namespace
