@@ -28,6 +28,11 @@ void sleep_ms(unsigned int ms) {
   }
 }
 
+ICmTimerQueue* current_timer_queue() {
+  ACmThread* current = getCurrentThread();
+  return current ? current->GetTimerQueue() : nullptr;
+}
+
 /// One counted reference held by a posted event; released when the event goes.
 class RefHolder {
  public:
@@ -51,12 +56,17 @@ struct ScheduleCall {
 
   void operator()() const {
     CCmTimerWrapperRef* r = ref.get();
-    if (!r->GetTimerQueue()) {
-      ACmThread* current = getCurrentThread();
-      ICmTimerQueue* queue = current ? current->GetTimerQueue() : nullptr;
-      if (!queue) return;  // CM_ERROR_THREAD_CREATE: nothing to bind to
-      r->BindTimerQueue(queue);
+    ACmThread* current = getCurrentThread();
+    ICmTimerQueue* mine = current ? current->GetTimerQueue() : nullptr;
+    ICmTimerQueue* bound = r->GetTimerQueue();
+    if (!bound) {
+      if (!mine) return;  // CM_ERROR_THREAD_CREATE: nothing to bind to
+      // Binding races with a Schedule() of the same handle on another thread: the
+      // first one wins and the reference stays with that queue.
+      bound = r->BindTimerQueue(mine, current->GetThreadId());
     }
+    // A queue is only ever touched from its own thread.
+    if (bound != mine) return;
     (void)r->ScheduleTimer(sink, interval, count);
   }
 };
@@ -66,14 +76,10 @@ struct CancelCall {
   RefHolder ref;
 
   void operator()() const {
-    if (ICmTimerQueue* queue = ref.get()->GetTimerQueue()) (void)queue->CancelTimer(ref.get());
+    ICmTimerQueue* queue = ref.get()->GetTimerQueue();
+    if (queue && queue == current_timer_queue()) (void)queue->CancelTimer(ref.get());
   }
 };
-
-ICmTimerQueue* current_timer_queue() {
-  ACmThread* current = getCurrentThread();
-  return current ? current->GetTimerQueue() : nullptr;
-}
 
 }  // namespace
 
@@ -91,21 +97,26 @@ CCmTimerWrapperRef::~CCmTimerWrapperRef() {
   m_bCancelled.store(true);
   m_pParent.store(nullptr);
   ICmTimerQueue* queue = GetTimerQueue();
-  if (queue && IsOwnThread()) (void)queue->CancelTimer(this);
-  m_ThreadId = 0;
+  if (queue && queue == current_timer_queue()) (void)queue->CancelTimer(this);
+  m_ThreadId.store(0);
 }
 
 void CCmTimerWrapperRef::OnReferenceDestory() { delete this; }
 
-bool CCmTimerWrapperRef::IsOwnThread() const { return current_timer_queue() == GetTimerQueue(); }
+ICmTimerQueue* CCmTimerWrapperRef::BindTimerQueue(ICmTimerQueue* aQueue, CM_THREAD_ID aThreadId) {
+  ICmTimerQueue* expected = nullptr;
+  if (m_pTimerQueue.compare_exchange_strong(expected, aQueue)) {
+    m_ThreadId.store(aThreadId);
+    return aQueue;
+  }
+  return expected;
+}
 
 CmResult CCmTimerWrapperRef::ScheduleTimer(CCmTimerWrapperIDSink* aSink, const CCmTimeValue& aInterval,
                                            unsigned int aCount) {
+  CM_ASSERTE_RETURN(m_pTimerQueue != NULL, CM_ERROR_NOT_INITIALIZED);
+  // Bound once and never unbound, so this read sees the queue just checked.
   ICmTimerQueue* queue = GetTimerQueue();
-  if (!queue) {
-    cm_assert_failed("CmTimerWrapperID", 70, "m_pTimerQueue != NULL");
-    return CM_ERROR_NOT_INITIALIZED;
-  }
   m_bCancelled.store(false);
   return queue->ScheduleTimer(this, aSink, aInterval, aCount);
 }
@@ -114,23 +125,29 @@ CmResult CCmTimerWrapperRef::Cancel() {
   m_bCancelled.store(true);
   CCmTimerWrapperID* parent = m_pParent.exchange(nullptr);
   (void)parent;
-  if (IsOwnThread()) {
-    ICmTimerQueue* queue = GetTimerQueue();
-    return queue ? queue->CancelTimer(this) : CM_ERROR_GENERIC;
-  }
+  // Read the binding once: the owning thread may bind an unbound reference at any
+  // moment (a queued scheduling event), and a second read could then hand the
+  // queue to this thread although the decision below was taken for "unbound".
+  ICmTimerQueue* queue = GetTimerQueue();
+  ICmTimerQueue* mine = current_timer_queue();
+  if (queue && queue == mine) return queue->CancelTimer(this);
 
   // Foreign thread: wait for a callback that is running right now.
   const int rounds = g_cancelWaitRounds.load();
   for (int i = 0; i < rounds && m_bExecuting.load(); ++i) sleep_ms(i < 5 ? 30 : 100);
   if (m_bExecuting.load()) {
     CM_ERROR_TRACE_THIS("CCmTimerWrapperRef::Cancel, the timer has been executed too long time, parent="
-                        << static_cast<const void*>(m_pParent.load()) << ", thread=" << m_ThreadId);
+                        << static_cast<const void*>(m_pParent.load()) << ", thread=" << m_ThreadId.load());
   }
-  if (ACmThread* owner = GetThreadById(m_ThreadId)) {
+  // Also when unbound: a scheduling event may still be queued on the owning thread;
+  // the cancelling event runs after it and takes the timer out again.
+  if (ACmThread* owner = GetThreadById(m_ThreadId.load())) {
     if (ICmEventQueue* eventQueue = owner->GetEventQueue())
       (void)eventQueue->PostEvent(new CCmInvokeEvent<CancelCall>(CancelCall{RefHolder(this)}), kTimerEventPriority,
                                   nullptr);
   }
+  // Neither side has a queue: nothing was bound to cancel in.
+  if (!queue && !mine) return CM_ERROR_GENERIC;
   return CM_ERROR_NULL_POINTER;
 }
 
@@ -172,10 +189,7 @@ CCmTimerWrapperID::~CCmTimerWrapperID() {
 }
 
 CmResult CCmTimerWrapperID::Schedule(CCmTimerWrapperIDSink* aSink, const CCmTimeValue& aInterval, unsigned int aCount) {
-  if (!aSink) {
-    cm_assert_failed("CmTimerWrapperID", 159, "aSink");
-    return CM_ERROR_INVALID_ARG;
-  }
+  CM_ASSERTE_RETURN(aSink, CM_ERROR_INVALID_ARG);
   ACmThread* current = getCurrentThread();
   if (!current) {
     CM_ERROR_TRACE_THIS("CCmTimerWrapperID::Schedule, your thread doesn't support TP timer queue.");
@@ -192,45 +206,30 @@ CmResult CCmTimerWrapperID::Schedule(CCmTimerWrapperIDSink* aSink, const CCmTime
     m_impl->ref->AddReference();
   }
   CCmTimerWrapperRef* ref = m_impl->ref;
-  ICmTimerQueue* bound = ref->GetTimerQueue();
-  if (bound && bound != queue) {
+  // Binds an unbound reference to this queue; a queued scheduling event of another
+  // thread may have bound it first.
+  if (ref->BindTimerQueue(queue, current->GetThreadId()) != queue) {
     CM_ERROR_TRACE_THIS("CCmTimerWrapperID::Schedule, schedule in different thread is not allowed.");
     return CM_ERROR_FAILURE;
   }
-  ref->BindTimerQueue(queue);
   return ref->ScheduleTimer(aSink, aInterval, aCount);
 }
 
 CmResult CCmTimerWrapperID::ScheduleInThread(int aThreadType, CCmTimerWrapperIDSink* aSink,
                                              const CCmTimeValue& aInterval, unsigned int aCount) {
-  if (!aSink) {
-    cm_assert_failed("CmTimerWrapperID", 190, "aSink");
-    return CM_ERROR_INVALID_ARG;
-  }
-  ACmThread* thread = GetThread(aThreadType);
-  if (!thread) {
-    cm_assert_failed("CmTimerWrapperID", 192, "pThread != NULL");
-    return CM_ERROR_INVALID_ARG;
-  }
-  return ScheduleInThread(thread, aSink, aInterval, aCount);
+  CM_ASSERTE_RETURN(aSink, CM_ERROR_INVALID_ARG);
+  ACmThread* pThread = GetThread(aThreadType);
+  CM_ASSERTE_RETURN(pThread != NULL, CM_ERROR_INVALID_ARG);
+  return ScheduleInThread(pThread, aSink, aInterval, aCount);
 }
 
 CmResult CCmTimerWrapperID::ScheduleInThread(ACmThread* pThread, CCmTimerWrapperIDSink* aSink,
                                              const CCmTimeValue& aInterval, unsigned int aCount) {
-  if (!pThread) {
-    cm_assert_failed("CmTimerWrapperID", 201, "pThread != NULL");
-    return CM_ERROR_INVALID_ARG;
-  }
-  if (!aSink) {
-    cm_assert_failed("CmTimerWrapperID", 202, "aSink");
-    return CM_ERROR_INVALID_ARG;
-  }
+  CM_ASSERTE_RETURN(pThread != NULL, CM_ERROR_INVALID_ARG);
+  CM_ASSERTE_RETURN(aSink, CM_ERROR_INVALID_ARG);
   if (IsEqualCurrentThread(pThread->GetThreadId())) return Schedule(aSink, aInterval, aCount);
-  ICmTimerQueue* queue = pThread->GetTimerQueue();
-  if (!queue) {
-    cm_assert_failed("CmTimerWrapperID", 210, "pTimerQueue != NULL");
-    return CM_ERROR_THREAD_CREATE;
-  }
+  ICmTimerQueue* pTimerQueue = pThread->GetTimerQueue();
+  CM_ASSERTE_RETURN(pTimerQueue != NULL, CM_ERROR_THREAD_CREATE);
   CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_impl->lock);
   if (!m_impl->ref) {
     m_impl->ref = new CCmTimerWrapperRef(this, pThread->GetThreadId());
@@ -238,7 +237,7 @@ CmResult CCmTimerWrapperID::ScheduleInThread(ACmThread* pThread, CCmTimerWrapper
   }
   CCmTimerWrapperRef* ref = m_impl->ref;
   ICmTimerQueue* bound = ref->GetTimerQueue();
-  if (bound && bound != queue) {
+  if (bound && bound != pTimerQueue) {
     CM_ERROR_TRACE_THIS("CCmTimerWrapperID::ScheduleInThread, schedule 2 timers in different thread is not supported.");
     return CM_ERROR_NULL_POINTER;
   }

@@ -26,21 +26,21 @@ class CM_EXPORT CCmTimerWrapperRef : public CCmReferenceControlT<CCmMutexThread>
   /// thread, else waits for a running callback (bounded) and posts the removal.
   CmResult Cancel();
 
-  ICmTimerQueue* GetTimerQueue() const { return m_pTimerQueue.load(std::memory_order_acquire); }
-  void BindTimerQueue(ICmTimerQueue* aQueue) { m_pTimerQueue.store(aQueue, std::memory_order_release); }
-  CM_THREAD_ID GetThreadId() const { return m_ThreadId; }
+  ICmTimerQueue* GetTimerQueue() const { return m_pTimerQueue.load(); }
+  /// Binds an unbound reference to aQueue, owned by thread aThreadId, and returns the
+  /// queue it is bound to afterwards (aQueue, or the one another thread bound first).
+  /// Once bound, the binding never changes.
+  ICmTimerQueue* BindTimerQueue(ICmTimerQueue* aQueue, CM_THREAD_ID aThreadId);
+  CM_THREAD_ID GetThreadId() const { return m_ThreadId.load(); }
   bool IsCancelled() const { return m_bCancelled.load(); }
 
  protected:
   void OnReferenceDestory() override;
 
  private:
-  /// True when the calling thread owns the bound queue (both may be null).
-  bool IsOwnThread() const;
-
   std::atomic<CCmTimerWrapperID*> m_pParent;
   std::atomic<ICmTimerQueue*> m_pTimerQueue;
-  CM_THREAD_ID m_ThreadId;
+  std::atomic<CM_THREAD_ID> m_ThreadId;
   std::atomic<bool> m_bExecuting;
   std::atomic<bool> m_bCancelled;
 };

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -80,3 +81,41 @@ TEST(TimerStress, RandomScheduleCancelRescheduleFromTwoThreads) {
 }
 
 }  // namespace
+
+// A cancel from a thread without a timer queue while the owner binds the handle (its
+// scheduling event is running right now) must never touch the owner's queue itself,
+// and the sink stays silent once the last cancel has returned.
+TEST(TimerStress, CancelRacingTheBindingOfAQueuedSchedule) {
+  TaskThread owner("t-bindrace", true, 1202);
+  struct Sink : CCmTimerWrapperIDSink {
+    void OnTimer(CCmTimerWrapperID*) override { fired.fetch_add(1); }
+    std::atomic<int> fired{0};
+  } sink;
+  int unbound = 0, foreign = 0;
+  long delayNs = 0;
+  for (int i = 0; i < 3000; ++i) {
+    CCmTimerWrapperID handle;
+    ASSERT_EQ(CM_OK, handle.ScheduleInThread(owner.get(), &sink, CCmTimeValue(0L, 1000L), 0));
+    // Home in on the moment of binding: wait a little longer after each cancel that
+    // came too early (still unbound), a little shorter after each that came too late.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(delayNs);
+    while (std::chrono::steady_clock::now() < until) {
+    }
+    const CmResult rv = handle.Cancel();
+    if (rv == CM_ERROR_GENERIC) {
+      ++unbound;
+      delayNs += 150 + (i % 7) * 10;
+    } else {
+      EXPECT_EQ(CM_ERROR_NULL_POINTER, rv);
+      ++foreign;
+      delayNs = delayNs > 200 ? delayNs - 200 : 0;
+    }
+  }
+  EXPECT_EQ(CM_OK, owner.Run([] {}));  // every scheduling and cancelling event has run
+  const int atEnd = sink.fired.load();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(atEnd, sink.fired.load());
+  EXPECT_EQ(3000, unbound + foreign);
+  RecordProperty("unbound", unbound);
+  RecordProperty("foreign", foreign);
+}
