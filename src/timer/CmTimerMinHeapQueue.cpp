@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTrace.h"
 #include "timer/CmTimerPtrSet.h"
 
@@ -91,10 +92,7 @@ int CCmTimerMinHeapQueue::RePushNode_l(const CNode& aPushNode) {
 }
 
 int CCmTimerMinHeapQueue::PopFirstNode_l(CNode& aPopNode) {
-  if (m_impl->nodes.empty()) {
-    cm_assert_failed("CmTimerQueueOrderedList", 188, "!m_impl->nodes.empty()");
-    return -1;
-  }
+  CM_ASSERTE_RETURN(!m_impl->nodes.empty(), -1);
   m_impl->pop(aPopNode);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <vector>
 
+#include "cmutil/base/CmAssert.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/trace/CmTraceMacros.h"
@@ -135,10 +136,7 @@ unsigned int CCmTimerQueueCalendar::GetCurrentSlot() const { return m_impl->dwCu
 CmResult CCmTimerQueueCalendar::ScheduleTimer(ICmTimerHandler* aEh, void* aArg, const CCmTimeValue& aInterval,
                                               unsigned int aCount) {
   m_Est.EnsureSingleThread();
-  if (!aEh) {
-    cm_assert_failed("CmTimerQueueCalendar", 118, "aEh");
-    return CM_ERROR_INVALID_ARG;
-  }
+  CM_ASSERTE_RETURN(aEh, CM_ERROR_INVALID_ARG);
   Impl& impl = *m_impl;
   ValueType* node = impl.detach(aEh);
   const bool reused = node != nullptr;
@@ -170,10 +168,7 @@ CmResult CCmTimerQueueCalendar::ScheduleTimer(ICmTimerHandler* aEh, void* aArg, 
 
 CmResult CCmTimerQueueCalendar::CancelTimer(ICmTimerHandler* aEh) {
   m_Est.EnsureSingleThread();
-  if (!aEh) {
-    cm_assert_failed("CmTimerQueueCalendar", 199, "aEh");
-    return CM_ERROR_INVALID_ARG;
-  }
+  CM_ASSERTE_RETURN(aEh, CM_ERROR_INVALID_ARG);
   ValueType* node = m_impl->detach(aEh);
   if (!node) return CM_ERROR_NOT_FOUND;
   delete node;

@@ -2,6 +2,7 @@
 // Shared helpers of the timer tests: a fake wall clock for the timer queues and a
 // recording timer handler.
 
+#include <cctype>
 #include <functional>
 #include <string>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "cmutil/timer/CmTimeValue.h"
 #include "cmutil/timer/CmTimerQueueBase.h"
+#include "common/CmTraceCapture.h"
 #include "timer/CmTimerClock.h"
 
 /// Installs a fake timer clock for its lifetime. The start is aligned to a whole second
@@ -85,3 +87,23 @@ class CountingObserver : public ICmObserver {
   }
   std::vector<std::string> topics;
 };
+
+/// True when the capture holds a level-0 assertion report of the source file aFile
+/// (base name only, no folder) at some line, for exactly the expression aExpr:
+/// "<aFile>:<line> Assert failed: <aExpr>".
+inline bool HasAssertion(const CmTraceCapture& aCap, const std::string& aFile, const std::string& aExpr) {
+  const std::string tail = " Assert failed: " + aExpr;
+  for (const auto& line : aCap.lines()) {
+    if (line.level != 0) continue;
+    const std::string& t = line.text;
+    for (size_t at = t.find(aFile + ":"); at != std::string::npos; at = t.find(aFile + ":", at + 1)) {
+      if (at > 0 && t[at - 1] == '/') continue;
+      size_t pos = at + aFile.size() + 1;
+      const size_t digits = pos;
+      while (pos < t.size() && std::isdigit(static_cast<unsigned char>(t[pos]))) ++pos;
+      if (pos == digits) continue;
+      if (t.compare(pos, std::string::npos, tail) == 0) return true;
+    }
+  }
+  return false;
+}

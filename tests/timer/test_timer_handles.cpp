@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "TimerTestSupport.h"
 #include "TimerThreadSupport.h"
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/timer/CmTimerQueueBase.h"
@@ -22,7 +23,7 @@ TEST(TimerHandle, ScheduleNeedsALibraryThreadWithATimerQueue) {
   CountingSink sink;
   CCmTimerWrapperID handle;
   EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.Schedule(nullptr, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CmTimerWrapperID:159 Assert failed: aSink"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "aSink"));
   EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Schedule(&sink, Ms(10), 1));
   EXPECT_TRUE(cap.contains("CCmTimerWrapperID::Schedule, your thread doesn't support TP timer queue. [this="));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, handle.Cancel());
@@ -33,13 +34,13 @@ TEST(TimerHandle, ScheduleNeedsALibraryThreadWithATimerQueue) {
   EXPECT_EQ(CM_ERROR_THREAD_CREATE, rv);
   EXPECT_TRUE(cap.contains("your thread doesn't support TP timer queue 2. [this="));
   EXPECT_EQ(CM_ERROR_THREAD_CREATE, handle.ScheduleInThread(eventsOnly.get(), &sink, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CmTimerWrapperID:210 Assert failed: pTimerQueue != NULL"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pTimerQueue != NULL"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(static_cast<ACmThread*>(nullptr), &sink, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CmTimerWrapperID:201 Assert failed: pThread != NULL"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pThread != NULL"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(eventsOnly.get(), nullptr, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CmTimerWrapperID:202 Assert failed: aSink"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "aSink"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(987654, &sink, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CmTimerWrapperID:192 Assert failed: pThread != NULL"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pThread != NULL"));
   EXPECT_EQ(0, sink.count.load());
 }
 

@@ -290,7 +290,7 @@ TEST(TimerQueueQuirks, MinHeapPopOfEmptyHeapAsserts) {
   CmTraceCapture cap;
   CCmTimerQueueBase::CNode node;
   EXPECT_EQ(-1, probe.Pop(node));
-  EXPECT_TRUE(cap.contains("CmTimerQueueOrderedList:188 Assert failed: !m_impl->nodes.empty()"));
+  EXPECT_TRUE(HasAssertion(cap, "CmTimerMinHeapQueue.cpp", "!m_impl->nodes.empty()"));
 }
 
 // ---- the wheel ----
