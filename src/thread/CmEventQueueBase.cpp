@@ -2,6 +2,7 @@
 
 #include "cmutil/thread/CmEventQueueBase.h"
 
+#include <sched.h>
 #include <time.h>
 
 #include <cstdlib>
@@ -72,13 +73,14 @@ ICmEvent::~ICmEvent() {}
 
 CCmTimeValue CCmEventQueueBase::s_tvReportInterval(0L, 500000L);
 
-CCmEventQueueBase::CCmEventQueueBase(bool aWithMutex)
-    : m_pMutex(aWithMutex ? new CCmMutexThread : nullptr),
+// The list is lock-free whatever aWithMutex says: a post is one atomic exchange.
+CCmEventQueueBase::CCmEventQueueBase(bool)
+    : m_pTail(&m_Stub),
       m_bIsStopped(false),
       m_llLastReportUs(cm_event_clock_now_us()),
       m_Tid(0),
       m_dwSize(0),
-      m_nDrainPos(0),
+      m_pHead(&m_Stub),
       m_bIsProcessing(false),
       m_pLoopHook(nullptr) {
   memset(m_szThreadName, 0, sizeof(m_szThreadName));
@@ -87,8 +89,6 @@ CCmEventQueueBase::CCmEventQueueBase(bool aWithMutex)
 CCmEventQueueBase::~CCmEventQueueBase() {
   CM_INFO_TRACE_THIS(CM_FUNC_NAME);
   DestoryPendingEvents();
-  delete m_pMutex;
-  m_pMutex = nullptr;
 }
 
 CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int* aSizeBefore) {
@@ -101,11 +101,12 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
     return CM_ERROR_NOT_INITIALIZED;
   }
 
-  LockList();
-  if (aSizeBefore) *aSizeBefore = m_dwSize.load(std::memory_order_relaxed);
-  m_vecIncoming.push_back(aEvent);
-  m_dwSize.fetch_add(1, std::memory_order_seq_cst);
-  UnLockList();
+  // Count first, link second: the owner may then see a count without the event (and
+  // look again), but never an event it has not counted. Sequentially consistent, as the
+  // condition-variable queue's wake-up protocol relies on it.
+  unsigned int dwBefore = m_dwSize.fetch_add(1, std::memory_order_seq_cst);
+  if (aSizeBefore) *aSizeBefore = dwBefore;
+  Enqueue(aEvent);
 
   // Long-queue report: at most once in three seconds, only by a post. A coarse clock
   // reading is plenty for a three-second check and keeps posting cheap.
@@ -151,53 +152,107 @@ CmResult CCmEventQueueBase::SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout) 
   return pSync->WaitResultAndDeleteThis(aTimeout);
 }
 
-CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount,
-                                             unsigned int* aRemain) {
-  // Fast path: hand out what an earlier swap took over, without the lock.
-  if (!HasDrainedEvents()) {
-    LockList();
-    if (m_vecIncoming.empty()) {
-      UnLockList();
-      return CM_ERROR_NOT_FOUND;
-    }
-    if (aMaxCount == 0) {
-      if (aRemain) *aRemain = m_dwSize.load(std::memory_order_relaxed);
-      UnLockList();
-      return CM_OK;
-    }
-    m_vecDrain.clear();
-    m_nDrainPos = 0;
-    m_vecDrain.swap(m_vecIncoming);
-    UnLockList();
-  }
+void CCmEventQueueBase::Enqueue(ICmEvent* aNode) {
+  __atomic_store_n(&aNode->m_pNextEvent, nullptr, __ATOMIC_RELAXED);
+  // Become the tail first, then link the previous tail to this node. The release on the
+  // link publishes the node's contents to the owner, which reads the link with acquire.
+  ICmEvent* pPrev = m_pTail.exchange(aNode, std::memory_order_acq_rel);
+  __atomic_store_n(&pPrev->m_pNextEvent, aNode, __ATOMIC_RELEASE);
+}
 
+ICmEvent* CCmEventQueueBase::PopOne() {
+  ICmEvent* pHead = m_pHead;
+  ICmEvent* pNext = __atomic_load_n(&pHead->m_pNextEvent, __ATOMIC_ACQUIRE);
+  if (pHead == &m_Stub) {
+    // Step over the stub.
+    if (!pNext) return nullptr;
+    m_pHead = pHead = pNext;
+    pNext = __atomic_load_n(&pHead->m_pNextEvent, __ATOMIC_ACQUIRE);
+  }
+  if (pNext) {
+    m_pHead = pNext;
+    return pHead;
+  }
+  // pHead looks like the last node. If a post has already swapped itself in behind it
+  // but not linked it yet, wait for the next look.
+  if (pHead != m_pTail.load(std::memory_order_acquire)) return nullptr;
+  // It is the last one: put the stub behind it, so that pHead can be handed out while
+  // the list stays non-empty.
+  Enqueue(&m_Stub);
+  pNext = __atomic_load_n(&pHead->m_pNextEvent, __ATOMIC_ACQUIRE);
+  if (pNext) {
+    m_pHead = pNext;
+    return pHead;
+  }
+  return nullptr;  // a post got in between and has not linked yet
+}
+
+ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int& aTaken, unsigned int* aRemain) {
+  // Unlinked events are no longer reachable from the list, so their link field is free
+  // to chain the batch.
+  ICmEvent* pFirst = nullptr;
+  ICmEvent** ppLink = &pFirst;
   unsigned int dwTaken = 0;
   while (dwTaken < aMaxCount) {
-    if (!HasDrainedEvents()) {
-      // The drained batch is used up and more are wanted: take the newer ones over.
-      LockList();
-      bool bMore = !m_vecIncoming.empty();
-      if (bMore) {
-        m_vecDrain.clear();
-        m_nDrainPos = 0;
-        m_vecDrain.swap(m_vecIncoming);
-      }
-      UnLockList();
-      if (!bMore) break;
-    }
-    size_t nAvail = m_vecDrain.size() - m_nDrainPos;
-    size_t nTake = aMaxCount - dwTaken;
-    if (nTake > nAvail) nTake = nAvail;
-    for (size_t i = 0; i < nTake; ++i) AppendEvent(aEvents, m_vecDrain[m_nDrainPos + i]);
-    m_nDrainPos += nTake;
-    dwTaken += static_cast<unsigned int>(nTake);
+    ICmEvent* pEvent = PopOne();
+    if (!pEvent) break;
+    *ppLink = pEvent;
+    ppLink = &pEvent->m_pNextEvent;
+    ++dwTaken;
   }
-  if (!HasDrainedEvents()) {
-    m_vecDrain.clear();
-    m_nDrainPos = 0;
-  }
-  unsigned int dwLeft = m_dwSize.fetch_sub(dwTaken, std::memory_order_acq_rel) - dwTaken;
+  *ppLink = nullptr;
+  aTaken = dwTaken;
+  unsigned int dwLeft = dwTaken ? m_dwSize.fetch_sub(dwTaken, std::memory_order_acq_rel) - dwTaken
+                                : m_dwSize.load(std::memory_order_relaxed);
   if (aRemain) *aRemain = dwLeft;
+  return pFirst;
+}
+
+CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount,
+                                             unsigned int* aRemain) {
+  if (aMaxCount == 0) {
+    unsigned int dwSize = m_dwSize.load(std::memory_order_relaxed);
+    if (!dwSize) return CM_ERROR_NOT_FOUND;
+    if (aRemain) *aRemain = dwSize;
+    return CM_OK;
+  }
+  unsigned int dwTaken = 0;
+  unsigned int dwRemain = 0;
+  ICmEvent* pEvent = TakeBatch(aMaxCount, dwTaken, &dwRemain);
+  if (!pEvent) return CM_ERROR_NOT_FOUND;
+  if (aRemain) *aRemain = dwRemain;
+  while (pEvent) {
+    ICmEvent* pNext = pEvent->m_pNextEvent;
+    AppendEvent(aEvents, pEvent);
+    pEvent = pNext;
+  }
+  return CM_OK;
+}
+
+CmResult CCmEventQueueBase::PopAndProcessEvents(unsigned int aMaxCount) {
+  unsigned int dwTaken = 0;
+  ICmEvent* pFirst = TakeBatch(aMaxCount, dwTaken, nullptr);
+  if (!pFirst) return CM_ERROR_NOT_FOUND;
+  return ProcessChain(pFirst);
+}
+
+CmResult CCmEventQueueBase::ProcessChain(ICmEvent* aFirst) {
+  m_bIsProcessing = true;
+  int64_t tClock = cm_event_clock_coarse_us();
+  ICmEvent* pEvent = aFirst;
+  while (pEvent) {
+    // Read the link before the event destroys itself; the next event was written by
+    // another thread, so start fetching it early.
+    ICmEvent* pNext = pEvent->m_pNextEvent;
+    if (pNext) __builtin_prefetch(pNext);
+    ProcessOneEventTimed(pEvent, tClock);
+    pEvent = pNext;
+  }
+  if (m_pLoopHook) {
+    m_pLoopHook();
+    return CM_ERROR_ABORTED;
+  }
+  m_bIsProcessing = false;
   return CM_OK;
 }
 
@@ -282,17 +337,15 @@ void CCmEventQueueBase::Stop() {
 void CCmEventQueueBase::DestoryPendingEvents() {
   CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << m_dwSize.load(std::memory_order_relaxed));
 
-  std::vector<ICmEvent*> events;
-  LockList();
-  events.assign(m_vecDrain.begin() + static_cast<std::ptrdiff_t>(m_nDrainPos), m_vecDrain.end());
-  events.insert(events.end(), m_vecIncoming.begin(), m_vecIncoming.end());
-  m_vecDrain.clear();
-  m_nDrainPos = 0;
-  m_vecIncoming.clear();
-  m_dwSize.store(0, std::memory_order_release);
-  UnLockList();
-
-  for (ICmEvent* pEvent : events) pEvent->OnDestorySelf();
+  // Take everything posted so far, oldest first, then destroy it outside any state of
+  // the queue (an OnDestorySelf may post again).
+  unsigned int dwTaken = 0;
+  ICmEvent* pEvent = TakeBatch(0xFFFFFFFFu, dwTaken, nullptr);
+  while (pEvent) {
+    ICmEvent* pNext = pEvent->m_pNextEvent;
+    pEvent->OnDestorySelf();
+    pEvent = pNext;
+  }
 }
 
 // ---- CCmEventQueueUsingConditionVariable ----
@@ -318,16 +371,14 @@ CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPrior
   return rv;
 }
 
-CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents,
-                                                                     CCmTimeValue* aTimeout, unsigned int aMaxCount) {
-  if (HasDrainedEvents()) return PopPendingEvents(aEvents, aMaxCount, nullptr);
+void CCmEventQueueUsingConditionVariable::WaitForEvent(CCmTimeValue* aTimeout) {
+  if (m_dwSize.load(std::memory_order_relaxed) != 0) return;
 
   // A producer that posts steadily is usually only a moment behind: look again for a
   // short while before going to sleep, since a sleep costs the poster a wake-up call.
   bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
-  if (bMayWait && m_dwSize.load(std::memory_order_relaxed) == 0) {
-    for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i) __builtin_ia32_pause();
-  }
+  if (!bMayWait) return;
+  for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i) __builtin_ia32_pause();
 
   CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
   if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
@@ -342,13 +393,49 @@ CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<I
     }
     m_bWaiting.store(false, std::memory_order_seq_cst);
   }
-  // Posters never need the condition's mutex once the owner is awake: hand out the
-  // events without holding it.
-  guard.UnLock();
-  return PopPendingEvents(aEvents, aMaxCount, nullptr);
+}
+
+CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents,
+                                                                     CCmTimeValue* aTimeout, unsigned int aMaxCount) {
+  WaitForEvent(aTimeout);
+  CmResult rv = PopPendingEvents(aEvents, aMaxCount, nullptr);
+  if (rv == CM_ERROR_NOT_FOUND) YieldToLinkingPoster();
+  return rv;
+}
+
+void CCmEventQueueUsingConditionVariable::YieldToLinkingPoster() {
+  // Counted but not linked yet: a poster sits between its two steps, maybe preempted.
+  // The next wait returns at once while the count is up, so give it the processor
+  // rather than spin.
+  if (m_dwSize.load(std::memory_order_relaxed) != 0) sched_yield();
+}
+
+CmResult CCmEventQueueUsingConditionVariable::WaitAndProcessEvents(CCmTimeValue* aTimeout, unsigned int aMaxCount) {
+  WaitForEvent(aTimeout);
+  CmResult rv = PopAndProcessEvents(aMaxCount);
+  if (rv == CM_ERROR_NOT_FOUND) YieldToLinkingPoster();
+  return rv;
 }
 
 // ---- CCmEventSynchronous ----
+
+namespace {
+// Makes a synchronous wrapper's second trip through the queue while the wrapper itself
+// may still be linked in it: destroying the carrier destroys the wrapper's share.
+class CSyncReleaseEvent : public ICmEvent {
+ public:
+  explicit CSyncReleaseEvent(CCmEventSynchronous* aSync) : ICmEvent(0), m_pSync(aSync) {}
+  CmResult OnEventFire() override { return CM_OK; }
+  void OnDestorySelf() override {
+    CCmEventSynchronous* pSync = m_pSync;
+    delete this;
+    pSync->OnDestorySelf();
+  }
+
+ private:
+  CCmEventSynchronous* m_pSync;
+};
+}  // namespace
 
 CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue)
     : ICmEvent(0),
@@ -356,6 +443,7 @@ CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase
       m_Result(CM_ERROR_INCOMPLETE),
       m_pEventQueue(aEventQueue),
       m_nDestroyCalls(0),
+      m_bFired(false),
       m_SendEvent(false, false, nullptr) {}
 
 CCmEventSynchronous::~CCmEventSynchronous() {
@@ -369,6 +457,7 @@ CmResult CCmEventSynchronous::OnEventFire() {
   ICmEvent* pEvent = m_pEventPost.load(std::memory_order_acquire);
   CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
   m_Result = rv;
+  m_bFired.store(true, std::memory_order_release);
   m_SendEvent.Signal();
   return rv;
 }
@@ -389,8 +478,13 @@ CmResult CCmEventSynchronous::WaitResultAndDeleteThis(CCmTimeValue* aTimeout) {
     CM_WARNING_TRACE_THIS("CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed!");
   }
   // Second trip: the queue's thread deletes the wrapper. Nothing of *this is touched
-  // after the post.
+  // after the post. Once fired, the wrapper has left the queue's list and can travel
+  // again itself; otherwise (time-out) it is still linked there, and a carrier makes
+  // the trip for it, passing its OnDestorySelf on.
   CCmEventQueueBase* pQueue = m_pEventQueue;
-  pQueue->PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
+  if (m_bFired.load(std::memory_order_acquire))
+    pQueue->PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
+  else
+    pQueue->PostEvent(new CSyncReleaseEvent(this), ICmEventQueue::EPRIORITY_NORMAL);
   return rv;
 }

@@ -28,11 +28,7 @@ void CCmThreadTaskWithEventQueueOnly::OnThreadInit() {
 
 void CCmThreadTaskWithEventQueueOnly::OnThreadRun() {
   CM_INFO_TRACE_THIS("CCmThreadTaskWithEventQueueOnly::OnThreadRun");
-  std::list<ICmEvent*> events;
-  while (!m_Stop.IsFlagStopped()) {
-    if (m_EventQueue.PopOrWaitPendingEvents(events, nullptr, kAllEvents) == CM_OK) m_EventQueue.ProcessEvents(events);
-    m_EventQueue.RecycleEventList(events);
-  }
+  while (!m_Stop.IsFlagStopped()) m_EventQueue.WaitAndProcessEvents(nullptr, kAllEvents);
   m_EventQueue.DestoryPendingEvents();
 }
 
@@ -52,13 +48,11 @@ void CCmThreadTask::OnThreadInit() {
 
 void CCmThreadTask::OnThreadRun() {
   CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, Begin. name=" << GetName());
-  std::list<ICmEvent*> events;
   while (!m_Stop.IsFlagStopped()) {
     CCmTimeValue tvWait = CCmTimeValue::get_tvMax();
     if (m_pTimerQueue) m_pTimerQueue->CheckExpire(&tvWait);
     CCmTimeValue* pWait = (tvWait == CCmTimeValue::get_tvMax()) ? nullptr : &tvWait;
-    if (m_EventQueue.PopOrWaitPendingEvents(events, pWait, kEventsPerPass) == CM_OK) m_EventQueue.ProcessEvents(events);
-    m_EventQueue.RecycleEventList(events);
+    m_EventQueue.WaitAndProcessEvents(pWait, kEventsPerPass);
   }
   m_EventQueue.DestoryPendingEvents();
   CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, End. name=" << GetName());
@@ -68,16 +62,12 @@ ICmTimerQueue* CCmThreadTask::GetTimerQueue() { return m_pTimerQueue; }
 
 void CCmThreadTask::SleepMsWithLoop(unsigned int aMs) {
   long lEnd = CCmTimeValue::GetTimeOfDay().GetTotalInMsec() + static_cast<long>(aMs);
-  std::list<ICmEvent*> events;
   for (;;) {
     long lNow = CCmTimeValue::GetTimeOfDay().GetTotalInMsec();
     if (lNow >= lEnd) break;
     CCmTimeValue tvWait;
     tvWait.SetByTotalMsec(lEnd - lNow);
-    if (m_EventQueue.PopOrWaitPendingEvents(events, &tvWait, kEventsPerPass) == CM_OK)
-      m_EventQueue.ProcessEvents(events);
-    m_EventQueue.RecycleEventList(events);
-    m_EventQueue.RecycleEventList(events);
+    m_EventQueue.WaitAndProcessEvents(&tvWait, kEventsPerPass);
   }
   m_EventQueue.DestoryPendingEvents();
 }

@@ -11,8 +11,10 @@
 /// Reset2CurrentThreadInfo) pops and processes. Events are fired outside the queue lock,
 /// so an event may post to its own queue. The queue has no length limit.
 ///
-/// - CCmEventQueueBase(bool): the queue; with the flag it locks a mutex around its list.
-/// - CCmEventQueueUsingMutex: the base with its mutex.
+/// - CCmEventQueueBase(bool): the queue. Posting is lock-free whatever the flag: each
+///   post links the event into an intrusive list with one atomic exchange, and the
+///   owner unlinks events from the other end without any.
+/// - CCmEventQueueUsingMutex: the base, kept as its own type for callers that name it.
 /// - CCmEventQueueUsingConditionVariable: adds PopOrWaitPendingEvents, a pop that sleeps
 ///   until an event arrives or a time-out passes. Posting wakes the owner only when it
 ///   is (or is about to be) asleep.
@@ -36,7 +38,8 @@
 /// The unit of work.
 class CM_EXPORT ICmEvent {
  public:
-  explicit ICmEvent(unsigned int aType = 0) : m_dwEventType(aType), m_TidOrigin(pthread_self()) {}
+  explicit ICmEvent(unsigned int aType = 0)
+      : m_dwEventType(aType), m_TidOrigin(pthread_self()), m_pNextEvent(nullptr) {}
 
   /// Does the work, on the queue's thread.
   virtual CmResult OnEventFire() = 0;
@@ -62,6 +65,12 @@ class CM_EXPORT ICmEvent {
  protected:
   unsigned int m_dwEventType;
   CM_THREAD_ID m_TidOrigin;
+
+ private:
+  friend class CCmEventQueueBase;
+  /// Link used while the event waits in a queue (an event is in at most one queue);
+  /// accessed with atomic builtins by the queue.
+  ICmEvent* m_pNextEvent;
 };
 
 /// The queue interface.
@@ -135,15 +144,18 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   static CCmTimeValue s_tvReportInterval;
 
  protected:
-  /// True when the owner has popped events that it has not handed out yet.
-  bool HasDrainedEvents() const { return m_nDrainPos < m_vecDrain.size(); }
-  /// Lock the list when the queue has a mutex (the analysis cannot follow the condition).
-  void LockList() CM_NO_THREAD_SAFETY_ANALYSIS {
-    if (m_pMutex) m_pMutex->Lock();
-  }
-  void UnLockList() CM_NO_THREAD_SAFETY_ANALYSIS {
-    if (m_pMutex) m_pMutex->UnLock();
-  }
+  /// Owner thread only: unlinks the oldest event, or returns null when none is fully
+  /// posted yet.
+  ICmEvent* PopOne();
+  /// Owner thread only: detaches up to aMaxCount of the oldest events as a chain linked
+  /// through m_pNextEvent (null when none), counts them in aTaken and lowers the size.
+  ICmEvent* TakeBatch(unsigned int aMaxCount, unsigned int& aTaken, unsigned int* aRemain);
+  /// Owner thread only: fires and destroys the chain from TakeBatch, oldest first, then
+  /// runs the loop hook as ProcessEvents does.
+  CmResult ProcessChain(ICmEvent* aFirst);
+  /// Owner thread only: takes up to aMaxCount events and processes them without building
+  /// a list; CM_ERROR_NOT_FOUND when none is pending.
+  CmResult PopAndProcessEvents(unsigned int aMaxCount);
   /// Fires and destroys one event; aClockUs holds the clock reading taken before it and
   /// receives the one taken after it, so that a batch reads the clock once per event.
   void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs);
@@ -155,23 +167,36 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   // Members are grouped by who writes them, one cache line apart, so that posting
   // threads and the owner do not slow each other down through shared lines.
 
-  /// Newest events, appended by posters under m_pMutex.
-  alignas(64) std::vector<ICmEvent*> m_vecIncoming;
-  CCmMutexThread* m_pMutex;
+  /// The pending events form a singly linked list through ICmEvent::m_pNextEvent, in
+  /// posting order. A post swaps itself in as the tail (one atomic exchange) and then
+  /// links the previous tail to itself; the owner unlinks from the head. Between those
+  /// two steps of a post the list ends early for a moment, and the owner simply looks
+  /// again. m_Stub keeps the list non-empty so that neither side needs a lock.
+  alignas(64) std::atomic<ICmEvent*> m_pTail;
   std::atomic<bool> m_bIsStopped;
   /// Wall clock (microseconds) of the last queue-length check.
   std::atomic<int64_t> m_llLastReportUs;
   std::atomic<CM_THREAD_ID> m_Tid;
 
-  /// All pending events: the undelivered drained ones plus the incoming ones.
+  /// All pending events. A post raises it before linking its event, so it may briefly
+  /// count an event that the owner cannot see yet, never the other way round.
   alignas(64) std::atomic<unsigned int> m_dwSize;
 
-  /// Events taken over by the owner in one swap and handed out from m_nDrainPos on.
-  alignas(64) std::vector<ICmEvent*> m_vecDrain;
-  size_t m_nDrainPos;
+  /// Oldest node of the list (the stub or an event); owner thread only.
+  alignas(64) ICmEvent* m_pHead;
   bool m_bIsProcessing;
   LoopHook m_pLoopHook;
   char m_szThreadName[512];
+
+ private:
+  /// Placeholder node of the list; never fired.
+  class CStubEvent : public ICmEvent {
+   public:
+    CmResult OnEventFire() override { return CM_OK; }
+  };
+  /// Links aNode at the tail (any thread).
+  void Enqueue(ICmEvent* aNode);
+  CStubEvent m_Stub;
 };
 
 class CM_EXPORT CCmEventQueueUsingMutex : public CCmEventQueueBase {
@@ -189,8 +214,18 @@ class CM_EXPORT CCmEventQueueUsingConditionVariable : public CCmEventQueueBase {
   /// Owner thread only. Pops up to aMaxCount events, first waiting at most aTimeout
   /// (null: no limit) when none is pending. An expired wait gives CM_ERROR_NOT_FOUND.
   CmResult PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents, CCmTimeValue* aTimeout, unsigned int aMaxCount);
+  /// Owner thread only. Like PopOrWaitPendingEvents followed by ProcessEvents, without
+  /// building a list: waits as above, then fires and destroys up to aMaxCount events.
+  /// CM_ERROR_NOT_FOUND when none came.
+  CmResult WaitAndProcessEvents(CCmTimeValue* aTimeout, unsigned int aMaxCount);
 
  private:
+  /// Sleeps until an event is posted or aTimeout passes, unless one is pending already.
+  void WaitForEvent(CCmTimeValue* aTimeout);
+  /// Called after finding nothing to pop: lets a poster that has counted its event but
+  /// not linked it yet run.
+  void YieldToLinkingPoster();
+
   CCmMutexThread m_MutexForCondition;
   CCmConditionVariableThread m_Condition;
   /// Set by the owner while it is about to wait or waiting.
@@ -222,6 +257,9 @@ class CM_EXPORT CCmEventSynchronous : public ICmEvent {
   /// gone); whoever makes it 2 deletes the wrapper. Atomic because a refused second
   /// trip runs on the sender's thread.
   std::atomic<int> m_nDestroyCalls;
+  /// Set once fired (m_Result written): from then on the wrapper is out of the queue's
+  /// list and may be posted again itself.
+  std::atomic<bool> m_bFired;
   CCmEventThread m_SendEvent;
 };
 
