@@ -76,11 +76,12 @@ CCmTimeValue CCmEventQueueBase::s_tvReportInterval(0L, 500000L);
 // The list is lock-free whatever aWithMutex says: a post is one atomic exchange.
 CCmEventQueueBase::CCmEventQueueBase(bool)
     : m_pTail(&m_Stub),
+      m_dwPosted(0),
       m_bIsStopped(false),
       m_llLastReportUs(cm_event_clock_now_us()),
       m_Tid(0),
-      m_dwSize(0),
       m_pHead(&m_Stub),
+      m_dwTaken(0),
       m_bIsProcessing(false),
       m_pLoopHook(nullptr) {
   memset(m_szThreadName, 0, sizeof(m_szThreadName));
@@ -104,8 +105,12 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
   // Count first, link second: the owner may then see a count without the event (and
   // look again), but never an event it has not counted. Sequentially consistent, as the
   // condition-variable queue's wake-up protocol relies on it.
-  unsigned int dwBefore = m_dwSize.fetch_add(1, std::memory_order_seq_cst);
-  if (aSizeBefore) *aSizeBefore = dwBefore;
+  unsigned int dwPostedBefore = m_dwPosted.fetch_add(1, std::memory_order_seq_cst);
+  if (aSizeBefore) {
+    // Another post counted after this one may already have been taken.
+    unsigned int dwTaken = m_dwTaken.load(std::memory_order_acquire);
+    *aSizeBefore = static_cast<int>(dwPostedBefore - dwTaken) > 0 ? dwPostedBefore - dwTaken : 0;
+  }
   Enqueue(aEvent);
 
   // Long-queue report: at most once in three seconds, only by a post. A coarse clock
@@ -114,7 +119,7 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
   int64_t last = m_llLastReportUs.load(std::memory_order_relaxed);
   if (now - last > kLongQueueCheckUs &&
       m_llLastReportUs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
-    unsigned int dwSize = m_dwSize.load(std::memory_order_relaxed);
+    unsigned int dwSize = PendingCount();
     if (dwSize > kLongQueueSize) {
       CM_WARNING_TRACE_THIS("CCmEventQueueBase::PostEvent, m_dwSize=" << dwSize << " m_Tid="
                                                                       << static_cast<unsigned long>(GetThreadId())
@@ -202,16 +207,15 @@ ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int& aTa
   }
   *ppLink = nullptr;
   aTaken = dwTaken;
-  unsigned int dwLeft = dwTaken ? m_dwSize.fetch_sub(dwTaken, std::memory_order_acq_rel) - dwTaken
-                                : m_dwSize.load(std::memory_order_relaxed);
-  if (aRemain) *aRemain = dwLeft;
+  if (dwTaken) m_dwTaken.store(m_dwTaken.load(std::memory_order_relaxed) + dwTaken, std::memory_order_release);
+  if (aRemain) *aRemain = PendingCount();
   return pFirst;
 }
 
 CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsigned int aMaxCount,
                                              unsigned int* aRemain) {
   if (aMaxCount == 0) {
-    unsigned int dwSize = m_dwSize.load(std::memory_order_relaxed);
+    unsigned int dwSize = PendingCount();
     if (!dwSize) return CM_ERROR_NOT_FOUND;
     if (aRemain) *aRemain = dwSize;
     return CM_OK;
@@ -312,8 +316,7 @@ void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs
   if (tSpent > tLimit) {
     CM_WARNING_TRACE_THIS("CCmEventQueueBase::ProcessOneEvent, report, sec="
                           << static_cast<long>(tSpent / 1000000) << " usec=" << static_cast<long>(tSpent % 1000000)
-                          << " aEvent=" << static_cast<const void*>(aEvent)
-                          << " m_dwSize=" << m_dwSize.load(std::memory_order_relaxed)
+                          << " aEvent=" << static_cast<const void*>(aEvent) << " m_dwSize=" << PendingCount()
                           << " tid=" << static_cast<unsigned long>(GetThreadId()) << " name=" << m_szThreadName);
   }
 }
@@ -335,7 +338,7 @@ void CCmEventQueueBase::Stop() {
 }
 
 void CCmEventQueueBase::DestoryPendingEvents() {
-  CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << m_dwSize.load(std::memory_order_relaxed));
+  CM_INFO_TRACE_THIS(CM_FUNC_NAME << ", m_dwSize=" << PendingCount());
 
   // Take everything posted so far, oldest first, then destroy it outside any state of
   // the queue (an OnDestorySelf may post again).
@@ -357,7 +360,7 @@ CCmEventQueueUsingConditionVariable::~CCmEventQueueUsingConditionVariable() {}
 
 CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPriority aPri, unsigned int* aSizeBefore) {
   CmResult rv = CCmEventQueueBase::PostEvent(aEvent, aPri, aSizeBefore);
-  // The size was raised (sequentially consistent) before this read; the owner sets
+  // The posted count was raised (sequentially consistent) before this read; the owner sets
   // m_bWaiting before its last look at the size. So either the owner sees the event,
   // or this post sees the owner waiting and wakes it under the condition's mutex.
   // Only the poster that clears the flag wakes the owner; later posts of the same round
@@ -372,23 +375,25 @@ CmResult CCmEventQueueUsingConditionVariable::PostEvent(ICmEvent* aEvent, EPrior
 }
 
 void CCmEventQueueUsingConditionVariable::WaitForEvent(CCmTimeValue* aTimeout) {
-  if (m_dwSize.load(std::memory_order_relaxed) != 0) return;
+  const unsigned int dwTaken = m_dwTaken.load(std::memory_order_relaxed);  // own variable
+  if (m_dwPosted.load(std::memory_order_relaxed) != dwTaken) return;
 
   // A producer that posts steadily is usually only a moment behind: look again for a
   // short while before going to sleep, since a sleep costs the poster a wake-up call.
   bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
   if (!bMayWait) return;
-  for (int i = 0; i < kSpinBeforeWait && m_dwSize.load(std::memory_order_relaxed) == 0; ++i) __builtin_ia32_pause();
+  for (int i = 0; i < kSpinBeforeWait && m_dwPosted.load(std::memory_order_relaxed) == dwTaken; ++i)
+    __builtin_ia32_pause();
 
   CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
-  if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
+  if (m_dwPosted.load(std::memory_order_seq_cst) == dwTaken) {
     m_bWaiting.store(true, std::memory_order_seq_cst);
-    if (m_dwSize.load(std::memory_order_seq_cst) == 0) {
+    if (m_dwPosted.load(std::memory_order_seq_cst) == dwTaken) {
       CmResult rv = m_Condition.Wait(aTimeout);
       if (rv != CM_OK && rv != CM_ERROR_TIMEOUT) {
         CM_ERROR_TRACE_THIS(
             "CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents,Wait() failed while pending size="
-            << m_dwSize.load(std::memory_order_relaxed) << " rv=" << rv);
+            << PendingCount() << " rv=" << rv);
       }
     }
     m_bWaiting.store(false, std::memory_order_seq_cst);
@@ -397,8 +402,11 @@ void CCmEventQueueUsingConditionVariable::WaitForEvent(CCmTimeValue* aTimeout) {
 
 CmResult CCmEventQueueUsingConditionVariable::PopOrWaitPendingEvents(std::list<ICmEvent*>& aEvents,
                                                                      CCmTimeValue* aTimeout, unsigned int aMaxCount) {
-  WaitForEvent(aTimeout);
+  // Look first: while events keep coming, the owner never reads the posters' count.
   CmResult rv = PopPendingEvents(aEvents, aMaxCount, nullptr);
+  if (rv != CM_ERROR_NOT_FOUND) return rv;
+  WaitForEvent(aTimeout);
+  rv = PopPendingEvents(aEvents, aMaxCount, nullptr);
   if (rv == CM_ERROR_NOT_FOUND) YieldToLinkingPoster();
   return rv;
 }
@@ -407,12 +415,14 @@ void CCmEventQueueUsingConditionVariable::YieldToLinkingPoster() {
   // Counted but not linked yet: a poster sits between its two steps, maybe preempted.
   // The next wait returns at once while the count is up, so give it the processor
   // rather than spin.
-  if (m_dwSize.load(std::memory_order_relaxed) != 0) sched_yield();
+  if (PendingCount() != 0) sched_yield();
 }
 
 CmResult CCmEventQueueUsingConditionVariable::WaitAndProcessEvents(CCmTimeValue* aTimeout, unsigned int aMaxCount) {
-  WaitForEvent(aTimeout);
   CmResult rv = PopAndProcessEvents(aMaxCount);
+  if (rv != CM_ERROR_NOT_FOUND) return rv;
+  WaitForEvent(aTimeout);
+  rv = PopAndProcessEvents(aMaxCount);
   if (rv == CM_ERROR_NOT_FOUND) YieldToLinkingPoster();
   return rv;
 }

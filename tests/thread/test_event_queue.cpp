@@ -268,3 +268,38 @@ TEST(ICmEventTest, MemoryFormsAndCrossThreadRecycling) {
 }
 
 }  // namespace
+
+// A send that times out while its wrapper still waits in the queue: the wrapper's
+// deletion trip must queue behind it without disturbing it or the events around it.
+TEST(CmEventSynchronousTest, TimedOutSendWhileStillQueuedKeepsOrderAndDeletesOnce) {
+  EventLog log;
+  CCmEventQueueUsingConditionVariable queue;  // no owner recorded: a send from here waits
+  ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 1)));
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_ERROR_TIMEOUT, queue.SendEvent(new LoggingEvent(&log, 2), &zero));
+  ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 3)));
+  // Event 1, the wrapper, its deletion trip and event 3.
+  EXPECT_EQ(4u, queue.GetPendingEventsCount());
+
+  std::list<ICmEvent*> out;
+  unsigned int remain = 99;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out, 0xFFFFFFFFu, &remain));
+  EXPECT_EQ(0u, remain);
+  ASSERT_EQ(4u, out.size());
+  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  EXPECT_EQ((std::vector<int>{1, 2, 3}), log.Fired());
+  EXPECT_EQ((std::vector<int>{1, 2, 3}), log.Destroyed());
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out));
+}
+
+TEST(CmEventSynchronousTest, TimedOutSendDiscardedWithQueueIsDestroyedUnfiredOnce) {
+  EventLog log;
+  {
+    CCmEventQueueUsingConditionVariable queue;
+    CCmTimeValue zero;
+    EXPECT_EQ(CM_ERROR_TIMEOUT, queue.SendEvent(new LoggingEvent(&log, 5), &zero));
+    ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 6)));
+  }
+  EXPECT_TRUE(log.Fired().empty());
+  EXPECT_EQ((std::vector<int>{5, 6}), log.Destroyed());
+}

@@ -110,7 +110,7 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
 
   CmResult PostEvent(ICmEvent* aEvent, EPriority aPri = EPRIORITY_NORMAL, unsigned int* aSizeBefore = nullptr) override;
   CmResult SendEvent(ICmEvent* aEvent, CCmTimeValue* aTimeout = nullptr) override;
-  unsigned int GetPendingEventsCount() override { return m_dwSize.load(std::memory_order_relaxed); }
+  unsigned int GetPendingEventsCount() override { return PendingCount(); }
 
   /// Owner thread only. Moves up to aMaxCount of the oldest events to the end of
   /// aEvents (all when the queue holds at most aMaxCount; none for 0). aRemain gets
@@ -144,6 +144,12 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   static CCmTimeValue s_tvReportInterval;
 
  protected:
+  /// Number of events posted and not taken out yet.
+  unsigned int PendingCount() const {
+    // Taken first: it never passes the posted count, which only grows.
+    unsigned int dwTaken = m_dwTaken.load(std::memory_order_acquire);
+    return m_dwPosted.load(std::memory_order_acquire) - dwTaken;
+  }
   /// Owner thread only: unlinks the oldest event, or returns null when none is fully
   /// posted yet.
   ICmEvent* PopOne();
@@ -173,17 +179,19 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// two steps of a post the list ends early for a moment, and the owner simply looks
   /// again. m_Stub keeps the list non-empty so that neither side needs a lock.
   alignas(64) std::atomic<ICmEvent*> m_pTail;
+  /// Events ever posted; raised by a post before it links its event, so that the owner
+  /// may briefly count an event that it cannot see yet, never the other way round.
+  std::atomic<unsigned int> m_dwPosted;
   std::atomic<bool> m_bIsStopped;
   /// Wall clock (microseconds) of the last queue-length check.
   std::atomic<int64_t> m_llLastReportUs;
   std::atomic<CM_THREAD_ID> m_Tid;
 
-  /// All pending events. A post raises it before linking its event, so it may briefly
-  /// count an event that the owner cannot see yet, never the other way round.
-  alignas(64) std::atomic<unsigned int> m_dwSize;
-
   /// Oldest node of the list (the stub or an event); owner thread only.
   alignas(64) ICmEvent* m_pHead;
+  /// Events ever taken out of the list; written by the owner only. The pending count is
+  /// m_dwPosted - m_dwTaken: posters and the owner each write a line of their own.
+  std::atomic<unsigned int> m_dwTaken;
   bool m_bIsProcessing;
   LoopHook m_pLoopHook;
   char m_szThreadName[512];
