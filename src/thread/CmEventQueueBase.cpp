@@ -175,6 +175,9 @@ ICmEvent* CCmEventQueueBase::PopOne() {
     pNext = __atomic_load_n(&pHead->m_pNextEvent, __ATOMIC_ACQUIRE);
   }
   if (pNext) {
+    // The next event was written by a poster on another processor: start fetching it,
+    // so that its link is at hand by the time the owner comes back for it.
+    __builtin_prefetch(pNext);
     m_pHead = pNext;
     return pHead;
   }
