@@ -25,8 +25,6 @@ std::atomic<unsigned int> g_sendStoppedCount{0};
 
 const int64_t kLongQueueCheckUs = 3 * 1000000LL;
 const unsigned int kLongQueueSize = 100;
-// Pause instructions spent looking for a new event before the owner sleeps (a few us).
-const int kSpinBeforeWait = 1024;
 }  // namespace
 
 int64_t cm_event_clock_now_us() {
@@ -381,12 +379,11 @@ void CCmEventQueueUsingConditionVariable::WaitForEvent(CCmTimeValue* aTimeout) {
   const unsigned int dwTaken = m_dwTaken.load(std::memory_order_relaxed);  // own variable
   if (m_dwPosted.load(std::memory_order_relaxed) != dwTaken) return;
 
-  // A producer that posts steadily is usually only a moment behind: look again for a
-  // short while before going to sleep, since a sleep costs the poster a wake-up call.
+  // No spinning before the sleep: the loop usually shares a processor with its posters
+  // on a busy machine, where a spin only delays them, and a synchronous sender pays for
+  // it in its round trip. A steady poster finds the loop awake anyway.
   bool bMayWait = !aTimeout || *aTimeout > CCmTimeValue::get_tvZero();
   if (!bMayWait) return;
-  for (int i = 0; i < kSpinBeforeWait && m_dwPosted.load(std::memory_order_relaxed) == dwTaken; ++i)
-    __builtin_ia32_pause();
 
   CCmMutexGuardT<CCmMutexThread> guard(m_MutexForCondition);
   if (m_dwPosted.load(std::memory_order_seq_cst) == dwTaken) {
