@@ -2,6 +2,7 @@
 
 #include "cmutil/timer/CmTimerWheelQueue.h"
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -13,91 +14,103 @@
 namespace {
 
 constexpr unsigned int kSlots = CCmTimerWheelQueue::kSlotCount;
-constexpr size_t kChunk = 512;
+constexpr uint32_t kChunkShift = 9;
+constexpr uint32_t kChunk = 1u << kChunkShift;  // nodes per pool block
+constexpr uint32_t kNil = 0xFFFFFFFFu;
 
 }  // namespace
 
 struct CCmTimerWheelQueue::Impl {
-  struct Node {
-    CNode node;
-    Node* prev;
-    Node* next;
+  // One cache line per node: the links are 32-bit pool indices that sit in the tail
+  // padding of the timer record, so a node never straddles two lines and a large
+  // wheel touches one line (not two) per node it visits.
+  struct alignas(64) Node : CNode {
+    uint32_t prev;
+    uint32_t next;
     bool far;  // in a far list
   };
-  struct List {
-    Node* head = nullptr;
-    Node* tail = nullptr;
-    unsigned int count = 0;
+  static_assert(sizeof(Node) == 64, "a wheel node fills exactly one cache line");
 
-    void push_back(Node* n) {
-      n->next = nullptr;
-      n->prev = tail;
-      if (tail)
-        tail->next = n;
-      else
-        head = n;
-      tail = n;
-      ++count;
-    }
-    void insert_before(Node* pos, Node* n) {
-      if (!pos) {
-        push_back(n);
-        return;
-      }
-      n->next = pos;
-      n->prev = pos->prev;
-      if (pos->prev)
-        pos->prev->next = n;
-      else
-        head = n;
-      pos->prev = n;
-      ++count;
-    }
-    void unlink(Node* n) {
-      if (n->prev)
-        n->prev->next = n->next;
-      else
-        head = n->next;
-      if (n->next)
-        n->next->prev = n->prev;
-      else
-        tail = n->prev;
-      --count;
-    }
-    Node* find(ICmTimerHandler* h) const {
-      for (Node* n = head; n; n = n->next)
-        if (n->node.m_pEh == h) return n;
-      return nullptr;
-    }
+  std::vector<std::unique_ptr<Node[]>> chunks;
+  uint32_t freeList = kNil;
+
+  Node& at(uint32_t i) { return chunks[i >> kChunkShift][i & (kChunk - 1)]; }
+  const Node& at(uint32_t i) const { return chunks[i >> kChunkShift][i & (kChunk - 1)]; }
+
+  struct List {
+    uint32_t head = kNil;
+    uint32_t tail = kNil;
+    unsigned int count = 0;
   };
+
+  void push_back(List& l, uint32_t i) {
+    Node& n = at(i);
+    n.next = kNil;
+    n.prev = l.tail;
+    if (l.tail != kNil)
+      at(l.tail).next = i;
+    else
+      l.head = i;
+    l.tail = i;
+    ++l.count;
+  }
+  void insert_before(List& l, uint32_t pos, uint32_t i) {
+    if (pos == kNil) {
+      push_back(l, i);
+      return;
+    }
+    Node& n = at(i);
+    Node& p = at(pos);
+    n.next = pos;
+    n.prev = p.prev;
+    if (p.prev != kNil)
+      at(p.prev).next = i;
+    else
+      l.head = i;
+    p.prev = i;
+    ++l.count;
+  }
+  void unlink(List& l, uint32_t i) {
+    Node& n = at(i);
+    if (n.prev != kNil)
+      at(n.prev).next = n.next;
+    else
+      l.head = n.next;
+    if (n.next != kNil)
+      at(n.next).prev = n.prev;
+    else
+      l.tail = n.prev;
+    --l.count;
+  }
 
   List nearLists[kSlots];
   List farLists[kSlots];
   CCmTimeValue earliest = CCmTimeValue::get_tvMax();
   size_t total = 0;
-  Node* freeList = nullptr;
-  std::vector<std::unique_ptr<Node[]>> chunks;
-  // handler -> its node, so that a cancel does not walk the slot's list
-  CmTimerPtrMap<Node*> index;
+  // handler -> index of its node, so that a cancel does not walk the slot's list
+  CmTimerPtrMap<uint32_t> index;
 
-  Node* alloc(const CNode& value) {
-    if (!freeList) {
+  uint32_t alloc(const CNode& value) {
+    if (freeList == kNil) {
+      const uint32_t base = static_cast<uint32_t>(chunks.size()) << kChunkShift;
       chunks.emplace_back(new Node[kChunk]);
       Node* block = chunks.back().get();
-      for (size_t i = 0; i < kChunk; ++i) {
-        block[i].next = freeList;
-        freeList = &block[i];
+      // Lowest index first, so a filling queue walks its blocks forwards.
+      for (uint32_t k = kChunk; k-- > 0;) {
+        block[k].next = freeList;
+        freeList = base + k;
       }
     }
-    Node* n = freeList;
-    freeList = n->next;
-    n->node = value;
+    const uint32_t i = freeList;
+    Node& n = at(i);
+    freeList = n.next;
+    static_cast<CNode&>(n) = value;
     ++total;
-    return n;
+    return i;
   }
-  void release(Node* n) {
-    n->next = freeList;
-    freeList = n;
+  void release(uint32_t i) {
+    at(i).next = freeList;
+    freeList = i;
     --total;
   }
 
@@ -106,19 +119,20 @@ struct CCmTimerWheelQueue::Impl {
   void push(const CNode& value) {
     const CCmTimeValue now = cm_timer_now();
     const unsigned int slot = CCmTimerWheelQueue::SlotOf(value.m_tvExpired);
-    Node* n = alloc(value);
-    n->far = value.m_tvExpired.GetSec() > now.GetSec() + 29;
-    if (!n->far) {
-      nearLists[slot].push_back(n);
+    const uint32_t i = alloc(value);
+    Node& n = at(i);
+    n.far = value.m_tvExpired.GetSec() > now.GetSec() + 29;
+    if (!n.far) {
+      push_back(nearLists[slot], i);
     } else {
       List& far = farLists[slot];
-      Node* pos = far.head;
-      while (pos && pos->node.m_tvExpired < value.m_tvExpired) pos = pos->next;
-      far.insert_before(pos, n);
+      uint32_t pos = far.head;
+      while (pos != kNil && at(pos).m_tvExpired < value.m_tvExpired) pos = at(pos).next;
+      insert_before(far, pos, i);
     }
     if (value.m_tvExpired < earliest) earliest = value.m_tvExpired;
     value.m_pEh->m_dwWheelSlot = slot;
-    index.set(value.m_pEh, n);
+    index.set(value.m_pEh, i);
   }
 
   /// Finds the next earliest timer, walking forward from slot s. On the way, far
@@ -134,17 +148,17 @@ struct CCmTimerWheelQueue::Impl {
       const unsigned int k = (s + i) % kSlots;
       List& nearList = nearLists[k];
       List& farList = farLists[k];
-      if (!nearList.head) {
-        while (farList.head && static_cast<long long>(farList.head->node.m_tvExpired.GetSec()) <= windowEndSec) {
-          Node* n = farList.head;
-          farList.unlink(n);
-          n->far = false;
-          nearList.push_back(n);
+      if (nearList.head == kNil) {
+        while (farList.head != kNil && static_cast<long long>(at(farList.head).m_tvExpired.GetSec()) <= windowEndSec) {
+          const uint32_t i = farList.head;
+          unlink(farList, i);
+          at(i).far = false;
+          push_back(nearList, i);
         }
       }
-      if (farList.head && farList.head->node.m_tvExpired < farMin) farMin = farList.head->node.m_tvExpired;
-      if (nearList.head) {
-        const CCmTimeValue& first = nearList.head->node.m_tvExpired;
+      if (farList.head != kNil && at(farList.head).m_tvExpired < farMin) farMin = at(farList.head).m_tvExpired;
+      if (nearList.head != kNil) {
+        const CCmTimeValue& first = at(nearList.head).m_tvExpired;
         earliest = first < farMin ? first : farMin;
         return;
       }
@@ -156,15 +170,17 @@ struct CCmTimerWheelQueue::Impl {
     const unsigned int slot = h->m_dwWheelSlot;
     if (slot >= kSlots) return false;
     bool removed = false;
-    if (Node** found = index.find(h)) {
-      Node* n = *found;
-      const unsigned int at = CCmTimerWheelQueue::SlotOf(n->node.m_tvExpired);
-      (n->far ? farLists[at] : nearLists[at]).unlink(n);
+    if (uint32_t* found = index.find(h)) {
+      const uint32_t i = *found;
+      const Node& n = at(i);
+      const unsigned int where = CCmTimerWheelQueue::SlotOf(n.m_tvExpired);
+      unlink(n.far ? farLists[where] : nearLists[where], i);
       index.erase(h);
-      release(n);
+      release(i);
       removed = true;
     }
-    if (earliest != CCmTimeValue::get_tvMax() && slot == CCmTimerWheelQueue::SlotOf(earliest) && !nearLists[slot].head)
+    if (earliest != CCmTimeValue::get_tvMax() && slot == CCmTimerWheelQueue::SlotOf(earliest) &&
+        nearLists[slot].head == kNil)
       rescan(slot);
     return removed;
   }
@@ -199,19 +215,19 @@ int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
   Impl& impl = *m_impl;
   CM_ASSERTE_RETURN(impl.earliest != CCmTimeValue::get_tvMax(), -1);
   unsigned int slot = SlotOf(impl.earliest);
-  if (!impl.nearLists[slot].head) {
+  if (impl.nearLists[slot].head == kNil) {
     // The earliest timer still waits in a far list: move the due entries first.
     impl.rescan(slot);
     slot = SlotOf(impl.earliest);
-    if (impl.earliest == CCmTimeValue::get_tvMax() || !impl.nearLists[slot].head) return -1;
+    if (impl.earliest == CCmTimeValue::get_tvMax() || impl.nearLists[slot].head == kNil) return -1;
   }
   Impl::List& list = impl.nearLists[slot];
-  Impl::Node* n = list.head;
-  list.unlink(n);
-  aPopNode = n->node;
-  impl.index.erase(n->node.m_pEh);
-  impl.release(n);
-  if (!list.head) impl.rescan(slot);
+  const uint32_t i = list.head;
+  impl.unlink(list, i);
+  aPopNode = impl.at(i);
+  impl.index.erase(aPopNode.m_pEh);
+  impl.release(i);
+  if (list.head == kNil) impl.rescan(slot);
   return 0;
 }
 
