@@ -187,6 +187,12 @@ CmResult CCmMessageBlock::AdvanceChainedWritePtr(unsigned int aStep, unsigned in
   }
   unsigned int remaining = aStep;
   for (CCmMessageBlock* mb = this; mb && remaining; mb = mb->m_pNext) {
+    // Every block the walk reaches must be writable, as in Write.
+    if (!CM_BIT_DISABLED(mb->m_Flag, WRITE_LOCKED)) {
+      cm_assert_failed(__FILE__, __LINE__, "CM_BIT_DISABLED(m_Flag, WRITE_LOCKED)");
+      if (aBytes) *aBytes = aStep - remaining;
+      return CM_ERROR_FAILURE;
+    }
     if (mb->m_pReadPtr != mb->m_pBeginPtr) {
       CM_ERROR_TRACE("CCmMessageBlock::AdvanceChainedWritePtr, can't advance. m_pBeginPtr="
                      << static_cast<void*>(mb->m_pBeginPtr) << " m_pReadPtr=" << static_cast<void*>(mb->m_pReadPtr)
@@ -401,8 +407,9 @@ CCmMessageBlock* CCmMessageBlock::Disjoint(unsigned int aStart) {
         if (rest) rest->DestroyChained();
         return nullptr;
       }
+      // Only the returned chain is relinked: the original keeps its own successor, which
+      // it may own (m_bRtpChainedFlag), so cutting it here would cut the caller's chain.
       dup->m_pNext = cur->m_pNext;
-      cur->m_pNext = nullptr;
       *link = dup;
       cur = dup;
     }

@@ -241,6 +241,21 @@ TEST(MessageBlock, AdvanceChainedWritePtrOnlyOverUnreadBlocks) {
   EXPECT_EQ(1u, b.GetTopLevelLength());
 }
 
+TEST(MessageBlock, AdvanceChainedWritePtrStopsAtALaterWriteLockedBlock) {
+  CCmMessageBlock a(4u, nullptr, 0, 0);
+  CCmMessageBlock b(4u, nullptr, 0, 0);
+  a.Append(&b);
+  b.LockWriting();
+  CmTraceCapture cap;
+  unsigned int n = 99;
+  EXPECT_EQ(CM_ERROR_FAILURE, a.AdvanceChainedWritePtr(6, &n));
+  EXPECT_TRUE(cap.contains("Assert failed: CM_BIT_DISABLED(m_Flag, WRITE_LOCKED)"));
+  EXPECT_EQ(4u, n);  // the first block was filled before the locked one was reached
+  EXPECT_EQ(4u, a.GetTopLevelLength());
+  EXPECT_EQ(0u, b.GetTopLevelLength());
+  b.UnLockWriting();
+}
+
 TEST(MessageBlock, AppendRefusesABlockAlreadyInTheChain) {
   CmTraceCapture cap;
   CCmMessageBlock a(1u), b(1u), c(1u);
@@ -427,6 +442,52 @@ TEST(MessageBlock, DisjointInsideABlock) {
   EXPECT_EQ("0123", t.first.FlattenChained());
   EXPECT_EQ(nullptr, t.first.GetNext());
   rest->DestroyChained();
+}
+
+TEST(MessageBlock, DisjointLeavesTheCallersLinksAlone) {
+  // a -> b (owns c through the flag) -> c; the cut falls at a's end.
+  CCmMessageBlock a(4u, nullptr, 0, 4);
+  CCmMessageBlock* b = new CCmMessageBlock(4u, nullptr, 0, 4);
+  CCmMessageBlock* c = new CCmMessageBlock(4u, nullptr, 0, 4);
+  a.Append(b);
+  b->Append(c);
+  b->SetRtpChainedFlag(true);
+  CmTraceCapture cap;
+  CCmMessageBlock* rest = a.Disjoint(4);
+  ASSERT_NE(nullptr, rest);
+  EXPECT_EQ(2u, cap.count("there are not DUPLICATED blocks"));
+  EXPECT_NE(b, rest);
+  ASSERT_NE(nullptr, rest->GetNext());
+  EXPECT_NE(c, rest->GetNext());
+  EXPECT_EQ(nullptr, a.GetNext());
+  EXPECT_EQ(c, b->GetNext());  // b still owns c
+  EXPECT_EQ(2u, c->GetDataBlock()->GetReference());
+  rest->DestroyChained();
+  EXPECT_EQ(1u, c->GetDataBlock()->GetReference());
+  delete b;  // takes c with it; LeakSanitizer reports c otherwise
+}
+
+TEST(MessageBlock, DisjointAtZeroBehindAnEmptyFirstBlock) {
+  CCmMessageBlock empty(4u, nullptr, 0, 0);
+  CCmMessageBlock b(4u, nullptr, 0, 0);
+  CCmMessageBlock c(4u, nullptr, 0, 0);
+  b.Write("abc", 3);
+  c.Write("de", 2);
+  empty.Append(&b);
+  b.Append(&c);
+  CmTraceCapture cap;
+  CCmMessageBlock* rest = empty.Disjoint(0);
+  ASSERT_NE(nullptr, rest);
+  EXPECT_EQ(2u, cap.count("there are not DUPLICATED blocks"));
+  EXPECT_EQ("abcde", Flat(rest));
+  EXPECT_NE(&b, rest);
+  EXPECT_EQ(nullptr, empty.GetNext());
+  EXPECT_EQ(&c, b.GetNext());  // the originals keep their chain
+  EXPECT_EQ("abcde", b.FlattenChained());
+  EXPECT_EQ(2u, b.GetDataBlock()->GetReference());
+  rest->DestroyChained();
+  EXPECT_EQ(1u, b.GetDataBlock()->GetReference());
+  EXPECT_EQ(1u, c.GetDataBlock()->GetReference());
 }
 
 TEST(MessageBlock, DisjointOfDuplicatesSharesStorage) {
