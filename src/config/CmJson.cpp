@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "cmutil/base/CmAssert.h"
@@ -126,8 +127,22 @@ Object::~Object() = default;
 Value& Object::operator[](const std::string& key) { return m_members[key]; }
 Value& Object::operator[](const char* key) { return m_members[key ? std::string(key) : std::string()]; }
 
+namespace {
+// a < b in byte order, deciding on the first bytes without a library call where they differ.
+inline bool KeyLess(const std::string& a, const std::string& b) {
+  if (!a.empty() && !b.empty() && a[0] != b[0])
+    return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]);
+  return a < b;
+}
+}  // namespace
+
 void Object::Set(std::string&& key, Value&& value) {
-  m_members.insert_or_assign(m_members.end(), std::move(key), std::move(value));
+  // Members usually arrive in key order: append at the right end with one comparison.
+  if (m_members.empty() || KeyLess(m_members.rbegin()->first, key)) {
+    m_members.emplace_hint(m_members.end(), std::move(key), std::move(value));
+    return;
+  }
+  m_members.insert_or_assign(std::move(key), std::move(value));
 }
 
 int Object::HasKeys(const char** keys, int count) const {
@@ -232,13 +247,12 @@ Value& Value::operator=(const Value& o) {
 
 Value& Value::operator=(Value&& o) noexcept {
   if (this != &o) {
-    Release();
-    m_type = o.m_type;
-    m_store = o.m_store;
-    m_slot = o.m_slot;
-    o.m_type = kNull;
-    o.m_store = kStoreNone;
-    o.m_slot.i = 0;
+    // `o` may live inside this value (v = std::move(v["k"])): detach its contents
+    // before the old contents are destroyed, and destroy them only at the end.
+    Value taken(std::move(o));
+    std::swap(m_type, taken.m_type);
+    std::swap(m_store, taken.m_store);
+    std::swap(m_slot, taken.m_slot);
   }
   return *this;
 }
@@ -882,9 +896,16 @@ class Parser {
   }
 
   bool ParseToken(const char* b, const char* e, Value& out, const char*& rest) {
-    m_token.clear();
     bool floating = false;
+    // The common case first: a run of token characters copied in one piece, up to the
+    // first blank, closer or comma; the loop below handles whatever follows.
     const char* p = b;
+    for (; p < e; ++p) {
+      const char c = *p;
+      if (c == ',' || c == ']' || c == '}' || json_isspace(c)) break;
+      if (c == 'e' || c == '.') floating = true;
+    }
+    m_token.assign(b, p);
     for (; p < e && *p != ','; ++p) {
       char c = *p;
       if (json_isspace(c)) continue;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "cmutil/config/CmJson.h"
 #include "common/CmTraceCapture.h"
@@ -192,6 +194,60 @@ TEST(JsonValue, ModelOperations) {
   EXPECT_EQ(0u, a.size());
   EXPECT_TRUE(Value() == Value());
   EXPECT_TRUE(Value(1) != Value(2));
+}
+
+TEST(JsonValue, MoveAssignFromOwnChild) {
+  Value v = json::Deserialize("{\"k\":{\"inner\":[1,2,3]},\"other\":\"x\"}");
+  v = std::move(v["k"]);
+  EXPECT_EQ(json::kObject, v.GetType());
+  EXPECT_EQ("{\"inner\":[1,2,3]}", json::Serialize(v));
+
+  Value a = json::Deserialize("[[\"deep\",true],7]");
+  a = std::move(a[0ul]);
+  EXPECT_EQ("[\"deep\",true]", json::SerializeArray(a.ToArray()));
+
+  Value s = json::Deserialize("{\"name\":\"a string long enough to live on the heap\"}");
+  s = std::move(s["name"]);
+  EXPECT_EQ("a string long enough to live on the heap", s.ToString());
+}
+
+TEST(JsonValue, CopyAssignFromOwnChild) {
+  Value v = json::Deserialize("{\"k\":{\"inner\":[1,2,3]},\"other\":\"x\"}");
+  v = v["k"];
+  EXPECT_EQ("{\"inner\":[1,2,3]}", json::Serialize(v));
+  Value a = json::Deserialize("[[\"deep\"],7]");
+  a = a[0ul];
+  EXPECT_EQ("[\"deep\"]", json::SerializeArray(a.ToArray()));
+  Value m = json::Deserialize("{\"k\":5}");
+  m.MergeValue(Value(json::Array()));  // becomes a copy of an empty array
+  EXPECT_EQ(json::kArray, m.GetType());
+}
+
+TEST(JsonValue, CopyMoveAndAssignAcrossKinds) {
+  json::Object o;
+  o["n"] = 1;
+  json::Array arr;
+  arr.push_back(Value("e"));
+  const std::vector<Value> kinds = {Value(),           Value(3), Value(2.5), Value(true),
+                                    Value("text"),     Value(o), Value(arr), Value(int64_t{1} << 40),
+                                    Value(4000000000u)};
+  for (const Value& from : kinds) {
+    for (const Value& to : kinds) {
+      Value copy(from);
+      EXPECT_TRUE(copy == from);
+      Value target(to);
+      target = copy;  // copy-assign over another kind
+      EXPECT_TRUE(target == from);
+      EXPECT_EQ(from.GetType(), target.GetType());
+      Value moved_into(to);
+      moved_into = std::move(copy);  // move-assign over another kind
+      EXPECT_TRUE(moved_into == from);
+      EXPECT_TRUE(copy.IsNull());  // NOLINT(bugprone-use-after-move): a moved-from value is null
+      Value constructed(std::move(moved_into));
+      EXPECT_TRUE(constructed == from);
+      EXPECT_TRUE(moved_into.IsNull());  // NOLINT(bugprone-use-after-move)
+    }
+  }
 }
 
 TEST(JsonValue, OutOfRangeAccessIsReportedNotFatal) {
