@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cmutil/safe/CmSafeLib.h"
 #include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"
 #include "trace/CmTraceInternal.h"
@@ -124,18 +125,9 @@ const char* get_nimra_home_dir() {
 }
 
 int set_nimra_home_env(const char* name) {
-  // Bounded copy: a name that does not fit (or a null one) leaves the buffer empty.
-  if (!name) {
-    g_cur_env[0] = '\0';
-    return -1;
-  }
-  size_t n = strnlen(name, sizeof(g_cur_env));
-  if (n >= sizeof(g_cur_env)) {
-    g_cur_env[0] = '\0';
-    return -1;
-  }
-  memcpy(g_cur_env, name, n + 1);
-  return 0;
+  // Bounded copy: a null name or one that does not fit is reported by the constraint
+  // handler and leaves the variable name as it was.
+  return strcpy_s(g_cur_env, sizeof(g_cur_env), name);
 }
 
 CCmString get_config_file_name() {

@@ -10,6 +10,7 @@
 #include "ConfigTestUtil.h"
 #include "cmutil/config/CmConfigIO.h"
 #include "cmutil/config/CmConfigInitFile.h"
+#include "cmutil/safe/CmSafeLib.h"
 #include "common/CmTraceCapture.h"
 #include "config/CmConfigInternal.h"
 #include "trace/CmTraceInternal.h"
@@ -197,9 +198,33 @@ TEST_F(IniParamTest, HomeVariableAndFileName) {
     EXPECT_STREQ("/tmp", get_nimra_home_dir());
     EXPECT_EQ("/tmp", CCmDefaultDir().GetDefaultDir());
   }
+}
+
+namespace {
+std::vector<std::string> g_envViolations;
+void record_env_violation(const char* msg, void*, int) { g_envViolations.emplace_back(msg ? msg : ""); }
+}  // namespace
+
+TEST_F(IniParamTest, HomeVariableThatDoesNotFitLeavesTheOldOne) {
+  ASSERT_EQ(0, set_nimra_home_env("CMUTIL_TEST_HOME"));
+  g_envViolations.clear();
+  constraint_handler_t previous = set_constraint_handler_s(record_env_violation);
   std::string tooLong(600, 'A');
-  EXPECT_NE(0, set_nimra_home_env(tooLong.c_str()));
-  EXPECT_STREQ("", g_cur_env);
+  EXPECT_EQ(22, set_nimra_home_env(tooLong.c_str()));
+  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
+  std::string exactlyFull(512, 'B');  // no room left for the terminator
+  EXPECT_EQ(22, set_nimra_home_env(exactlyFull.c_str()));
+  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
+  EXPECT_EQ(22, set_nimra_home_env(nullptr));
+  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
+  set_constraint_handler_s(previous);
+  ASSERT_EQ(3u, g_envViolations.size());
+  EXPECT_EQ("strcpy_s: not enough space for src", g_envViolations[0]);
+  EXPECT_EQ("strcpy_s: not enough space for src", g_envViolations[1]);
+  EXPECT_EQ("strcpy_s: src is null", g_envViolations[2]);
+  std::string longest(511, 'C');
+  EXPECT_EQ(0, set_nimra_home_env(longest.c_str()));
+  EXPECT_EQ(longest, g_cur_env);
 }
 
 TEST_F(IniParamTest, MissingFileAndFolderAreJustMisses) {

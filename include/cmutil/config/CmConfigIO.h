@@ -65,8 +65,9 @@ CM_EXPORT void set_nimra_config_file_name(const CCmString& name);
 /// next call).
 CM_EXPORT const char* get_nimra_home_dir();
 /// From now on the home directory is read from the environment variable `name`
-/// (bounded copy into g_cur_env; a name of 512 bytes or more leaves it empty). Returns 0
-/// on success, non-zero otherwise.
+/// (copied into g_cur_env with strcpy_s: a null name or one of 512 bytes or more is
+/// reported to the constraint handler and leaves g_cur_env as it was). Returns
+/// strcpy_s's result: 0 on success, 22 on a violation.
 CM_EXPORT int set_nimra_home_env(const char* name);
 /// Home directory + "/conf/" + g_nimra_config_file_name.
 CM_EXPORT CCmString get_config_file_name();
