@@ -104,7 +104,6 @@ CCmT120TraceFile::CCmT120TraceFile(const char* path, unsigned long sizeLimit, bo
   snprintf(header, sizeof(header), "%-31ld\n", kCmTraceHeaderSize);
   size_t written = 0;
   pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &written);
-  m_knownOffset = kCmTraceHeaderSize;
 }
 
 CCmT120TraceFile::~CCmT120TraceFile() {
@@ -261,23 +260,23 @@ void CCmT120TraceFile::unlock_file() {
   if (m_bLockWanted && m_fd >= 0) cm_platform_unlock_file(m_fd);
 }
 
+// The decimal offset held in the header, 0 when it cannot be read.
+long CCmT120TraceFile::read_header_offset() const {
+  char header[kCmTraceHeaderSize + 1];
+  ssize_t r = pread(m_fd, header, kCmTraceHeaderSize, 0);
+  if (r <= 0) return 0;
+  header[r] = '\0';
+  return strtol(header, nullptr, 10);
+}
+
 // Appends `data` at the offset of the header, then the marker, then the new header.
 // With markerRoom, `data` has room for the marker behind it and both go out in one write.
 void CCmT120TraceFile::write_out(char* data, size_t len, bool markerRoom) {
   if (m_fd < 0 || len == 0) return;
   lock_file();
-  long offset = m_knownOffset;
-  // Another process may have moved the end: under the lock the header is the truth.
-  // Without the lock this process is the only writer, so its own last header holds.
-  if (m_bLockWanted || offset < 0) {
-    char header[kCmTraceHeaderSize + 1];
-    offset = 0;
-    ssize_t r = pread(m_fd, header, kCmTraceHeaderSize, 0);
-    if (r > 0) {
-      header[r] = '\0';
-      offset = strtol(header, nullptr, 10);
-    }
-  }
+  // The header is the truth: another process (or another open of the same path in this
+  // one) may have moved the end since our last flush, so it is read again every time.
+  long offset = read_header_offset();
   // A damaged header must not let records overwrite the header itself.
   if (offset < kCmTraceHeaderSize) offset = kCmTraceHeaderSize;
   if (m_sizeLimit && static_cast<unsigned long>(offset) >= m_sizeLimit) {
@@ -301,7 +300,6 @@ void CCmT120TraceFile::write_out(char* data, size_t len, bool markerRoom) {
   snprintf(header, sizeof(header), "%-31ld\n", offset);
   size_t headerWritten = 0;
   pwrite_all(m_fd, header, kCmTraceHeaderSize, 0, &headerWritten);
-  m_knownOffset = offset;
   unlock_file();
 }
 
@@ -503,11 +501,18 @@ void CCmT120Trace::open_which(Which which) {
     if (m_pError) mgr->close(m_pError);
     m_pError = dir.empty() ? nullptr : mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
   }
-  // The warning file is never opened by the library; a reload only closes it.
-  if ((which == kAll || which == kWarning) && m_pWarning) {
-    mgr->close(m_pWarning);
-    m_pWarning = nullptr;
-  }
+  if ((which == kAll || which == kWarning) && !m_warningBase.empty()) open_next_warning(mgr);
+}
+
+// The warning file is opened only at the host's request (open_warning_file), under the
+// path it gave; a reload replaces it by "<path>.1" to "<path>.9", then the path itself
+// again, so warnings keep flowing after the file is full or the date changed.
+void CCmT120Trace::open_next_warning(CCmT120TraceFileMgr* mgr) {
+  m_nWarningNumber = (m_nWarningNumber + 1) % 10;
+  std::string path = m_warningBase;
+  if (m_nWarningNumber != 0) path += "." + std::to_string(m_nWarningNumber);
+  if (m_pWarning) mgr->close(m_pWarning);
+  m_pWarning = mgr->open(path.c_str(), kCmTraceFileSizeLimit, m_bSingleFile, 0);
 }
 
 void CCmT120Trace::load(CCmT120TraceFile* handle) {
@@ -581,7 +586,10 @@ void CCmT120Trace::open_warning_file(const char* path) {
   CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance();
   if (!mgr) return;
   if (m_pWarning) mgr->close(m_pWarning);
-  m_pWarning = mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
+  m_pWarning = nullptr;
+  m_warningBase = path ? path : "";
+  m_nWarningNumber = 0;
+  if (!m_warningBase.empty()) m_pWarning = mgr->open(path, kCmTraceFileSizeLimit, m_bSingleFile, 0);
 }
 
 std::string CCmT120Trace::info_path() {
@@ -608,7 +616,8 @@ void CCmT120Trace::reset_for_test(bool reopen) {
     if (m_pWarning) mgr->close(m_pWarning);
   }
   m_pInfo = m_pError = m_pWarning = nullptr;
-  m_nInfoNumber = m_nErrorNumber = 0;
+  m_nInfoNumber = m_nErrorNumber = m_nWarningNumber = 0;
+  m_warningBase.clear();
   local_day_month(&m_nDay, &m_nMonth);
   if (reopen) open_which(kAll);
 }

@@ -51,6 +51,7 @@ class CM_EXPORT CCmT120TraceFile {
   void flush_locked() CM_NO_THREAD_SAFETY_ANALYSIS;
   void write_out(char* data, size_t len, bool markerRoom) CM_NO_THREAD_SAFETY_ANALYSIS;
   size_t format_prefix(char* out, int64_t sec, int32_t usec);
+  long read_header_offset() const;
   void lock_file();
   void unlock_file();
 
@@ -66,8 +67,6 @@ class CM_EXPORT CCmT120TraceFile {
   volatile uint32_t m_nMarker = kCmTraceFileAlive;
   int m_fd = -1;
   uint32_t m_nBlockSize = kCmTraceBlockSize;
-  // End offset this process wrote last (-1: unknown); re-read from the header under the lock.
-  long m_knownOffset = -1;
   // Cached "[MM/DD/YYYY HH:MM:SS." of the last second formatted.
   int64_t m_cachedSec = -1;
   char m_datePrefix[32] = {0};
@@ -125,7 +124,8 @@ class CM_EXPORT CCmT120Trace {
   // Uses "<folder>/<name>.<n>" (or "<folder>/<name>" when single) instead of the
   // information and error files from the next load on. Null restores the default.
   void set_file_name(const char* name, bool single);
-  // Opens `path` as the warning file (the library itself never does).
+  // Opens `path` as the warning file (the library itself never does); when full, or when
+  // the date changes, it is replaced by "<path>.1" ... "<path>.9", then `path` again.
   void open_warning_file(const char* path);
 
   // Test hooks: paths of the open files ("" when none), and a fresh start that closes
@@ -138,6 +138,7 @@ class CM_EXPORT CCmT120Trace {
  private:
   CCmT120Trace();
   void open_which(Which which) CM_NO_THREAD_SAFETY_ANALYSIS;
+  void open_next_warning(CCmT120TraceFileMgr* mgr) CM_NO_THREAD_SAFETY_ANALYSIS;
   void local_day_month(int* day, int* month);
   void local_day_month(int64_t sec, int* day, int* month);
 
@@ -150,6 +151,8 @@ class CM_EXPORT CCmT120Trace {
   CCmT120TraceFile* m_pError = nullptr;
   int m_nInfoNumber = 0;
   int m_nErrorNumber = 0;
+  std::string m_warningBase;  // path given to open_warning_file; empty = no warning file
+  int m_nWarningNumber = 0;   // number of the open warning file (0 = the path itself)
   int m_nDay = 0;
   int m_nMonth = 0;
   int m_nPid = 0;

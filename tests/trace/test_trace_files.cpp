@@ -199,6 +199,33 @@ TEST(TraceFile, UnwritablePathGivesNoHandle) {
   T120_Close_Trace_Dev(nullptr);
 }
 
+TEST(TraceFile, TwoOpensOfOnePathEachFlushAtTheHeaderOffset) {
+  CmTempDir dir;
+  std::string path = dir.file("two.log");
+  // Two independent opens, as two processes would hold them; no lock wanted, so only the
+  // header's offset keeps one from overwriting the other's blocks.
+  CCmT120TraceFile first(path.c_str(), 0, false);
+  CCmT120TraceFile second(path.c_str(), 0, false);
+  ASSERT_TRUE(first.is_open());
+  ASSERT_TRUE(second.is_open());
+  for (int round = 0; round < 3; ++round) {
+    std::string a = "first round " + std::to_string(round);
+    std::string b = "second round " + std::to_string(round);
+    first.write(nullptr, nullptr, a.c_str(), a.size());
+    first.flush_buffer();
+    second.write(nullptr, nullptr, b.c_str(), b.size());
+    second.flush_buffer();
+  }
+  std::vector<std::string> l = lines_of(records(path));
+  ASSERT_EQ(6u, l.size());
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_NE(std::string::npos, l[2 * round].find("] first round " + std::to_string(round))) << l[2 * round];
+    EXPECT_NE(std::string::npos, l[2 * round + 1].find("] second round " + std::to_string(round))) << l[2 * round + 1];
+  }
+  std::string content = cm_read_file(path);
+  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(header_offset(content))));
+}
+
 TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   CmTempDir dir;
   std::string path = dir.file("shared.log");
@@ -331,6 +358,36 @@ TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
   std::string old = cm_read_file(seen[3]);
   EXPECT_GE(header_offset(old), 1000);
   EXPECT_EQ(kMarker, old.substr(static_cast<size_t>(header_offset(old))));
+}
+
+TEST_F(TraceFilesTest, FullWarningFileIsReplacedAndWarningsGoOn) {
+  const std::string warnPath = folder() + "/warnings.log";
+  m_trace->open_warning_file(warnPath.c_str());
+  T120_Refresh_Settings(1000, 1);
+  const std::string text(90, 'w');
+  int guard = 0;
+  while (m_trace->warning_path() == warnPath && guard++ < 1000) trace_line(1, text);
+  ASSERT_LT(guard, 1000) << "the full warning file was not replaced";
+  EXPECT_EQ(warnPath + ".1", m_trace->warning_path());
+  trace_line(1, "a warning after the switch");
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  EXPECT_NE(std::string::npos, records(warnPath + ".1").find("] [UTIL] :a warning after the switch\n"));
+  EXPECT_GE(header_offset(cm_read_file(warnPath)), 1000);  // the full file keeps its records
+}
+
+TEST_F(TraceFilesTest, DateChangeReplacesTheWarningFile) {
+  g_fakeSec = 1773532799;  // some second; the next day is a full day later
+  cm_trace_file_set_clock(&fake_clock);
+  m_trace->reset_for_test();
+  const std::string warnPath = folder() + "/warnings.log";
+  m_trace->open_warning_file(warnPath.c_str());
+  trace_line(1, "day one");
+  g_fakeSec += 24 * 3600;
+  trace_line(1, "day two");
+  EXPECT_EQ(warnPath + ".1", m_trace->warning_path());
+  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
+  EXPECT_NE(std::string::npos, records(warnPath).find("day one"));
+  EXPECT_NE(std::string::npos, records(warnPath + ".1").find("day two"));
 }
 
 TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
