@@ -27,6 +27,7 @@
 #include "cmutil/config/ConfigData.h"
 #include "cmutil/config/CmXmlUtil.h"
 #include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/trace/CmTvxTrace.h"
 #include "cmutil/pipeline/CmProcessInterfaces.h"
 #include "cmutil/pipeline/CmProcessModule.h"
 #include "cmutil/pipeline/CmProcessUnit.h"

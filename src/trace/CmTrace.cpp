@@ -4,11 +4,13 @@
 #include <cstring>
 #include <mutex>
 
+#include "cmutil/config/CmConfigIO.h"
 #include "cmutil/trace/CmTraceMacros.h"
+#include "cmutil/trace/CmTvxTrace.h"
+#include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"
 #include "trace/CmT120Trace.h"
 #include "trace/CmTraceInternal.h"
-#include "trace/CmTvxTrace.h"
 
 std::atomic<int> g_traceMask{2};
 std::atomic<int> g_traceMask_TroubleShootConfig{0};
@@ -19,7 +21,6 @@ std::atomic<CmCrashSink> g_util_crash_sink{nullptr};
 std::atomic<int64_t> g_cm_assertion_count{0};
 std::atomic<int64_t> g_cm_temp_logs_count{0};
 std::atomic<const char*> g_LeadingId{nullptr};
-std::atomic<int> g_cm_effective_trace_mask{2};
 
 namespace {
 
@@ -31,12 +32,6 @@ constexpr int kDecorationRoom = 200;
 // The plug-in takes long texts in pieces that start this far apart.
 constexpr int kPluginPieceStride = 2047;
 constexpr int kPluginPieceThreshold = 2048;
-
-void refresh_effective_mask() {
-  int a = g_traceMask.load(kRelaxed);
-  int b = g_traceMask_TroubleShootConfig.load(kRelaxed);
-  g_cm_effective_trace_mask.store(a > b ? a : b, kRelaxed);
-}
 
 // "[" module "] " text, zero-terminated; returns its length.
 int decorate(char* out, const char* module, const char* text, int length) {
@@ -68,7 +63,10 @@ void route_to_plugin(int level, const char* module, const char* text, int length
 }  // namespace
 
 void util_adapter_trace(int level, const char* module, const char* text, int length) {
-  if (text == nullptr) text = "";
+  if (text == nullptr) {
+    text = "";  // a null text is an empty one, whatever length came with it
+    length = 0;
+  }
   if (length < 0) length = static_cast<int>(std::strlen(text));
   const int option = g_trace_option.load(kRelaxed);
   const char* tag = module ? module : "UTIL";
@@ -91,7 +89,9 @@ void util_adapter_trace(int level, const char* module, const char* text, int len
     return;
   }
   const char* routeModule = (module == nullptr || module[0] == '\0') ? getCallerModuleName(text) : module;
-  if (option & CM_TRACE_ROUTE_PLUGIN) route_to_plugin(level, routeModule, text, length);
+  // The plug-in takes a terminated text without a length: hand it the copy inside the
+  // decorated buffer, never the caller's text, which need not be terminated.
+  if (option & CM_TRACE_ROUTE_PLUGIN) route_to_plugin(level, routeModule, decorated + decoratedLen - length, length);
   if (option & CM_TRACE_ROUTE_FILE) {
     if (CCmT120Trace* files = CCmT120Trace::instance()) files->trace_string(level, routeModule, text, length);
   }
@@ -101,21 +101,11 @@ void util_adapter_trace(int level, const char* module, const char* text, int len
   std::free(heapBuffer);
 }
 
-void set_external_trace_mask(int mask) {
-  g_traceMask.store(mask, kRelaxed);
-  refresh_effective_mask();
-}
+void set_external_trace_mask(int mask) { g_traceMask.store(mask, kRelaxed); }
 
-int get_external_trace_mask() {
-  int a = g_traceMask.load(kRelaxed);
-  int b = g_traceMask_TroubleShootConfig.load(kRelaxed);
-  return a > b ? a : b;
-}
+int get_external_trace_mask() { return cm_trace_effective_mask(); }
 
-void set_troubleshoot_trace_mask(int mask) {
-  g_traceMask_TroubleShootConfig.store(mask, kRelaxed);
-  refresh_effective_mask();
-}
+void set_troubleshoot_trace_mask(int mask) { g_traceMask_TroubleShootConfig.store(mask, kRelaxed); }
 
 void cm_set_trace_option(int option) { g_trace_option.store(option, kRelaxed); }
 int cm_get_trace_option() { return g_trace_option.load(kRelaxed); }
@@ -168,6 +158,7 @@ constexpr size_t kLeadingIdSize = 1024;
 constexpr size_t kMachineIdSize = 257;
 constexpr size_t kHostNameSize = 513;
 char g_leadingIdBuffer[kLeadingIdSize];
+std::atomic<const char* (*)()> g_leadingIdExecSource{nullptr};
 
 std::recursive_mutex& leading_id_mutex() {
   static std::recursive_mutex* mutex = new std::recursive_mutex;  // lives for the process
@@ -202,11 +193,15 @@ const char* get_leading_id() {
     int err = cm_platform_host_name(machine, sizeof machine);
     if (err != 0) CM_WARNING_TRACE("CCmDnsManager::GetLocalIps, gethostname() failed! err=" << err);
   }
-  char process[1024];
-  cm_platform_process_name(process, sizeof process);
+  const char* (*source)() = g_leadingIdExecSource.load(std::memory_order_acquire);
+  const char* process = source ? cm_process_name_of(source()) : get_process_name();
   cm_compose_leading_id(process, machine, g_leadingIdBuffer, sizeof g_leadingIdBuffer);
   g_LeadingId.store(g_leadingIdBuffer, std::memory_order_release);
   return g_leadingIdBuffer;
+}
+
+void cm_set_leading_id_exec_source(const char* (*source)()) {
+  g_leadingIdExecSource.store(source, std::memory_order_release);
 }
 
 void cm_reset_leading_id_for_test() {

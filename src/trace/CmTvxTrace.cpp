@@ -1,6 +1,6 @@
 // CCmTvxTrace: forwards trace lines to the optional plug-in and applies the
 // troubleshooting settings of the debug configuration.
-#include "trace/CmTvxTrace.h"
+#include "cmutil/trace/CmTvxTrace.h"
 
 #include <cstring>
 #include <new>

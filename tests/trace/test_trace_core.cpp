@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -8,6 +9,8 @@
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "common/CmTraceCapture.h"
+#include "config/ConfigTestUtil.h"
+#include "trace/CmT120Trace.h"
 #include "trace/CmTraceInternal.h"
 
 namespace {
@@ -79,13 +82,81 @@ TEST(TraceCore, SinkReceivesOnlyWithBitFour) {
   EXPECT_TRUE(cap.contains("[MOD] exclusive"));
   EXPECT_TRUE(g_logstash.empty());  // the external sink takes the line alone
 
-  // Without bit 4 the sink is ignored; the absent plug-in and trace files are skipped.
-  cm_set_trace_option(CM_TRACE_ROUTE_PLUGIN | CM_TRACE_ROUTE_FILE | CM_TRACE_ROUTE_LOGSTASH);
-  util_adapter_trace(1, nullptr, "routed", 6);
+  // Without bit 4 the sink is ignored; the plug-in and trace-file routes run too, the
+  // files under a temporary state folder (never the real one of the user).
+  {
+    CmTempDir state;
+    CmScopedEnv env("XDG_STATE_HOME", state.path().c_str());
+    if (CCmT120Trace* files = CCmT120Trace::existing()) files->reset_for_test();
+    cm_set_trace_option(CM_TRACE_ROUTE_PLUGIN | CM_TRACE_ROUTE_FILE | CM_TRACE_ROUTE_LOGSTASH);
+    util_adapter_trace(1, nullptr, "routed", 6);
+    cm_set_trace_option(CM_TRACE_ROUTE_SINK);
+    CCmT120Trace* files = CCmT120Trace::existing();
+    ASSERT_NE(files, nullptr);
+    EXPECT_EQ(files->info_path().rfind(state.path() + "/", 0), 0u) << files->info_path();
+    files->reset_for_test(false);  // closes the files before their folder goes
+  }
   EXPECT_FALSE(cap.contains("routed"));
   ASSERT_EQ(g_logstash.size(), 1u);
   EXPECT_EQ(g_logstash[0], "[UTIL] routed");
   set_util_logstash_external_trace_sink(nullptr);
+}
+
+TEST(TraceCore, LongMessageReachesTheStructuredLogSinkWhole) {
+  CmTraceCapture cap;
+  g_logstash.clear();
+  set_util_logstash_external_trace_sink(logstash_sink);
+  cm_set_trace_option(CM_TRACE_ROUTE_LOGSTASH);
+  std::string text(5000, 'p');
+  text.back() = 'E';
+  util_adapter_trace(2, "UTIL", text.c_str(), static_cast<int>(text.size()));
+  set_util_logstash_external_trace_sink(nullptr);
+  ASSERT_EQ(g_logstash.size(), 1u);
+  EXPECT_EQ(g_logstash[0], "[UTIL] " + text);
+}
+
+TEST(TraceCore, NullTextAndNegativeLength) {
+  CmTraceCapture cap;
+  util_adapter_trace(2, "UTIL", nullptr, 7);  // a null text is an empty one
+  util_adapter_trace(2, "UTIL", nullptr, -1);
+  util_adapter_trace(2, "UTIL", "measured", -1);  // a negative length: up to the terminator
+  util_adapter_trace(2, "UTIL", "measured", -100);
+  const std::vector<CmTraceCapture::Line> l = cap.lines();
+  ASSERT_EQ(l.size(), 4u);
+  EXPECT_EQ(l[0].text, "[UTIL] ");
+  EXPECT_EQ(l[1].text, "[UTIL] ");
+  EXPECT_EQ(l[2].text, "[UTIL] measured");
+  EXPECT_EQ(l[3].text, "[UTIL] measured");
+}
+
+TEST(TraceCore, WritingTheMaskGlobalsDirectlyTakesEffect) {
+  CmTraceCapture cap(0);
+  g_traceMask = 4;
+  CM_DEBUG_TRACE("debug by the global");
+  g_traceMask = 0;
+  CM_ERROR_TRACE("error at mask 0");
+  CM_WARNING_TRACE("warning at mask 0");
+  g_traceMask_TroubleShootConfig = 3;
+  EXPECT_EQ(get_external_trace_mask(), 3);
+  CM_DETAIL_TRACE("detail by the troubleshooting global");
+  CM_DEBUG_TRACE("debug above both");
+  g_traceMask_TroubleShootConfig = 0;
+  EXPECT_TRUE(cap.contains(4, "debug by the global"));
+  EXPECT_TRUE(cap.contains(0, "error at mask 0"));
+  EXPECT_FALSE(cap.contains("warning at mask 0"));
+  EXPECT_TRUE(cap.contains(3, "detail by the troubleshooting global"));
+  EXPECT_FALSE(cap.contains("debug above both"));
+}
+
+TEST(TraceCoreDeathTest, ModuleTraceIsOffBeforeAnyTraceFileObject) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: no trace-file object yet
+  EXPECT_EXIT(
+      {
+        const bool before = CCmT120Trace::existing() == nullptr;
+        const bool enabled = is_module_trace_enabled(0, nullptr) || is_module_trace_enabled(0, "UTIL");
+        std::exit(before && !enabled && CCmT120Trace::existing() == nullptr ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(TraceCore, LongMessageReachesTheSinkWhole) {
@@ -164,6 +235,26 @@ TEST(TraceCore, LeadingIdComposition) {
   EXPECT_STREQ(out, "app.exe.bak.h.");
   cm_compose_leading_id("abcdef", "gh", out, 5);
   EXPECT_STREQ(out, "abcd");
+}
+
+namespace {
+const char* empty_exec_name() { return ""; }
+const char* windows_exec_name() { return "C:\\Apps\\media.exe"; }
+}  // namespace
+
+TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
+  cm_set_leading_id_exec_source(empty_exec_name);
+  cm_reset_leading_id_for_test();
+  const std::string unnamed = get_leading_id();
+  cm_set_leading_id_exec_source(windows_exec_name);
+  cm_reset_leading_id_for_test();
+  const std::string media = get_leading_id();
+  cm_set_leading_id_exec_source(nullptr);
+  cm_reset_leading_id_for_test();
+  EXPECT_EQ(unnamed.rfind("util.", 0), 0u) << unnamed;  // an empty name is "util"
+  EXPECT_EQ(unnamed.back(), '.');
+  EXPECT_EQ(media.rfind("media.", 0), 0u) << media;  // folder and ".exe" removed
+  EXPECT_EQ(media.substr(5), unnamed.substr(4));     // the same machine part
 }
 
 TEST(TraceCore, LeadingIdIsCachedAndNamesThisProcess) {

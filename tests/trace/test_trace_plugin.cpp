@@ -5,12 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <memory>
 #include <string>
 
 #include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/trace/CmTrace.h"
+#include "cmutil/trace/CmTvxTrace.h"
 #include "config/ConfigTestUtil.h"
-#include "trace/CmTvxTrace.h"
 
 namespace {
 
@@ -154,6 +156,52 @@ TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
   EXPECT_EQ(0, probe.count());
   m_tvx->Init();
   EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
+}
+
+namespace {
+int g_sinkCalls = 0;
+void counting_sink(int, const char*, int) { ++g_sinkCalls; }
+}  // namespace
+
+TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
+  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
+  m_tvx->Init();
+  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
+  PluginProbe probe(bundle_path());
+  ASSERT_TRUE(probe.ok());
+  probe.reset();
+  // Text followed by more text: only the first five characters are the message.
+  const char longer[] = "abcdeFOLLOWING";
+  util_adapter_trace(2, "UTIL", longer, 5);
+  // A heap block of exactly five bytes, no terminator: reading past it is caught by ASan.
+  std::unique_ptr<char[]> exact(new char[5]);
+  memcpy(exact.get(), "vwxyz", 5);
+  util_adapter_trace(2, "UTIL", exact.get(), 5);
+  ASSERT_EQ(2, probe.count());
+  EXPECT_EQ("abcde", probe.call(0).text);
+  EXPECT_EQ(5, probe.call(0).textLen);
+  EXPECT_EQ("vwxyz", probe.call(1).text);
+  EXPECT_EQ(5, probe.call(1).textLen);
+}
+
+TEST_F(PluginRouteTest, SinkIsIgnoredWithoutItsBit) {
+  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
+  m_tvx->Init();
+  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
+  PluginProbe probe(bundle_path());
+  ASSERT_TRUE(probe.ok());
+  probe.reset();
+  g_sinkCalls = 0;
+  CmTraceSink previous = g_util_trace_sink.load();
+  set_util_external_trace_sink(&counting_sink);
+  cm_set_trace_option(1);  // plug-in only; the installed sink is not used
+  util_adapter_trace(2, "UTIL", "to the plug-in", 14);
+  cm_set_trace_option(5);  // with bit 4 the sink takes it alone
+  util_adapter_trace(2, "UTIL", "to the sink", 11);
+  set_util_external_trace_sink(previous);
+  EXPECT_EQ(1, g_sinkCalls);
+  ASSERT_EQ(1, probe.count());
+  EXPECT_EQ("to the plug-in", probe.call(0).text);
 }
 
 TEST_F(PluginRouteTest, PlugInsFolderIsTheFallback) {

@@ -34,11 +34,14 @@ CM_EXPORT extern std::atomic<int64_t> g_cm_assertion_count;
 CM_EXPORT extern std::atomic<int64_t> g_cm_temp_logs_count;
 CM_EXPORT extern std::atomic<const char*> g_LeadingId;
 
-/// The effective mask, kept up to date by the mask setters so that a suppressed trace
-/// site costs one integer compare. Read it through cm_trace_mask_cached().
-CM_EXPORT extern std::atomic<int> g_cm_effective_trace_mask;
-
-inline int cm_trace_mask_cached() { return g_cm_effective_trace_mask.load(std::memory_order_relaxed); }
+/// The effective mask, the larger of g_traceMask and g_traceMask_TroubleShootConfig,
+/// read afresh at every trace site (two relaxed loads and a compare), so that writing
+/// either exported global directly takes effect at once.
+inline int cm_trace_effective_mask() {
+  const int a = g_traceMask.load(std::memory_order_relaxed);
+  const int b = g_traceMask_TroubleShootConfig.load(std::memory_order_relaxed);
+  return a > b ? a : b;
+}
 
 /// Routing bits of the option word.
 enum {

@@ -26,7 +26,7 @@ class CCmFunctionName {
 
 #define CM_TRACE_AT(level, chain)                                                                              \
   do {                                                                                                         \
-    if (cm_trace_mask_cached() >= (level)) {                                                                   \
+    if (cm_trace_effective_mask() >= (level)) {                                                                \
       char cm_trace_buffer_[1024];                                                                             \
       CCmTextFormator cm_trace_text_(cm_trace_buffer_, sizeof cm_trace_buffer_);                               \
       cm_trace_text_ << chain;                                                                                 \
