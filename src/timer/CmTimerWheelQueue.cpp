@@ -138,7 +138,7 @@ struct CCmTimerWheelQueue::Impl {
   /// Finds the next earliest timer, walking forward from slot s. On the way, far
   /// timers that now lie within the 30-second window move to the end of their near
   /// list (the rule that places a new node). The first non-empty near list gives the
-  /// cached earliest; far timers seen before it still count, so a queue holding only
+  /// cached earliest (its earliest node, not its head); far timers seen before it still count, so a queue holding only
   /// far timers keeps a correct earliest time.
   void rescan(unsigned int s) {
     const CCmTimeValue now = cm_timer_now();
@@ -158,7 +158,7 @@ struct CCmTimerWheelQueue::Impl {
       }
       if (farList.head != kNil && at(farList.head).m_tvExpired < farMin) farMin = at(farList.head).m_tvExpired;
       if (nearList.head != kNil) {
-        const CCmTimeValue& first = at(nearList.head).m_tvExpired;
+        const CCmTimeValue first = nearMin(k);
         earliest = first < farMin ? first : farMin;
         return;
       }
@@ -166,23 +166,59 @@ struct CCmTimerWheelQueue::Impl {
     earliest = farMin;
   }
 
+  /// The earliest expiry among the nodes of near list [slot] (not yet empty).
+  CCmTimeValue nearMin(unsigned int slot) const {
+    uint32_t i = nearLists[slot].head;
+    CCmTimeValue best = at(i).m_tvExpired;
+    for (i = at(i).next; i != kNil; i = at(i).next)
+      if (at(i).m_tvExpired < best) best = at(i).m_tvExpired;
+    return best;
+  }
+
+  /// Keeps the cached earliest exact after a node of expiry `gone` left slot `slot`.
+  /// A slot keeps its nodes in arrival order, so the head is not necessarily the
+  /// earliest one: a stale earliest would make the firing pass pop nodes that are not
+  /// due (and re-arm repeating ones to the same expiry, without end).
+  void refreshAfterRemoval(unsigned int slot, const CCmTimeValue& gone) {
+    if (earliest == CCmTimeValue::get_tvMax() || slot != CCmTimerWheelQueue::SlotOf(earliest)) return;
+    if (nearLists[slot].head == kNil)
+      rescan(slot);
+    else if (gone == earliest)
+      earliest = nearMin(slot);
+  }
+
   bool erase(ICmTimerHandler* h) {
     const unsigned int slot = h->m_dwWheelSlot;
     if (slot >= kSlots) return false;
-    bool removed = false;
-    if (uint32_t* found = index.find(h)) {
-      const uint32_t i = *found;
-      const Node& n = at(i);
-      const unsigned int where = CCmTimerWheelQueue::SlotOf(n.m_tvExpired);
-      unlink(n.far ? farLists[where] : nearLists[where], i);
-      index.erase(h);
-      release(i);
-      removed = true;
+    uint32_t* found = index.find(h);
+    if (!found) {
+      refreshAfterRemoval(slot, CCmTimeValue::get_tvMax());
+      return false;
     }
-    if (earliest != CCmTimeValue::get_tvMax() && slot == CCmTimerWheelQueue::SlotOf(earliest) &&
-        nearLists[slot].head == kNil)
-      rescan(slot);
-    return removed;
+    const uint32_t i = *found;
+    const Node& n = at(i);
+    const CCmTimeValue gone = n.m_tvExpired;
+    const unsigned int where = CCmTimerWheelQueue::SlotOf(gone);
+    unlink(n.far ? farLists[where] : nearLists[where], i);
+    index.erase(h);
+    release(i);
+    refreshAfterRemoval(where, gone);
+    return true;
+  }
+
+  /// The node to fire next from near list [slot]: the first one in arrival order that
+  /// is due, so that timers sharing a slot fire in the order they were stored and none
+  /// fires before its time. The head is taken at once when it is the earliest.
+  uint32_t pickDue(unsigned int slot) const {
+    const uint32_t head = nearLists[slot].head;
+    if (!(earliest < at(head).m_tvExpired)) return head;
+    const CCmTimeValue now = cm_timer_now();
+    uint32_t best = head;
+    for (uint32_t i = head; i != kNil; i = at(i).next) {
+      if (at(i).m_tvExpired <= now) return i;
+      if (at(i).m_tvExpired < at(best).m_tvExpired) best = i;
+    }
+    return best;  // nothing due: the earliest, which the caller believed due
   }
 };
 
@@ -222,12 +258,12 @@ int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
     if (impl.earliest == CCmTimeValue::get_tvMax() || impl.nearLists[slot].head == kNil) return -1;
   }
   Impl::List& list = impl.nearLists[slot];
-  const uint32_t i = list.head;
+  const uint32_t i = impl.pickDue(slot);
   impl.unlink(list, i);
   aPopNode = impl.at(i);
   impl.index.erase(aPopNode.m_pEh);
   impl.release(i);
-  if (list.head == kNil) impl.rescan(slot);
+  impl.refreshAfterRemoval(slot, aPopNode.m_tvExpired);
   return 0;
 }
 

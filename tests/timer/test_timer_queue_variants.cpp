@@ -214,6 +214,64 @@ TYPED_TEST(TimerQueueVariant, RandomTimersEachFireOnceAtTheirTime) {
   EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
 }
 
+// A due timer leaves the slot it shares with two repeating timers that are not due yet:
+// the pass must stop there instead of re-arming the two forever. The callbacks cancel
+// themselves after a bounded number of runs so that a regression fails instead of hanging.
+TYPED_TEST(TimerQueueVariant, PassEndsWhenTheRestOfASharedSlotIsNotDue) {
+  RecordingHandler a("a", &this->log), b("b", &this->log), c("c", &this->log);
+  auto* q = this->queue.get();
+  auto brake = [q](RecordingHandler* self) {
+    if (self->Count() > 20) q->CancelTimer(self);
+  };
+  b.SetAction(brake);
+  c.SetAction(brake);
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&a, nullptr, Ms(11), 1));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&b, nullptr, Ms(15), 0));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&c, nullptr, Ms(16), 0));
+  const CCmTimeValue start = this->clock.Now();
+  this->clock.AdvanceMs(11);
+  CCmTimeValue remain, earliest;
+  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(0, b.Count());
+  EXPECT_EQ(0, c.Count());
+  EXPECT_EQ(start + Ms(15), earliest);
+  EXPECT_EQ(Ms(4), remain);
+  this->clock.AdvanceMs(4);
+  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, b.Count());
+  EXPECT_EQ(0, c.Count());
+  EXPECT_EQ(start + Ms(16), earliest);
+  this->clock.AdvanceMs(1);
+  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, c.Count());
+  EXPECT_EQ(start + Ms(30), earliest);
+  std::vector<std::string> names;
+  for (const auto& f : this->log) names.push_back(f.name);
+  EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), names);
+}
+
+// Cancelling the earliest timer of a slot that keeps other timers must not leave its
+// expiry behind as the queue's earliest.
+TYPED_TEST(TimerQueueVariant, CancelOfTheEarliestInASharedSlotUpdatesTheEarliest) {
+  RecordingHandler a("a", &this->log), b("b", &this->log), c("c", &this->log);
+  auto* q = this->queue.get();
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&a, nullptr, Ms(11), 1));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&b, nullptr, Ms(15), 0));
+  ASSERT_EQ(CM_OK, q->ScheduleTimer(&c, nullptr, Ms(16), 0));
+  const CCmTimeValue start = this->clock.Now();
+  EXPECT_EQ(CM_OK, q->CancelTimer(&a));
+  EXPECT_EQ(start + Ms(15), q->GetEarliestTime());
+  this->clock.AdvanceMs(12);
+  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(0, b.Count());
+  EXPECT_EQ(0, c.Count());
+  EXPECT_EQ(CM_OK, q->CancelTimer(&b));
+  EXPECT_EQ(start + Ms(16), q->GetEarliestTime());
+  this->clock.AdvanceMs(4);
+  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, c.Count());
+}
+
 // ---- quirks of the ordered variants ----
 
 template <class Q>
@@ -337,6 +395,28 @@ TEST(TimerWheel, TimersWithinOneSlotFireInStoredOrder) {
   EXPECT_EQ("a", log[0].name);
   EXPECT_EQ("b", log[1].name);
   EXPECT_EQ("c", log[2].name);
+}
+
+TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  std::vector<Firing> log;
+  RecordingHandler later("later", &log), sooner("sooner", &log);
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&later, nullptr, CCmTimeValue(0L, 15000L), 0));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, CCmTimeValue(0L, 12000L), 1));
+  const CCmTimeValue start = clock.Now();
+  EXPECT_EQ(start + CCmTimeValue(0L, 12000L), CmTimerWheelInspector::CachedEarliest(queue));
+  clock.AdvanceMs(12);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, sooner.Count());
+  EXPECT_EQ(0, later.Count());
+  EXPECT_EQ(start + CCmTimeValue(0L, 15000L), CmTimerWheelInspector::CachedEarliest(queue));
+  clock.AdvanceMs(3);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  clock.AdvanceMs(5);
+  EXPECT_EQ(0, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, later.Count());
+  EXPECT_EQ(start + CCmTimeValue(0L, 30000L), queue.GetEarliestTime());
 }
 
 TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
