@@ -621,3 +621,28 @@ void CCmT120Trace::reset_for_test(bool reopen) {
   local_day_month(&m_nDay, &m_nMonth);
   if (reopen) open_which(kAll);
 }
+
+// ---------------------------------------------------------------- public helpers
+
+CCmString cm_trace_files_folder() { return CCmT120Trace::get_trace_dir(); }
+
+bool cm_trace_files_open() {
+  CCmT120Trace* trace = CCmT120Trace::instance();
+  if (!trace) return false;
+  trace->load(nullptr);
+  return !trace->info_path().empty();
+}
+
+CCmString cm_trace_files_info_path() {
+  CCmT120Trace* trace = CCmT120Trace::existing();
+  return trace ? trace->info_path() : CCmString();
+}
+
+CCmString cm_trace_files_error_path() {
+  CCmT120Trace* trace = CCmT120Trace::existing();
+  return trace ? trace->error_path() : CCmString();
+}
+
+void cm_trace_files_flush() {
+  if (CCmT120TraceFileMgr* mgr = g_traceFileMgr.load(std::memory_order_acquire)) mgr->flush_all();
+}

@@ -312,6 +312,21 @@ TEST_F(TraceFilesTest, FilesLiveInTheStateFolder) {
   }
 }
 
+TEST_F(TraceFilesTest, PublicHelpersNameTheOpenFiles) {
+  EXPECT_EQ(folder(), cm_trace_files_folder());
+  EXPECT_TRUE(cm_trace_files_open());
+  EXPECT_EQ(m_trace->info_path(), cm_trace_files_info_path());
+  EXPECT_EQ(m_trace->error_path(), cm_trace_files_error_path());
+  trace_line(2, "flushed by the helper");
+  EXPECT_EQ(std::string::npos, records(cm_trace_files_info_path()).find("flushed by the helper"));
+  cm_trace_files_flush();
+  EXPECT_NE(std::string::npos, records(cm_trace_files_info_path()).find("] [UTIL] :flushed by the helper\n"));
+  m_trace->reset_for_test(false);
+  EXPECT_EQ("", cm_trace_files_info_path());
+  EXPECT_TRUE(cm_trace_files_open());  // opens them again
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", cm_trace_files_info_path());
+}
+
 TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   std::string warnPath = folder() + "/warnings.log";
   m_trace->open_warning_file(warnPath.c_str());

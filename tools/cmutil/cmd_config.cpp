@@ -11,7 +11,6 @@
 #include "cmutil/config/CmJson.h"
 #include "cmutil/trace/CmT120Trace.h"
 #include "cmutil/trace/CmTraceMacros.h"
-#include "trace/CmT120Trace.h"
 
 namespace {
 
@@ -63,24 +62,28 @@ int config_demo() {
   json::Value doc = json::Deserialize("{\"kel_trace_level\": 2, \"codec\": \"opus\", \"rates\": [16000, 48000]}");
   std::printf(" json: %s (%zu members)\n", json::Serialize(doc).c_str(), doc.size());
 
+  // The demo runs with the trace-file route on; these three lines show the routing by
+  // level: information and warning to the information file, errors to both files.
   const int savedOption = cm_get_trace_option();
-  const int savedMask = get_external_trace_mask();
+  const int savedMask = g_traceMask.load();
   cm_set_trace_option(savedOption | CM_TRACE_ROUTE_FILE);
   set_external_trace_mask(2);
-  CCmT120Trace* files = CCmT120Trace::instance();
+  const bool open = cm_trace_files_open();
   CM_INFO_TRACE("config demo: an information line for the info file");
   CM_WARNING_TRACE("config demo: a warning line, info file only");
   CM_ERROR_TRACE("config demo: an error line, info and error files, code=" << CCmTextFormator::hex << 0x46004001u);
-  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);  // flush the buffers to disk now
+  cm_trace_files_flush();
   cm_set_trace_option(savedOption);
   set_external_trace_mask(savedMask);
-  if (!files || files->info_path().empty()) {
-    std::printf(" trace files: no log folder could be created under %s\n", CCmT120Trace::get_trace_dir().c_str());
+  if (!open) {
+    std::printf(" trace files: no log folder could be created under %s\n", cm_trace_files_folder().c_str());
     return 0;
   }
-  std::printf(" trace files in %s\n", CCmT120Trace::get_trace_dir().c_str());
-  std::printf("  info:  %s (%ld bytes of records)\n", files->info_path().c_str(), records_in(files->info_path()));
-  std::printf("  error: %s (%ld bytes of records)\n", files->error_path().c_str(), records_in(files->error_path()));
+  const CCmString info = cm_trace_files_info_path();
+  const CCmString error = cm_trace_files_error_path();
+  std::printf(" trace files in %s\n", cm_trace_files_folder().c_str());
+  std::printf("  info:  %s (%ld bytes of records)\n", info.c_str(), records_in(info));
+  std::printf("  error: %s (%ld bytes of records)\n", error.c_str(), records_in(error));
   return 0;
 }
 

@@ -22,7 +22,7 @@ CmResult check_positive(int value) {
 }
 
 int trace_demo() {
-  const int savedMask = get_external_trace_mask();
+  const int savedMask = g_traceMask.load();  // the global itself, not the effective mask
   const int savedOption = cm_get_trace_option();
   set_util_external_trace_sink(print_sink);
   cm_set_trace_option(CM_TRACE_ROUTE_SINK);

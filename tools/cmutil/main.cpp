@@ -7,6 +7,8 @@
 
 #include "CmCommand.h"
 #include "cmutil/base/CmUtilInit.h"
+#include "cmutil/trace/CmT120Trace.h"
+#include "cmutil/trace/CmTrace.h"
 
 std::vector<CmToolCommand>& cm_tool_commands() {
   static std::vector<CmToolCommand> commands;
@@ -37,6 +39,10 @@ int run_demo(int argc, char**) {
   }
   auto demos = cm_tool_demos();
   std::stable_sort(demos.begin(), demos.end(), [](const auto& a, const auto& b) { return a.order < b.order; });
+  // Every trace line of the run also goes to the library's trace files (route bit 2).
+  const int savedOption = cm_get_trace_option();
+  cm_set_trace_option(savedOption | CM_TRACE_ROUTE_FILE);
+  const bool filesOpen = cm_trace_files_open();
   int failures = 0;
   for (const auto& demo : demos) {
     std::printf("== %s ==\n", demo.title.c_str());
@@ -47,6 +53,16 @@ int run_demo(int argc, char**) {
       ++failures;
     }
     std::printf("\n");
+  }
+  cm_trace_files_flush();
+  cm_set_trace_option(savedOption);
+  if (filesOpen) {
+    std::printf("trace lines of this run are in %s:\n", cm_trace_files_folder().c_str());
+    std::printf("  information: %s\n", cm_trace_files_info_path().c_str());
+    std::printf("  errors:      %s\n", cm_trace_files_error_path().c_str());
+  } else {
+    const CCmString folder = cm_trace_files_folder();
+    std::printf("trace files: no log folder could be created%s%s\n", folder.empty() ? "" : " at ", folder.c_str());
   }
   std::printf("%zu demo sections, %d failed\n", demos.size(), failures);
   return failures == 0 ? 0 : 1;

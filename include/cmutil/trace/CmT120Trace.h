@@ -19,6 +19,7 @@
 /// process exit. All functions may be called from any thread.
 
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmString.h"
 
 /// Opaque handle of an open trace file.
 typedef void* CM_TRACE_DEV;
@@ -37,3 +38,16 @@ CM_EXPORT void T120_Write_Trace_Dev(CM_TRACE_DEV dev, const char* module, const 
 /// Flushes every open trace file, then sets their size limit (0: none) and, when it
 /// changes, their buffer size in 10 KiB blocks (at least 1).
 CM_EXPORT void T120_Refresh_Settings(unsigned long sizeLimit, int blockCount);
+
+/// The folder of the trace core's own files ("$XDG_STATE_HOME/<process>", else
+/// "$HOME/.local/state/<process>"); empty when neither variable names a folder.
+CM_EXPORT CCmString cm_trace_files_folder();
+/// Opens the trace core's files now, as the first message of route bit 2 would (nothing
+/// when they are open already). True when the information file is open.
+CM_EXPORT bool cm_trace_files_open();
+/// Path of the information file the trace core writes now; empty when none is open.
+CM_EXPORT CCmString cm_trace_files_info_path();
+/// Path of the error file the trace core writes now; empty when none is open.
+CM_EXPORT CCmString cm_trace_files_error_path();
+/// Writes the buffered records of every open trace file to disk.
+CM_EXPORT void cm_trace_files_flush();
