@@ -29,6 +29,8 @@ void* cm_event_alloc(size_t aSize) {
 
 void cm_event_free(void* aBlock, size_t) { std::free(aBlock); }
 
+long cm_event_cached_blocks_for_test() { return -1; }
+
 #else
 
 namespace {
@@ -60,13 +62,17 @@ void FreeChain(FreeBlock* b) {
   }
 }
 
+// Life of a thread's cache: unused, in use (the thread-exit callback is registered), or
+// released (the callback has run; the thread is ending).
+enum CacheState : unsigned char { kCacheUnused = 0, kCacheActive = 1, kCacheReleased = 2 };
+
 // Plain data, so that reaching it costs no initialisation check; the blocks a thread
 // still holds when it ends are freed by a thread-exit callback registered on first use.
 struct ThreadCache {
   FreeBlock* alloc[kClasses];
   FreeBlock* freed[kClasses];
   unsigned int freedCount[kClasses];
-  bool registered;
+  CacheState state;
 };
 
 // Initial-exec: the library is linked at start-up, and this avoids a lookup per call.
@@ -81,6 +87,10 @@ void ReleaseThreadCache(void* aCache) {
     cache->freed[c] = nullptr;
     cache->freedCount[c] = 0;
   }
+  // Events may still be made or destroyed later in the thread's exit (by other
+  // thread-exit callbacks): from now on they bypass the cache and use the heap directly,
+  // since nothing would free blocks cached from here on.
+  cache->state = kCacheReleased;
 }
 
 pthread_key_t CacheKey() {
@@ -92,13 +102,15 @@ pthread_key_t CacheKey() {
   return s_key;
 }
 
-ThreadCache& Cache() {
+// The calling thread's cache, or null once its exit callback has run.
+ThreadCache* Cache() {
   ThreadCache& cache = t_cache;
-  if (!cache.registered) {
-    cache.registered = true;
+  if (__builtin_expect(cache.state != kCacheActive, 0)) {
+    if (cache.state == kCacheReleased) return nullptr;
+    cache.state = kCacheActive;
     pthread_setspecific(CacheKey(), &cache);
   }
-  return cache;
+  return &cache;
 }
 
 int ClassOf(size_t aSize) {
@@ -110,8 +122,9 @@ int ClassOf(size_t aSize) {
 
 void* cm_event_alloc(size_t aSize) {
   int c = ClassOf(aSize);
-  if (c >= 0) {
-    ThreadCache& cache = Cache();
+  ThreadCache* pCache = c >= 0 ? Cache() : nullptr;
+  if (pCache) {
+    ThreadCache& cache = *pCache;
     FreeBlock* b = cache.alloc[c];
     if (!b && cache.freed[c]) {
       cache.alloc[c] = cache.freed[c];
@@ -136,8 +149,8 @@ void* cm_event_alloc(size_t aSize) {
       if (next) __builtin_prefetch(next, 1);
       return b;
     }
-    aSize = kGranule * static_cast<size_t>(c + 1);
   }
+  if (c >= 0) aSize = kGranule * static_cast<size_t>(c + 1);
   void* p = std::malloc(aSize);
   if (!p) throw std::bad_alloc();
   return p;
@@ -146,11 +159,12 @@ void* cm_event_alloc(size_t aSize) {
 void cm_event_free(void* aBlock, size_t aSize) {
   if (!aBlock) return;
   int c = ClassOf(aSize);
-  if (c < 0) {
+  ThreadCache* pCache = c >= 0 ? Cache() : nullptr;
+  if (!pCache) {
     std::free(aBlock);
     return;
   }
-  ThreadCache& cache = Cache();
+  ThreadCache& cache = *pCache;
   FreeBlock* b = static_cast<FreeBlock*>(aBlock);
   b->next = cache.freed[c];
   cache.freed[c] = b;
@@ -167,6 +181,16 @@ void cm_event_free(void* aBlock, size_t aSize) {
     }
   }
   FreeChain(batch);
+}
+
+long cm_event_cached_blocks_for_test() {
+  ThreadCache& cache = t_cache;
+  long n = 0;
+  for (int c = 0; c < kClasses; ++c) {
+    for (FreeBlock* b = cache.alloc[c]; b; b = b->next) ++n;
+    for (FreeBlock* b = cache.freed[c]; b; b = b->next) ++n;
+  }
+  return n;
 }
 
 #endif

@@ -14,3 +14,8 @@
 CM_EXPORT void* cm_event_alloc(size_t aSize);
 // Returns a block from cm_event_alloc; aSize must be the size it was asked for.
 CM_EXPORT void cm_event_free(void* aBlock, size_t aSize);
+// Blocks of 16-byte alignment (what malloc gives); over-aligned events do not come here.
+
+// Test-only: the number of blocks the calling thread holds in its cache, or -1 when the
+// pool is compiled out (sanitizer builds).
+CM_EXPORT long cm_event_cached_blocks_for_test();

@@ -63,6 +63,20 @@ void* ICmEvent::operator new(size_t aSize, const std::nothrow_t&) noexcept {
 // block goes back to the heap (cm_event_alloc blocks are plain heap blocks too).
 void ICmEvent::operator delete(void* aBlock, const std::nothrow_t&) noexcept { std::free(aBlock); }
 
+void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign) { return ::operator new(aSize, aAlign); }
+
+void ICmEvent::operator delete(void* aBlock, size_t aSize, std::align_val_t aAlign) noexcept {
+  ::operator delete(aBlock, aSize, aAlign);
+}
+
+void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign, const std::nothrow_t&) noexcept {
+  return ::operator new(aSize, aAlign, std::nothrow);
+}
+
+void ICmEvent::operator delete(void* aBlock, std::align_val_t aAlign, const std::nothrow_t&) noexcept {
+  ::operator delete(aBlock, aAlign);
+}
+
 void ICmEvent::OnDestorySelf() { delete this; }
 
 ICmEvent::~ICmEvent() {}
@@ -198,6 +212,10 @@ ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int& aTa
   // to chain the batch.
   ICmEvent* pFirst = nullptr;
   ICmEvent** ppLink = &pFirst;
+  // One pass never takes more than was pending on entry: under a steady flood an
+  // unbounded take would never return to its caller.
+  unsigned int dwPending = PendingCount();
+  if (aMaxCount > dwPending) aMaxCount = dwPending;
   unsigned int dwTaken = 0;
   while (dwTaken < aMaxCount) {
     ICmEvent* pEvent = PopOne();
@@ -243,7 +261,7 @@ CmResult CCmEventQueueBase::PopAndProcessEvents(unsigned int aMaxCount) {
 
 CmResult CCmEventQueueBase::ProcessChain(ICmEvent* aFirst) {
   m_bIsProcessing = true;
-  int64_t tClock = cm_event_clock_coarse_us();
+  int64_t tClock = cm_event_clock_now_us();
   ICmEvent* pEvent = aFirst;
   while (pEvent) {
     // Read the link before the event destroys itself; the next event was written by
@@ -279,7 +297,7 @@ void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents) {
 
 CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
   m_bIsProcessing = true;
-  int64_t tClock = cm_event_clock_coarse_us();
+  int64_t tClock = cm_event_clock_now_us();
   for (auto it = aEvents.begin(); it != aEvents.end(); ++it) {
     ICmEvent* pEvent = *it;
     if (!pEvent) {
@@ -301,7 +319,7 @@ CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
 
 CmResult CCmEventQueueBase::ProcessOneEvent(ICmEvent* aEvent) {
   CM_ASSERTE_RETURN(aEvent, CM_ERROR_INVALID_ARG);
-  int64_t tClock = cm_event_clock_coarse_us();
+  int64_t tClock = cm_event_clock_now_us();
   ProcessOneEventTimed(aEvent, tClock);
   return CM_OK;
 }
@@ -310,7 +328,9 @@ void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs
   int64_t tBegin = aClockUs;
   aEvent->OnEventFire();
   aEvent->OnDestorySelf();
-  aClockUs = cm_event_clock_coarse_us();
+  // The precise clock: the half-second boundary and the reported time are exact to the
+  // microsecond.
+  aClockUs = cm_event_clock_now_us();
   int64_t tSpent = aClockUs - tBegin;
 
   int64_t tLimit = static_cast<int64_t>(s_tvReportInterval.GetSec()) * 1000000 + s_tvReportInterval.GetUsec();
@@ -429,72 +449,68 @@ CmResult CCmEventQueueUsingConditionVariable::WaitAndProcessEvents(CCmTimeValue*
 
 // ---- CCmEventSynchronous ----
 
-namespace {
-// Makes a synchronous wrapper's second trip through the queue while the wrapper itself
-// may still be linked in it: destroying the carrier destroys the wrapper's share.
-class CSyncReleaseEvent : public ICmEvent {
- public:
-  explicit CSyncReleaseEvent(CCmEventSynchronous* aSync) : ICmEvent(0), m_pSync(aSync) {}
-  CmResult OnEventFire() override { return CM_OK; }
-  void OnDestorySelf() override {
-    CCmEventSynchronous* pSync = m_pSync;
-    delete this;
-    pSync->OnDestorySelf();
-  }
-
- private:
-  CCmEventSynchronous* m_pSync;
-};
-}  // namespace
-
 CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue)
     : ICmEvent(0),
       m_pEventPost(aEventPost),
       m_Result(CM_ERROR_INCOMPLETE),
       m_pEventQueue(aEventQueue),
-      m_nDestroyCalls(0),
+      m_nState(0),
       m_bFired(false),
       m_SendEvent(false, false, nullptr) {}
 
 CCmEventSynchronous::~CCmEventSynchronous() {
   ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
   if (pEvent) pEvent->OnDestorySelf();
-  if (m_nDestroyCalls.load(std::memory_order_acquire) == 0) m_SendEvent.Signal();
+  if (!m_bFired.load(std::memory_order_acquire)) m_SendEvent.Signal();
 }
 
 CmResult CCmEventSynchronous::OnEventFire() {
-  if (m_nDestroyCalls.load(std::memory_order_acquire) != 0) return CM_OK;
+  // The second trip (and anything after the queue's pass) does nothing.
+  if (m_bFired.load(std::memory_order_acquire) || (m_nState.load(std::memory_order_acquire) & kQueuePassDone))
+    return CM_OK;
   ICmEvent* pEvent = m_pEventPost.load(std::memory_order_acquire);
   CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
-  m_Result = rv;
+  m_Result.store(rv, std::memory_order_release);
   m_bFired.store(true, std::memory_order_release);
   m_SendEvent.Signal();
   return rv;
 }
 
 void CCmEventSynchronous::OnDestorySelf() {
-  // First call destroys the wrapped event; the second deletes the wrapper. The two
-  // calls may come from different threads when the second trip is refused.
+  // The sender posts the wrapper again only after the queue's pass is over, so a call
+  // that finds the pass done is the second trip (processed, discarded or refused).
+  if (m_nState.load(std::memory_order_acquire) & kQueuePassDone) {
+    delete this;
+    return;
+  }
+  // The queue's pass. Nothing of *this is touched after the state changes unless this
+  // pass is the last party: the sender may repost (and so delete) the wrapper at once.
   ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
   if (pEvent) pEvent->OnDestorySelf();
-  if (m_nDestroyCalls.fetch_add(1, std::memory_order_acq_rel) >= 1) delete this;
+  if (m_nState.fetch_or(kQueuePassDone, std::memory_order_acq_rel) & kSenderReleased) delete this;
 }
 
 CmResult CCmEventSynchronous::WaitResultAndDeleteThis(CCmTimeValue* aTimeout) {
   CmResult rv = m_SendEvent.Wait(aTimeout);
   if (rv == CM_OK) {
-    rv = m_Result;
+    rv = m_Result.load(std::memory_order_acquire);
   } else {
     CM_WARNING_TRACE_THIS("CCmEventSynchronous::WaitResultAndDeleteThis, m_SendEvent.Wait() failed!");
   }
-  // Second trip: the queue's thread deletes the wrapper. Nothing of *this is touched
-  // after the post. Once fired, the wrapper has left the queue's list and can travel
-  // again itself; otherwise (time-out) it is still linked there, and a carrier makes
-  // the trip for it, passing its OnDestorySelf on.
+  // The sender's release. While the queue's pass is still to come (time-out, or the
+  // wrapper is between its firing and its first OnDestorySelf), leave the deletion to
+  // that pass: the wrapped event then runs and is destroyed on the queue's thread only.
+  int nState = m_nState.load(std::memory_order_acquire);
+  while (!(nState & kQueuePassDone)) {
+    if (m_nState.compare_exchange_weak(nState, nState | kSenderReleased, std::memory_order_acq_rel,
+                                       std::memory_order_acquire))
+      return rv;
+  }
+  // The pass is over and the wrapper is out of the queue's list: it makes its second
+  // trip itself, so that the queue's thread deletes it. The trip does not wake the loop:
+  // the loop takes it on its next pass, and a queue that is stopped refuses it (the
+  // refusal deletes it here) or discards it when it is destroyed.
   CCmEventQueueBase* pQueue = m_pEventQueue;
-  if (m_bFired.load(std::memory_order_acquire))
-    pQueue->PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
-  else
-    pQueue->PostEvent(new CSyncReleaseEvent(this), ICmEventQueue::EPRIORITY_NORMAL);
+  pQueue->CCmEventQueueBase::PostEvent(this, ICmEventQueue::EPRIORITY_NORMAL);
   return rv;
 }

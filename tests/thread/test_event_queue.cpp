@@ -278,14 +278,15 @@ TEST(CmEventSynchronousTest, TimedOutSendWhileStillQueuedKeepsOrderAndDeletesOnc
   CCmTimeValue zero;
   EXPECT_EQ(CM_ERROR_TIMEOUT, queue.SendEvent(new LoggingEvent(&log, 2), &zero));
   ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 3)));
-  // Event 1, the wrapper, its deletion trip and event 3.
-  EXPECT_EQ(4u, queue.GetPendingEventsCount());
+  // Event 1, the wrapper and event 3: the sender gave the wrapper up without a trip of
+  // its own, and the wrapper's pass through the queue deletes it.
+  EXPECT_EQ(3u, queue.GetPendingEventsCount());
 
   std::list<ICmEvent*> out;
   unsigned int remain = 99;
   ASSERT_EQ(CM_OK, queue.PopPendingEvents(out, 0xFFFFFFFFu, &remain));
   EXPECT_EQ(0u, remain);
-  ASSERT_EQ(4u, out.size());
+  ASSERT_EQ(3u, out.size());
   EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
   EXPECT_EQ((std::vector<int>{1, 2, 3}), log.Fired());
   EXPECT_EQ((std::vector<int>{1, 2, 3}), log.Destroyed());
@@ -303,3 +304,103 @@ TEST(CmEventSynchronousTest, TimedOutSendDiscardedWithQueueIsDestroyedUnfiredOnc
   EXPECT_TRUE(log.Fired().empty());
   EXPECT_EQ((std::vector<int>{5, 6}), log.Destroyed());
 }
+
+namespace {
+
+// 400 consecutive refusals hold exactly two traced ones, whatever the shared counter
+// stood at before: the rate limiter traces one refusal in 200.
+TEST(CmEventQueueTest, FourHundredRefusedPostsAreTracedExactlyTwice) {
+  CmTraceCapture cap;
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  queue.Stop();
+  for (int i = 0; i < 400; ++i) ASSERT_EQ(CM_ERROR_NOT_INITIALIZED, queue.PostEvent(new LoggingEvent(&log, i)));
+  EXPECT_EQ(2u, cap.count("CCmEventQueueBase::PostEvent, has been stopped. [this=0x"));
+  EXPECT_EQ(0u, cap.count("CCmEventQueueBase::SendEvent, has been stopped."));
+  EXPECT_EQ(400u, log.Destroyed().size());
+  EXPECT_TRUE(log.Fired().empty());
+}
+
+TEST(CmEventQueueTest, FourHundredRefusedSendsAreTracedExactlyTwice) {
+  CmTraceCapture cap;
+  EventLog log;
+  CCmEventQueueUsingConditionVariable queue;
+  queue.Stop();
+  for (int i = 0; i < 400; ++i) ASSERT_EQ(CM_ERROR_NOT_INITIALIZED, queue.SendEvent(new LoggingEvent(&log, i)));
+  EXPECT_EQ(2u, cap.count("CCmEventQueueBase::SendEvent, has been stopped. [this=0x"));
+  EXPECT_EQ(0u, cap.count("CCmEventQueueBase::PostEvent, has been stopped."));
+  EXPECT_EQ(400u, log.Destroyed().size());
+  EXPECT_TRUE(log.Fired().empty());
+}
+
+// A sender that gave up while its wrapper was being fired: the wrapper finishes its pass
+// (the event is destroyed on the queue's side) and is deleted by that pass, once.
+TEST(CmEventSynchronousTest, SenderReleaseBeforeTheQueuePassLeavesDeletionToThePass) {
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_ERROR_TIMEOUT, queue.SendEvent(new LoggingEvent(&log, 1), &zero));
+  EXPECT_TRUE(log.Fired().empty());
+  EXPECT_TRUE(log.Destroyed().empty());
+  queue.Stop();  // the wrapper is already in: it still runs
+  std::list<ICmEvent*> out;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
+  ASSERT_EQ(1u, out.size());
+  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  EXPECT_EQ((std::vector<int>{1}), log.Fired());
+  EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out));
+}
+
+// The second trip of a wrapper whose pass is over is refused by a stopped queue: the
+// refusal deletes the wrapper (ASan checks), and the wrapped event is not touched again.
+TEST(CmEventSynchronousTest, RefusedSecondTripDeletesTheWrapperOnly) {
+  EventLog log;
+  CCmEventQueueUsingMutex queue;
+  CCmEventSynchronous* sync = new CCmEventSynchronous(new LoggingEvent(&log, 4), &queue);
+  ASSERT_EQ(CM_OK, queue.PostEvent(sync));
+  std::list<ICmEvent*> out;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
+  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  EXPECT_EQ((std::vector<int>{4}), log.Destroyed());
+  queue.Stop();
+  EXPECT_EQ(CM_OK, sync->WaitResultAndDeleteThis(nullptr));
+  EXPECT_EQ(0u, queue.GetPendingEventsCount());
+  EXPECT_EQ((std::vector<int>{4}), log.Fired());
+  EXPECT_EQ((std::vector<int>{4}), log.Destroyed());
+}
+
+// Over-aligned events take memory of their own alignment.
+class alignas(64) WideEvent : public ICmEvent {
+ public:
+  explicit WideEvent(std::atomic<int>* ran) : m_ran(ran) {}
+  CmResult OnEventFire() override {
+    m_lane[0] = 1;
+    ++*m_ran;
+    return CM_OK;
+  }
+
+ private:
+  std::atomic<int>* m_ran;
+  unsigned char m_lane[64] = {};
+};
+
+TEST(ICmEventTest, OverAlignedEventsAreAligned) {
+  std::atomic<int> ran{0};
+  CCmEventQueueUsingMutex queue;
+  for (int i = 0; i < 8; ++i) {
+    WideEvent* e = new WideEvent(&ran);
+    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(e) % 64);
+    ASSERT_EQ(CM_OK, queue.PostEvent(e));
+  }
+  WideEvent* n = new (std::nothrow) WideEvent(&ran);
+  ASSERT_NE(nullptr, n);
+  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(n) % 64);
+  n->OnDestorySelf();
+  std::list<ICmEvent*> out;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
+  queue.ProcessEvents(out);
+  EXPECT_EQ(8, ran.load());
+}
+
+}  // namespace

@@ -52,10 +52,17 @@ class CM_EXPORT ICmEvent {
 
   /// Events are allocated from a recycling pool (cheap when one thread allocates and
   /// another frees); create them with new and let OnDestorySelf delete them as usual.
+  /// Pool blocks are aligned for any type of alignment up to 16 bytes.
   static void* operator new(size_t aSize);
   static void operator delete(void* aBlock, size_t aSize);
   static void* operator new(size_t aSize, const std::nothrow_t&) noexcept;
   static void operator delete(void* aBlock, const std::nothrow_t&) noexcept;
+  /// Event classes aligned above 16 bytes (alignas(32) and more) bypass the pool and
+  /// take their memory from the global aligned allocation functions.
+  static void* operator new(size_t aSize, std::align_val_t aAlign);
+  static void operator delete(void* aBlock, size_t aSize, std::align_val_t aAlign) noexcept;
+  static void* operator new(size_t aSize, std::align_val_t aAlign, const std::nothrow_t&) noexcept;
+  static void operator delete(void* aBlock, std::align_val_t aAlign, const std::nothrow_t&) noexcept;
   /// Placement forms stay available for events built in caller-owned storage.
   static void* operator new(size_t, void* aWhere) noexcept { return aWhere; }
   static void operator delete(void*, void*) noexcept {}
@@ -240,33 +247,43 @@ class CM_EXPORT CCmEventQueueUsingConditionVariable : public CCmEventQueueBase {
   alignas(64) std::atomic<bool> m_bWaiting;
 };
 
-/// Wrapper that carries an event sent from a foreign thread and its result back. It
-/// passes through the queue twice: once to fire, once more to be deleted on the queue's
-/// thread.
+/// Wrapper that carries an event sent from a foreign thread and its result back.
+///
+/// Two parties share it. The queue's pass: the queue fires the wrapper and calls its
+/// first OnDestorySelf (or discards it, or refuses it); only this pass touches the
+/// wrapped event, always on the queue's side. The sender's release: once the sender
+/// stops waiting (result or time-out) it gives the wrapper up. Whichever party comes
+/// last deletes the wrapper: when the queue's pass is already over, the sender posts the
+/// wrapper again so that the queue's thread deletes it on a second trip; otherwise the
+/// queue's pass deletes it as it ends. So a send that timed out still lets the event run
+/// later on the queue's thread, exactly once, even when the queue is stopped meanwhile.
 class CM_EXPORT CCmEventSynchronous : public ICmEvent {
  public:
   CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue);
   ~CCmEventSynchronous() override;
 
   CmResult OnEventFire() override;
-  /// First call: destroys the wrapped event; second call: deletes the wrapper.
+  /// First call (the queue's pass): destroys the wrapped event; the wrapper is deleted
+  /// by whichever of this pass and the sender's release comes last.
   void OnDestorySelf() override;
 
-  /// Sender side: waits for the result, then posts the wrapper again for deletion.
-  /// Do not touch the object after this returns.
+  /// Sender side: waits for the result, then gives the wrapper up (see above). Do not
+  /// touch the object after this returns.
   CmResult WaitResultAndDeleteThis(CCmTimeValue* aTimeout);
 
  private:
-  /// The wrapped event; taken (exchanged with null) by the first OnDestorySelf.
+  /// Bits of m_nState.
+  enum : int {
+    kQueuePassDone = 1,  ///< the queue's first OnDestorySelf has run
+    kSenderReleased = 2  ///< the sender gave the wrapper up before that
+  };
+  /// The wrapped event; taken (exchanged with null) by the queue's pass.
   std::atomic<ICmEvent*> m_pEventPost;
-  CmResult m_Result;
+  /// Written by the queue's thread before the signal, read by the sender after it.
+  std::atomic<CmResult> m_Result;
   CCmEventQueueBase* m_pEventQueue;
-  /// Number of OnDestorySelf calls so far: 1 means fired (and the wrapped event is
-  /// gone); whoever makes it 2 deletes the wrapper. Atomic because a refused second
-  /// trip runs on the sender's thread.
-  std::atomic<int> m_nDestroyCalls;
-  /// Set once fired (m_Result written): from then on the wrapper is out of the queue's
-  /// list and may be posted again itself.
+  std::atomic<int> m_nState;
+  /// Set once fired (m_Result written).
   std::atomic<bool> m_bFired;
   CCmEventThread m_SendEvent;
 };
