@@ -112,11 +112,10 @@ CmResult CCmEventThread::Signal() {
     m_bSignaled = 1;
     rv = CM_OK;
   } else {
-    // Wake the waiter after releasing the mutex, so that it does not wake up only to
-    // block on the mutex that this thread still holds. The waiter cannot return before
-    // the signal, so the object is still alive here.
-    UnLock();
-    return m_Condition.Signal();
+    // Signalled while the mutex is held: a waiter may time out or wake spuriously on
+    // its own and then destroy this object, so nothing of it may be touched after the
+    // mutex is released.
+    rv = m_Condition.Signal();
   }
   UnLock();
   return rv;

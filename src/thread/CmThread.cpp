@@ -28,6 +28,10 @@ bool FirstCalls(std::atomic<int>& aCounter) {
 }
 
 const int kNoPriority = -1;
+
+// The one rule for "detached", the one Create starts the thread with: the two low flag
+// bits are exactly 2. Any other value (0 is stored as 1, and 3 sets both bits) is joinable.
+bool FlagIsDetached(TFlag aFlag) { return (aFlag & 3) == TF_DETACHED; }
 }  // namespace
 
 ACmThread::ACmThread()
@@ -89,7 +93,7 @@ CmResult ACmThread::Create(const char* aName, int aType, TFlag aFlag, bool aRegi
       CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_init() failed! err=" << nErr);
       return CM_ERROR_THREAD_CREATE;
     }
-    int nDetach = ((m_Flag & 3) == TF_DETACHED) ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE;
+    int nDetach = FlagIsDetached(m_Flag) ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE;
     nErr = pthread_attr_setdetachstate(&attr, nDetach);
     if (nErr != 0) {
       CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_setdetachstate() failed! err=" << nErr);
@@ -171,8 +175,8 @@ void ACmThread::threadProc() {
     // Everything that touches the object happens under the state mutex, so that a
     // concurrent Destory() cannot delete it underneath.
     CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-    bJoinable = (m_Flag & 3) != TF_DETACHED;
-    if (!(m_Flag & TF_JOINABLE) || m_bLateDelete) {
+    bJoinable = !FlagIsDetached(m_Flag);
+    if (!bJoinable || m_bLateDelete) {
       bDelete = (m_dwDeleteCount >= 1);
       ++m_dwDeleteCount;
     }
@@ -206,7 +210,7 @@ void ACmThread::SetStop() {
 
 bool ACmThread::GetStopFlag() { return m_bStopFlag.load(std::memory_order_acquire); }
 
-bool ACmThread::IsDetached() { return (m_Flag & TF_DETACHED) != 0; }
+bool ACmThread::IsDetached() { return FlagIsDetached(m_Flag); }
 
 CmResult ACmThread::SetPriority(const int& aPriority) {
   m_nPriority.store(aPriority, std::memory_order_relaxed);
@@ -225,7 +229,7 @@ CmResult ACmThread::Join() {
 
   CM_THREAD_ID tid = GetThreadId();
   if (tid != 0 && pthread_equal(tid, pthread_self())) return CM_ERROR_FAILURE;
-  if (tid == 0 || IsDetached() || m_Type == TT_CURRENT) return CM_OK;
+  if (tid == 0 || FlagIsDetached(m_Flag) || m_Type == TT_CURRENT) return CM_OK;
 
   int nErr = pthread_join(tid, nullptr);
   if (nErr == 0) {
@@ -253,7 +257,7 @@ CmResult ACmThread::Destory(int aReason) {
   bool bDelete = true;
   {
     CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
-    if (IsDetached() || m_bLateDelete) {
+    if (FlagIsDetached(m_Flag) || m_bLateDelete) {
       bDelete = (m_dwDeleteCount >= 1);
       ++m_dwDeleteCount;
     }
@@ -261,7 +265,7 @@ CmResult ACmThread::Destory(int aReason) {
   if (bDelete) {
     // A late-delete thread that ended without being joined: release its system thread.
     CM_THREAD_ID tid = GetThreadId();
-    if (m_bLateDelete && tid != 0 && m_Type != TT_CURRENT && (m_Flag & 3) != TF_DETACHED) pthread_detach(tid);
+    if (m_bLateDelete && tid != 0 && m_Type != TT_CURRENT && !FlagIsDetached(m_Flag)) pthread_detach(tid);
     delete this;
   }
   return CM_OK;

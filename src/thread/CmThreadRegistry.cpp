@@ -2,6 +2,7 @@
 
 #include "cmutil/thread/CmThreadRegistry.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <list>
@@ -16,6 +17,9 @@ namespace {
 struct Registry {
   CCmMutexThread mutex;
   std::list<ACmThread*> threads;
+  /// The list's length, changed under the mutex and read without it, so that traces
+  /// can be written before the mutex is taken.
+  std::atomic<unsigned long> count{0};
 };
 
 // Never destroyed: threads may unregister during static destruction.
@@ -39,6 +43,7 @@ CmResult RegisterThread(ACmThread* aThread) {
   Registry& reg = TheRegistry();
   CCmMutexGuardT<CCmMutexThread> guard(reg.mutex);
   reg.threads.push_back(aThread);
+  reg.count.store(reg.threads.size(), std::memory_order_relaxed);
   return CM_OK;
 }
 
@@ -50,6 +55,7 @@ CmResult UnRegisterThread(ACmThread* aThread) {
   for (auto it = reg.threads.begin(); it != reg.threads.end(); ++it) {
     if (*it == aThread) {
       reg.threads.erase(it);
+      reg.count.store(reg.threads.size(), std::memory_order_relaxed);
       return CM_OK;
     }
   }
@@ -86,10 +92,12 @@ ACmThread* getCurrentThread() { return GetThreadById(pthread_self()); }
 
 void TPCleanThreadList() {
   Registry& reg = TheRegistry();
+  // Traced before the mutex is taken: a trace sink may itself look at the registry.
+  CM_INFO_TRACE("CleanThreadList, list size=" << reg.count.load(std::memory_order_relaxed));
   CCmMutexGuardT<CCmMutexThread> guard(reg.mutex);
-  CM_INFO_TRACE("CleanThreadList, list size=" << static_cast<unsigned long>(reg.threads.size()));
   for (ACmThread* pThread : reg.threads) pThread->Stop(nullptr);
   reg.threads.clear();
+  reg.count.store(0, std::memory_order_relaxed);
 }
 
 // ---- ThreadWaiter ----

@@ -50,7 +50,10 @@ void CCmThreadTask::OnThreadRun() {
   CM_INFO_TRACE_THIS("CCmThreadTask::OnThreadRun, Begin. name=" << GetName());
   while (!m_Stop.IsFlagStopped()) {
     CCmTimeValue tvWait = CCmTimeValue::get_tvMax();
-    if (m_pTimerQueue) m_pTimerQueue->CheckExpire(&tvWait);
+    // Once the queue is stopped, timers are no longer served: a timer cancel posted from
+    // another thread is refused from then on, so its handler may already be gone. The
+    // events posted before the stop still run, up to the stop event.
+    if (m_pTimerQueue && !m_EventQueue.IsStopped()) m_pTimerQueue->CheckExpire(&tvWait);
     CCmTimeValue* pWait = (tvWait == CCmTimeValue::get_tvMax()) ? nullptr : &tvWait;
     m_EventQueue.WaitAndProcessEvents(pWait, kEventsPerPass);
   }

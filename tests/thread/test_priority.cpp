@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <string>
 #include <thread>
 
 #include "cmutil/thread/CmThreadPriority.h"
@@ -76,6 +82,47 @@ TEST(CmThreadPriorityTest, HandlesAndNativeIds) {
   unsigned long long id = 0;
   EXPECT_EQ(CM_OK, GetCurrentThreadIdNative(id));
   EXPECT_EQ(CmGetThreadID(), id);
+}
+
+// Under the default policy the scheduler range is 0..0, so the portable priority goes
+// through the nice value, with its trace.
+TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {
+  CmTraceCapture cap;
+  CmResult rv = CM_ERROR_GENERIC;
+  std::thread t([&] { rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_BELOW_NORMAL); });
+  t.join();
+  EXPECT_EQ(CM_OK, rv);
+  EXPECT_TRUE(cap.contains(2, "_SetPosixThreadPriorityImpl: Falling back to nice value"));
+  EXPECT_TRUE(cap.contains(2, "_SetNicePriority: tid="));
+}
+
+// Drops the right to raise priority from the calling thread's effective capabilities
+// (capabilities are per thread on Linux). False when that is not possible.
+bool DropNiceCapabilityOfThisThread() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2] = {};
+  if (syscall(SYS_capget, &header, data) != 0) return false;
+  data[CAP_SYS_NICE / 32].effective &= ~(1u << (CAP_SYS_NICE % 32));
+  return syscall(SYS_capset, &header, data) == 0;
+}
+
+// Raising the priority without the right to do so fails, after the nice fallback tried.
+TEST(CmThreadPriorityTest, RaisingWithoutTheRightFailsWithTrace) {
+  struct rlimit limit;
+  if (getrlimit(RLIMIT_NICE, &limit) == 0 && limit.rlim_cur >= 40)
+    GTEST_SKIP() << "RLIMIT_NICE lets this process raise priority anyway";
+  CmTraceCapture cap;
+  bool dropped = false;
+  CmResult rv = CM_OK;
+  std::thread t([&] {
+    dropped = DropNiceCapabilityOfThisThread();
+    if (dropped) rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_TIME_CRITICAL);
+  });
+  t.join();
+  if (!dropped) GTEST_SKIP() << "cannot drop the right to raise priority here";
+  EXPECT_EQ(CM_ERROR_FAILURE, rv);
+  EXPECT_TRUE(cap.contains(2, "_SetPosixThreadPriorityImpl: Falling back to nice value"));
+  EXPECT_TRUE(cap.contains(1, "_SetNicePriority: setpriority failed, error="));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -94,6 +95,38 @@ TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread) {
   EXPECT_EQ(nullptr, GetThread(11));
   a->Destory(0);
   b->Destory(0);
+}
+
+// A trace sink that looks the registry up from another thread while the clean-up list
+// trace is written: it gets through at once only if the registry mutex is not held then.
+std::atomic<int> g_probeResult{0};  // 0 not run, 1 got through, 2 blocked
+std::thread* g_probeThread = nullptr;
+
+void ProbingSink(int, const char* text, int len) {
+  std::string line(text, static_cast<size_t>(len));
+  if (line.find("CleanThreadList, list size=") == std::string::npos || g_probeThread) return;
+  std::shared_ptr<ThreadWaiter> through = std::make_shared<ThreadWaiter>(1);
+  g_probeThread = new std::thread([through] {
+    GetThreadById(GetThreadSelfId());
+    through->Finished();
+  });
+  g_probeResult = through->WaitUntilTimeout(2000) ? 1 : 2;
+}
+
+TEST(CmThreadRegistryTest, CleanThreadListTracesBeforeTakingTheMutex) {
+  CmTraceCapture cap;
+  ACmThread* a = StartRegistered("reg-t1", 21);
+  g_probeResult = 0;
+  set_util_external_trace_sink(&ProbingSink);
+  TPCleanThreadList();
+  set_util_external_trace_sink(nullptr);  // the capture restores its own sink later
+  ASSERT_NE(nullptr, g_probeThread);
+  g_probeThread->join();
+  delete g_probeThread;
+  g_probeThread = nullptr;
+  EXPECT_EQ(1, g_probeResult.load());
+  EXPECT_EQ(CM_OK, a->Join());
+  a->Destory(0);
 }
 
 TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {

@@ -10,6 +10,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <new>
 #include <thread>
 
@@ -189,6 +191,48 @@ TEST(CmEventThreadTest, SignalWakesWaitingThread) {
   ev.Signal();
   t.join();
   EXPECT_EQ(CM_OK, got.load());
+}
+
+// True once the kernel reports thread aTid asleep (state S). With the event's mutex free,
+// a thread inside CCmEventThread::Wait can sleep only in the condition wait.
+bool WaitUntilAsleep(long aTid) {
+  char path[64];
+  snprintf(path, sizeof(path), "/proc/self/task/%ld/stat", aTid);
+  for (int i = 0; i < 100000; ++i) {
+    FILE* f = fopen(path, "r");
+    if (!f) return false;
+    char buf[512] = {0};
+    size_t n = fread(buf, 1, sizeof(buf) - 1, f);
+    fclose(f);
+    const char* close = n ? strrchr(buf, ')') : nullptr;  // the state follows the name
+    if (close && close[1] == ' ' && close[2] == 'S') return true;
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+// A signal given to a waiting thread goes to that thread only: signalled stays clear, so
+// a later zero wait times out.
+TEST(CmEventThreadTest, AutoResetSignalToWaiterLeavesSignalledClear) {
+  CCmEventThread ev(false, false, nullptr);
+  std::atomic<CmResult> got{CM_ERROR_FAILURE};
+  std::atomic<long> waiterTid{0};
+  std::thread t([&] {
+    waiterTid = static_cast<long>(CmGetThreadID());
+    CCmTimeValue tv(10L);
+    got = ev.Wait(&tv);
+  });
+  while (waiterTid.load() == 0) std::this_thread::yield();
+  if (!WaitUntilAsleep(waiterTid.load())) {
+    ev.Signal();
+    t.join();
+    GTEST_SKIP() << "cannot observe the waiter asleep";
+  }
+  ASSERT_EQ(CM_OK, ev.Signal());
+  t.join();
+  EXPECT_EQ(CM_OK, got.load());
+  CCmTimeValue zero;
+  EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
 }
 
 TEST(CmStopFlagTest, StartsStoppedUntilStarted) {

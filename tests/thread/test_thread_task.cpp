@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ThreadTestSupport.h"
+#include "cmutil/thread/CmThreadPriority.h"
 #include "cmutil/thread/CmThreadTask.h"
 #include "cmutil/thread/CmThreadWaiter.h"
 #include "cmutil/trace/CmTrace.h"
@@ -190,6 +191,59 @@ TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
   StopJoinDestroy(task);
   EXPECT_EQ((std::vector<int>{1}), log.Fired());
   EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+}
+
+// The sender times out while its event runs, and the thread is stopped before that:
+// the event must neither be destroyed while it runs nor lose its one destruction.
+TYPED_TEST(TaskThreadTest, TimedOutSendAfterStopLeavesTheRunningEventAlone) {
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-sendstop");
+  ThreadWaiter entered(1);
+  ThreadWaiter release(1);
+  std::atomic<CmResult> sent{CM_ERROR_FAILURE};
+  std::thread sender([&] {
+    CCmTimeValue timeout(0L, 200000L);
+    sent = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_OK,
+                                                             [&] {
+                                                               entered.Finished();
+                                                               release.WaitUntilTimeout(kWaitMs);
+                                                             }),
+                                            &timeout);
+  });
+  ASSERT_TRUE(entered.WaitUntilTimeout(kWaitMs));
+  EXPECT_EQ(CM_OK, task->Stop(nullptr));  // well before the send's time-out
+  sender.join();
+  EXPECT_EQ(CM_ERROR_TIMEOUT, sent.load());
+  EXPECT_TRUE(log.Destroyed().empty());  // still running
+  release.Finished();
+  EXPECT_EQ(CM_OK, task->Join());
+  task->Destory(0);
+  EXPECT_EQ((std::vector<int>{1}), log.Fired());
+  EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+}
+
+// The wrapper waits in the queue ahead of the stop event when the send times out: the
+// event still runs, once, and is destroyed once.
+TYPED_TEST(TaskThreadTest, TimedOutSendQueuedBeforeStopStillRunsOnce) {
+  EventLog log;
+  ACmThread* task = StartTask<TypeParam>("t-sendq");
+  Gate gate;
+  gate.Block(task);
+  std::atomic<CmResult> sent{CM_ERROR_FAILURE};
+  std::thread sender([&] {
+    CCmTimeValue timeout(0L, 200000L);
+    sent = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 7), &timeout);
+  });
+  while (task->GetEventQueue()->GetPendingEventsCount() < 1) std::this_thread::yield();
+  EXPECT_EQ(CM_OK, task->Stop(nullptr));  // the stop event queues behind the wrapper
+  sender.join();
+  EXPECT_EQ(CM_ERROR_TIMEOUT, sent.load());
+  EXPECT_TRUE(log.Fired().empty());
+  gate.Open();
+  EXPECT_EQ(CM_OK, task->Join());
+  task->Destory(0);
+  EXPECT_EQ((std::vector<int>{7}), log.Fired());
+  EXPECT_EQ((std::vector<int>{7}), log.Destroyed());
 }
 
 TYPED_TEST(TaskThreadTest, SendEventOnOwnThreadRunsInPlace) {
@@ -456,6 +510,109 @@ TEST_F(DeleteOnceTest, LateDeleteAfterJoinDeletedByDestory) {
   EXPECT_EQ(0, g_deleted.load());
   task->Destory(0);
   EXPECT_EQ(1, g_deleted.load());
+}
+
+// Flags 3 (both bits) mean joinable everywhere: Join waits for the thread and Destory
+// deletes at once.
+TEST_F(DeleteOnceTest, BothFlagBitsMeanJoinable) {
+  CountingTask* task = new CountingTask;
+  ASSERT_EQ(CM_OK, task->Create("t-flag3", 1, TF_JOINABLE | TF_DETACHED, false));
+  EXPECT_FALSE(task->IsDetached());
+  task->Stop(nullptr);
+  EXPECT_EQ(CM_OK, task->Join());
+  EXPECT_EQ(0u, static_cast<unsigned long>(task->GetThreadId()));  // joined: handle cleared
+  EXPECT_TRUE(task->GetStopFlag());
+  EXPECT_EQ(0, g_deleted.load());
+  task->Destory(0);
+  EXPECT_EQ(1, g_deleted.load());
+}
+
+TEST_F(DeleteOnceTest, OnlyFlagTwoIsDetached) {
+  CountingTask* joinable = new CountingTask;
+  ASSERT_EQ(CM_OK, joinable->Create("t-flag0", 1, TF_NONE, false));
+  EXPECT_FALSE(joinable->IsDetached());
+  joinable->Stop(nullptr);
+  joinable->Join();
+  joinable->Destory(0);
+  EXPECT_EQ(1, g_deleted.load());
+
+  g_deleted = 0;
+  ThreadWaiter deleted(1);
+  g_deletedWaiter = &deleted;
+  CountingTask* detached = new CountingTask;
+  ASSERT_EQ(CM_OK, detached->Create("t-flag2", 1, TF_DETACHED, false));
+  EXPECT_TRUE(detached->IsDetached());
+  detached->Stop(nullptr);
+  detached->Destory(0);
+  ASSERT_TRUE(deleted.WaitUntilTimeout(kWaitMs));
+  g_deletedWaiter = nullptr;
+}
+
+// Timers are not served once the queue is stopped, while the events posted before the
+// stop still run.
+TEST(CmThreadTaskTest, NoTimerFiresAfterTheQueueStopped) {
+  EventLog log;
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-nostoptimer");
+  CountingHandler handler(1);
+  ThreadWaiter entered(1);
+  ThreadWaiter release(1);
+  Post(task, [&] {
+    task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 1000L), 1);
+    entered.Finished();
+    release.WaitUntilTimeout(kWaitMs);
+  });
+  ASSERT_TRUE(entered.WaitUntilTimeout(kWaitMs));
+  for (int i = 0; i < 6; ++i) ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, i)));
+  task->Stop(nullptr);
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the timer falls due
+  release.Finished();
+  EXPECT_EQ(CM_OK, task->Join());
+  EXPECT_EQ(0, handler.count.load());
+  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
+  task->Destory(0);
+}
+
+// SleepMsWithLoop serves events only: a timer that falls due meanwhile waits for the
+// loop.
+TEST(CmThreadTaskTest, SleepMsWithLoopServesNoTimers) {
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleeptimer");
+  CountingHandler handler(1);
+  std::atomic<int> firedDuringSleep{-1};
+  ThreadWaiter slept(1);
+  Post(task, [&] {
+    task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 5000L), 1);
+    task->SleepMsWithLoop(60);
+    firedDuringSleep = handler.count.load();
+    slept.Finished();
+  });
+  ASSERT_TRUE(slept.WaitUntilTimeout(kWaitMs));
+  EXPECT_EQ(0, firedDuringSleep.load());
+  ASSERT_TRUE(handler.waiter.WaitUntilTimeout(kWaitMs));  // the loop serves it afterwards
+  StopJoinDestroy(task);
+  EXPECT_EQ(1, handler.count.load());
+}
+
+// The priority given before Create is applied to the new thread; SetPriority on a
+// running thread applies at once; GetPriority reports the requested value.
+TEST(CmThreadTest, PriorityAppliedByCreateAndBySetPriority) {
+  CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
+  EXPECT_EQ(CM_OK, task->SetPriority(KEL_THREAD_PRIORITY_BELOW_NORMAL));  // stored only
+  int requested = -1;
+  EXPECT_EQ(CM_OK, task->GetPriority(requested));
+  EXPECT_EQ(KEL_THREAD_PRIORITY_BELOW_NORMAL, requested);
+  ASSERT_EQ(CM_OK, task->Create("t-prio", 1, TF_JOINABLE, false));
+  KelThreadPriority seen = -1;
+  auto readOnThread = [&] {
+    task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] { GetCurrentThreadPriority(seen); }));
+    return seen;
+  };
+  EXPECT_EQ(KEL_THREAD_PRIORITY_BELOW_NORMAL, readOnThread());
+  // Lowering needs no privilege.
+  EXPECT_EQ(CM_OK, task->SetPriority(KEL_THREAD_PRIORITY_LOWEST));
+  EXPECT_EQ(CM_OK, task->GetPriority(requested));
+  EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, requested);
+  EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, readOnThread());
+  StopJoinDestroy(task);
 }
 
 }  // namespace

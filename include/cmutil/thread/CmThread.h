@@ -34,7 +34,9 @@ constexpr TType TT_UNKNOWN = -1;
 constexpr TType TT_CURRENT = 0;
 constexpr TType TT_CURRENT_THREAD_QUERY = 4;
 
-/// Thread flags: bit 0 joinable, bit 1 detached.
+/// Thread flags: bit 0 joinable, bit 1 detached. A thread is detached only when the two
+/// low bits are exactly TF_DETACHED; 0 is stored as TF_JOINABLE, and 3 (both bits) is
+/// joinable, for Create, the ending thread, Join, Destory and IsDetached alike.
 typedef int TFlag;
 constexpr TFlag TF_NONE = 0;
 constexpr TFlag TF_JOINABLE = 1;
