@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <vector>
 
 #include "CmCommand.h"
@@ -47,11 +48,24 @@ class PeriodProbe : public ICmTimerHandler {
   int m_fired = 0;
 };
 
+// Ends the threads of the demo: both are stopped before either is joined, and both
+// are joined before either is destroyed, since a token running on one may still post to
+// the other (a stopped queue refuses it; a destroyed one would be a dangling pointer).
+void StopJoinDestory(std::initializer_list<ACmThread*> threads) {
+  for (ACmThread* t : threads) t->Stop(nullptr);
+  for (ACmThread* t : threads) t->Join();
+  for (ACmThread* t : threads) t->Destory(0);
+}
+
 int RunThreads(double seconds, long timerMs, int tokens) {
   PingPong pp;
-  if (CreateUserTaskThread("demo-a", pp.a, TF_JOINABLE, true, 101) != CM_OK ||
-      CreateUserTaskThread("demo-b", pp.b, TF_JOINABLE, true, 102) != CM_OK) {
+  if (CreateUserTaskThread("demo-a", pp.a, TF_JOINABLE, true, 101) != CM_OK) {
     std::fprintf(stderr, "threads: cannot create task threads\n");
+    return 1;
+  }
+  if (CreateUserTaskThread("demo-b", pp.b, TF_JOINABLE, true, 102) != CM_OK) {
+    std::fprintf(stderr, "threads: cannot create task threads\n");
+    StopJoinDestory({pp.a});
     return 1;
   }
   PeriodProbe probe;
@@ -70,11 +84,7 @@ int RunThreads(double seconds, long timerMs, int tokens) {
   double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
   pp.a->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] { pp.a->GetTimerQueue()->CancelTimer(&probe); }));
-  for (ACmThread* t : {pp.a, pp.b}) {
-    t->Stop(nullptr);
-    t->Join();
-    t->Destory(0);
-  }
+  StopJoinDestory({pp.a, pp.b});
   std::printf("  two task threads, %d events in flight: %ld events in %.2f s = %.0f events/s\n", tokens, events,
               elapsed, events / elapsed);
   std::printf("  repeating timer of %ld ms on demo-a: fired %d times, observed period %.2f ms\n", timerMs,
