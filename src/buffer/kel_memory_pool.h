@@ -1,9 +1,8 @@
 #pragma once
 /// The pool proper behind `IKELMemPool` (internal; exported for the tests).
 
-#include <sched.h>
-
 #include <atomic>
+#include <cstdint>
 #include <vector>
 
 #include "cmutil/base/CmError.h"
@@ -11,32 +10,35 @@
 #include "cmutil/base/CmThreadAnnotations.h"
 #include "cmutil/buffer/CmMemoryPool.h"
 
-/// The pool's lock. Its critical sections are a pointer push or pop (a growth step of
-/// 10 allocations at most), so a test-and-set lock serves them best: taking it is one
-/// atomic exchange and releasing it a plain store, half the atomic operations of a
-/// blocking mutex. A waiter spins briefly on a read, then yields its time slice, so a
-/// holder that was preempted gets the processor back.
-class CM_CAPABILITY("mutex") KELMemPoolLock {
+/// The pool's lock: a blocking mutex on a futex word. Its critical sections are a
+/// pointer push or pop (a growth step of 10 allocations at most), so the uncontended
+/// path matters most: one compare-exchange to take it and one exchange to give it back.
+/// A contender tries a few times while the holder is likely still running, then parks
+/// in the kernel; the holder wakes one parked waiter on release. Because waiters sleep
+/// instead of spinning, a high-priority (real-time) thread cannot starve a preempted
+/// lower-priority holder.
+class CM_EXPORT CM_CAPABILITY("mutex") KELMemPoolLock {
  public:
   void Lock() CM_ACQUIRE() {
-    while (m_bHeld.exchange(true, std::memory_order_acquire)) {
-      int spins = 0;
-      while (m_bHeld.load(std::memory_order_relaxed)) {
-        if (++spins < 64) {
-#if defined(__x86_64__) || defined(__i386__)
-          __builtin_ia32_pause();
-#endif
-        } else {
-          sched_yield();
-          spins = 0;
-        }
-      }
-    }
+    uint32_t expected = kFree;
+    if (m_State.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed)) return;
+    LockContended();
   }
-  void UnLock() CM_RELEASE() { m_bHeld.store(false, std::memory_order_release); }
+  void UnLock() CM_RELEASE() {
+    if (m_State.exchange(kFree, std::memory_order_release) == kHeldWithWaiters) WakeOne();
+  }
 
  private:
-  std::atomic<bool> m_bHeld{false};
+  static constexpr uint32_t kFree = 0;
+  static constexpr uint32_t kHeld = 1;
+  static constexpr uint32_t kHeldWithWaiters = 2;
+
+  /// Slow path of Lock: a short bounded spin, then sleeps on the futex until it gets
+  /// the lock (the state then stays "with waiters" so that the release wakes the next).
+  void LockContended();
+  void WakeOne();
+
+  std::atomic<uint32_t> m_State{kFree};
 };
 
 /// Scoped holder of a `KELMemPoolLock`.
@@ -63,8 +65,10 @@ class CM_EXPORT KELMemFixSizePoolInternal {
 
   CmResult CreateMemPool();
   /// Creates up to `dwItemNumber` more buffers (cut to the maximum). Call with the lock
-  /// held (it is taken by `Alloc`).
-  CmResult AddMemPoolItem(unsigned int dwItemNumber) CM_NO_THREAD_SAFETY_ANALYSIS;
+  /// held (it is taken by `Alloc`; others take it through `GetLock`).
+  CmResult AddMemPoolItem(unsigned int dwItemNumber) CM_REQUIRES(m_Lock);
+  /// The pool's lock, for callers of `AddMemPoolItem`.
+  KELMemPoolLock& GetLock() CM_THREAD_ANNOTATION(lock_returned(m_Lock)) { return m_Lock; }
   unsigned char* Alloc(unsigned int aSize);
   CmResult Free(unsigned char* pPointer);
   /// Frees every free buffer and sets the created count to 0.

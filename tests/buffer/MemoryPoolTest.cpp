@@ -117,9 +117,12 @@ TEST(MemoryPool, ZeroSizeAssertsAndNeverHandsOut) {
   EXPECT_TRUE(cap.contains("Assert failed: m_dwMemSize && m_dwCurBlockSize"));
   EXPECT_EQ(nullptr, pool.p->New(0));
   EXPECT_EQ(nullptr, pool.p->New(10));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, pool.internal()->AddMemPoolItem(0));
+  {
+    KELMemPoolGuard guard(pool.internal()->GetLock());  // the caller holds the lock
+    EXPECT_EQ(CM_ERROR_INVALID_ARG, pool.internal()->AddMemPoolItem(0));
+    EXPECT_EQ(CM_ERROR_FAILURE, pool.internal()->AddMemPoolItem(3));  // already at its maximum
+  }
   EXPECT_TRUE(cap.contains("Assert failed: dwItemNumber"));
-  EXPECT_EQ(CM_ERROR_FAILURE, pool.internal()->AddMemPoolItem(3));  // already at its maximum
 }
 
 TEST(MemoryPool, CleanFreesFreeBuffersAndGrowsAgainFromNothing) {
@@ -180,6 +183,29 @@ TEST(MemoryPool, ConcurrentNewFreeKeepsEveryBuffer) {
   EXPECT_EQ(0, failures.load());
   EXPECT_LE(pool.internal()->GetCurBlockSize(), 40u);
   EXPECT_EQ(pool.internal()->GetCurBlockSize(), pool.internal()->GetFreeCount());
+}
+
+TEST(MemoryPool, LockExcludesAndWakesParkedWaiters) {
+  KELMemPoolLock lock;
+  long counter = 0;  // plain: only the lock orders the threads (TSan checks)
+  lock.Lock();
+  std::atomic<int> started{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([&] {
+      started.fetch_add(1);
+      for (int i = 0; i < 20000; ++i) {
+        KELMemPoolGuard guard(lock);
+        ++counter;
+      }
+    });
+  }
+  while (started.load() < 3) std::this_thread::yield();
+  counter = -1;  // still held: nobody has counted yet
+  lock.UnLock();
+  for (auto& th : threads) th.join();
+  KELMemPoolGuard guard(lock);
+  EXPECT_EQ(3 * 20000 - 1, counter);
 }
 
 }  // namespace
