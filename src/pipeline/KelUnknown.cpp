@@ -1,5 +1,7 @@
 #include "cmutil/pipeline/KelUnknown.h"
 
+#include "cmutil/base/CmAssert.h"
+
 namespace kel {
 
 const _tagUUID IID_IKelUnknown = {
@@ -12,8 +14,13 @@ CKelUnknownImpl::~CKelUnknownImpl() = default;
 unsigned int CKelUnknownImpl::KelAddRef() { return m_dwRefCount.fetch_add(1, std::memory_order_relaxed) + 1; }
 
 unsigned int CKelUnknownImpl::KelRelease() {
-  // acq_rel: every write made by other owners must be visible to the deleter.
-  uint32_t left = m_dwRefCount.fetch_sub(1, std::memory_order_acq_rel) - 1;
+  uint32_t count = m_dwRefCount.load(std::memory_order_relaxed);
+  do {
+    // A release without a reference would wrap the count to 0xFFFFFFFF: refuse it.
+    CM_ASSERTE_RETURN(count != 0, 0);
+    // acq_rel: every write made by other owners must be visible to the deleter.
+  } while (!m_dwRefCount.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel, std::memory_order_relaxed));
+  const uint32_t left = count - 1;
   if (left == 0) delete this;
   return left;
 }

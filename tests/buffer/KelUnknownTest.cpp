@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cmutil/pipeline/KelUnknown.h"
+#include "common/CmTraceCapture.h"
 
 namespace {
 
@@ -107,6 +108,19 @@ TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
   EXPECT_EQ(0, g_destroyed.load());
   d->Release();
   EXPECT_EQ(1, g_destroyed.load());
+}
+
+TEST(KelUnknown, ReleaseWithoutAReferenceIsRefused) {
+  g_destroyed = 0;
+  CTestData d(3);  // never referenced: the count is 0 and the object is not ours to delete
+  CmTraceCapture cap;
+  EXPECT_EQ(0u, d.Release());
+  EXPECT_TRUE(cap.contains("Assert failed: count != 0"));
+  EXPECT_EQ(0u, d.GetReference());  // not wrapped around
+  EXPECT_EQ(0, g_destroyed.load());
+  EXPECT_EQ(1u, d.AddRef());
+  EXPECT_EQ(2u, d.AddRef());
+  EXPECT_EQ(1u, d.Release());
 }
 
 }  // namespace

@@ -73,7 +73,8 @@ class CM_EXPORT CKelUnknownImpl {
 
  protected:
   unsigned int KelAddRef();
-  /// Lowers the count; at zero deletes the object and returns 0.
+  /// Lowers the count; at zero deletes the object and returns 0. A count already at 0
+  /// (an object never referenced) is left there: assertion "count != 0", result 0.
   unsigned int KelRelease();
   unsigned int KelGetReference() const;
   /// Answers the base unknown id with `aSelf` (after one `AddRef` on it);
