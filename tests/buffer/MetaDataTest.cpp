@@ -281,6 +281,18 @@ TEST(MetaData, ParsingBadInput) {
   EXPECT_EQ(10u, bad.GetType());  // the tag stays stored
   EXPECT_TRUE(cap.contains("Assert failed: FALSE"));
 
+  // The stored unknown tag is refused again when the value is measured or written.
+  cap.clear();
+  unsigned int len10 = 77;
+  EXPECT_EQ(CM_ERROR_FAILURE, bad.GetStreamLength(len10));
+  EXPECT_EQ(1u, cap.count("Assert failed: FALSE"));
+  CCmMessageBlock out10(16u);
+  CCmByteStreamNetwork os10(out10);
+  EXPECT_EQ(CM_ERROR_FAILURE, bad.StreamTo(os10));
+  EXPECT_EQ(2u, cap.count("Assert failed: FALSE"));
+  EXPECT_EQ(V({0x0a}), Bytes(out10));  // the tag byte goes out before the refusal
+  EXPECT_EQ(0u, cap.count("m_nType != CM_DATA_UNKNOW"));
+
   CCmMetaData nine;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x09}), nine));
 
