@@ -2,6 +2,7 @@
 
 #include <array>
 #include <deque>
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -145,7 +146,10 @@ struct ProcessModule::Impl {
   std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
   CCmMutexThreadRecursive linkLock;
 
-  alignas(64) std::shared_ptr<IProcessUnit> unit;
+  // The unit may be replaced while items flow: callers take a copy of the pointer under
+  // unitLock and call the unit through it, so a replaced unit lives until they return.
+  alignas(64) std::shared_ptr<IProcessUnit> unit CM_GUARDED_BY(unitLock);
+  mutable std::mutex unitLock;
   std::map<std::string, std::string> attributes;  // kept for derived modules
   ProcessConfig config;
   std::atomic<uint32_t> status{PROCESS_MODULE_STATUS_CREATED};
@@ -158,6 +162,16 @@ struct ProcessModule::Impl {
       queueSizes[i].store(0, std::memory_order_relaxed);
     }
     options.max_load_factor(1.0f);
+  }
+
+  std::shared_ptr<IProcessUnit> LoadUnit() const {
+    std::lock_guard<std::mutex> guard(unitLock);
+    return unit;
+  }
+  std::shared_ptr<IProcessUnit> ExchangeUnit(std::shared_ptr<IProcessUnit> aUnit) {
+    std::lock_guard<std::mutex> guard(unitLock);
+    unit.swap(aUnit);
+    return aUnit;
   }
 
   // Removes the front item of a channel under the queue lock; empty holder when none.
@@ -180,7 +194,7 @@ ProcessModule::ProcessModule() : m_dwStatFlags(0), m_pThread(nullptr), m_bAllowS
 }
 
 ProcessModule::~ProcessModule() {
-  if (m_pImpl->unit) m_pImpl->unit->SetProcessModule(nullptr);
+  if (std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit()) unit->SetProcessModule(nullptr);
   // Impl's members go in reverse order of declaration: options, configuration, unit,
   // links, queues (releasing every queued item), name.
   m_pImpl.reset();
@@ -199,7 +213,14 @@ CmResult ProcessModule::DeliverData(IProcessData* aData, unsigned short aChannel
       CM_ASSERTE_RETURN(pThread != NULL, CM_OK);
       ICmEventQueue* pEventQueue = pThread->GetEventQueue();
       CM_ASSERTE_RETURN(pEventQueue != NULL, CM_OK);
-      pEventQueue->PostEvent(new CCmInvokeEvent<DrainCall>(DrainCall(this, aChannel)), ICmEventQueue::EPRIORITY_NORMAL);
+      CmResult rv = pEventQueue->PostEvent(new CCmInvokeEvent<DrainCall>(DrainCall(this, aChannel)),
+                                           ICmEventQueue::EPRIORITY_NORMAL);
+      if (CM_FAILED(rv)) {
+        // The item stays queued; a later drain event of this channel takes it.
+        CM_WARNING_TRACE_THIS("ProcessModule::DeliverData, PostEvent failed, rv="
+                              << rv << " channel_id=" << aChannel
+                              << " queue_size=" << _GetProcessDataToQueueSize(aChannel));
+      }
       return CM_OK;
     }
     if (_DeliverDataToProcessUnit(aData, aChannel)) return CM_OK;
@@ -220,7 +241,8 @@ bool ProcessModule::_NeedQueuedProcess(unsigned short aChannel) {
 }
 
 bool ProcessModule::_DeliverDataToProcessUnit(IProcessData* aData, unsigned short aChannel) {
-  IProcessUnit* unit = m_pImpl->unit.get();
+  // A copy: SetProcessUnit on another thread cannot free the unit under this call.
+  std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit();
   if (!unit) return false;
   unit->Process(aData, aChannel);
   return true;
@@ -260,7 +282,7 @@ CmResult ProcessModule::_ProcessQueueData(unsigned short aChannel) {
 }
 
 CmResult ProcessModule::_ProcessQueueDataOnce() {
-  if (!m_pImpl->unit) return CM_ERROR_FAILURE;
+  if (!m_pImpl->LoadUnit()) return CM_ERROR_FAILURE;
   for (unsigned short ch = 0; ch < PROCESS_MODULE_MAX_INPUT_CHANNELS; ++ch) _ProcessQueueData(ch);
   return CM_OK;
 }
@@ -313,11 +335,21 @@ CmResult ProcessModule::DeliverDataToNextModule(IProcessData* aData, unsigned sh
 CmResult ProcessModule::DeliverDataToNextModuleByDeliverIndex(IProcessData* aData, unsigned short nOutputChannelId,
                                                               unsigned short aIndex) {
   if (nOutputChannelId >= PROCESS_MODULE_MAX_OUTPUT_CHANNELS) return CM_ERROR_FAILURE;
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
-  const std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
-  if (aIndex >= list.size()) return CM_ERROR_FAILURE;
+  DeliverEntry target;
+  bool counted;
+  {
+    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    const std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
+    if (aIndex >= list.size()) return CM_ERROR_FAILURE;
+    target = list[aIndex];
+    // A reference keeps a reference-counted target alive should it be unlinked and
+    // released while the call below runs outside the lock.
+    counted = target.module->GetReference() > 0;
+    if (counted) target.module->AddRef();
+  }
   if (aIndex == 0) _UpdateStatOutputOneProcessedSample(aData, nOutputChannelId);
-  list[aIndex].module->DeliverData(aData, list[aIndex].channel);
+  target.module->DeliverData(aData, target.channel);
+  if (counted) target.module->Release();
   return CM_OK;
 }
 
@@ -351,7 +383,7 @@ CmResult ProcessModule::Stop() {
 }
 
 CmResult ProcessModule::InitModule() {
-  if (IProcessUnit* unit = m_pImpl->unit.get()) {
+  if (std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit()) {
     CmResult rv = unit->InitProcessUnit();
     if (rv != CM_OK) return rv;
   }
@@ -483,13 +515,14 @@ CmResult ProcessModule::SetProcessModuleThread(ACmThread* aThread) {
 
 CmResult ProcessModule::SetProcessUnit(IProcessUnit* aUnit) {
   std::shared_ptr<IProcessUnit> unit = KelUnknownPtrWithRef_to_shared_ptr(aUnit);
-  if (m_pImpl->unit) m_pImpl->unit->SetProcessModule(nullptr);
-  m_pImpl->unit = std::move(unit);
-  if (m_pImpl->unit) m_pImpl->unit->SetProcessModule(this);
+  std::shared_ptr<IProcessUnit> old = m_pImpl->ExchangeUnit(unit);
+  if (old) old->SetProcessModule(nullptr);
+  old.reset();  // the module's reference; a call in flight elsewhere keeps its own
+  if (unit) unit->SetProcessModule(this);
   return CM_OK;
 }
 
-IProcessUnit* ProcessModule::GetProcessUnit() { return m_pImpl->unit.get(); }
+IProcessUnit* ProcessModule::GetProcessUnit() { return m_pImpl->LoadUnit().get(); }
 
 CmResult ProcessModule::ConfigProcess(const char* aKey, const char* aValue) {
   return m_pImpl->config.ConfigProcess(aKey, aValue);
@@ -511,22 +544,50 @@ CmResult ProcessModule::AddDeliver(IProcessModule* aNext, unsigned short nChanne
   }
   if (aNext == this) return CM_ERROR_FAILURE;
 
+  // This module's link lock is never held while calling into aNext: two modules linking
+  // to each other from two threads would otherwise take the two locks in opposite order.
+  if (_HasDeliver(aNext, nOutputChannelId)) {
+    CM_ERROR_TRACE("ProcessModule::AddDeliver fail deliver already exist");
+    return CM_ERROR_FAILURE;
+  }
+  ProcessModule* next = dynamic_cast<ProcessModule*>(aNext);
+  if (next && next->AddInputer(this, nChannelId) != CM_OK) {
+    CM_ERROR_TRACE("ProcessModule::AddDeliver fail add inputter");
+    return CM_ERROR_FAILURE;
+  }
+  {
+    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
+    bool raced = false;
+    for (const DeliverEntry& e : list) raced = raced || e.module == aNext;
+    if (!raced) {
+      list.push_back(DeliverEntry{aNext, nChannelId});
+      return CM_OK;
+    }
+  }
+  // The same link was made by another thread meanwhile: undo our inputter entry.
+  if (next) next->_RemoveInputerEntry(this, nChannelId);
+  CM_ERROR_TRACE("ProcessModule::AddDeliver fail deliver already exist");
+  return CM_ERROR_FAILURE;
+}
+
+bool ProcessModule::_HasDeliver(IProcessModule* aNext, unsigned short nOutputChannelId) {
   CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
-  std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
-  for (const DeliverEntry& e : list) {
-    if (e.module == aNext) {
-      CM_ERROR_TRACE("ProcessModule::AddDeliver fail deliver already exist");
-      return CM_ERROR_FAILURE;
+  for (const DeliverEntry& e : m_pImpl->delivers[nOutputChannelId])
+    if (e.module == aNext) return true;
+  return false;
+}
+
+void ProcessModule::_RemoveInputerEntry(IProcessModule* aPrev, unsigned short nChannelId) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+  std::vector<DeliverEntry>& list = m_pImpl->inputters;
+  for (auto it = list.end(); it != list.begin();) {
+    --it;
+    if (it->module == aPrev && it->channel == nChannelId) {
+      list.erase(it);
+      return;
     }
   }
-  if (ProcessModule* next = dynamic_cast<ProcessModule*>(aNext)) {
-    if (next->AddInputer(this, nChannelId) != CM_OK) {
-      CM_ERROR_TRACE("ProcessModule::AddDeliver fail add inputter");
-      return CM_ERROR_FAILURE;
-    }
-  }
-  list.push_back(DeliverEntry{aNext, nChannelId});
-  return CM_OK;
 }
 
 CmResult ProcessModule::AddInputer(IProcessModule* aPrev, unsigned short nChannelId) {
@@ -554,31 +615,42 @@ CmResult ProcessModule::RemoveDeliver(unsigned short nChannelId, unsigned short 
                    << PROCESS_MODULE_MAX_OUTPUT_CHANNELS);
     return CM_ERROR_FAILURE;
   }
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
-  std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
-  for (auto it = list.begin(); it != list.end(); ++it) {
-    if (it->channel != nChannelId) continue;
-    if (ProcessModule* next = dynamic_cast<ProcessModule*>(it->module)) next->RemoveInputer(this);
-    list.erase(it);
-    return CM_OK;
+  IProcessModule* removed = nullptr;
+  {
+    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
+    for (auto it = list.begin(); it != list.end(); ++it) {
+      if (it->channel != nChannelId) continue;
+      removed = it->module;
+      list.erase(it);
+      break;
+    }
   }
-  return CM_ERROR_FAILURE;
+  if (!removed) return CM_ERROR_FAILURE;
+  // Outside the lock, like AddDeliver: never hold ours while taking the next module's.
+  if (ProcessModule* next = dynamic_cast<ProcessModule*>(removed)) next->RemoveInputer(this);
+  return CM_OK;
 }
 
 CmResult ProcessModule::RemoveDeliver(IProcessModule* aNext) {
   if (!aNext) return CM_ERROR_FAILURE;
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
-  bool removed = false;
-  for (auto& list : m_pImpl->delivers) {
-    for (auto it = list.begin(); it != list.end(); ++it) {
-      if (it->module != aNext) continue;
-      if (ProcessModule* next = dynamic_cast<ProcessModule*>(aNext)) next->RemoveInputer(this);
-      list.erase(it);
-      removed = true;
-      break;
+  int removed = 0;
+  {
+    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    for (auto& list : m_pImpl->delivers) {
+      for (auto it = list.begin(); it != list.end(); ++it) {
+        if (it->module != aNext) continue;
+        list.erase(it);
+        ++removed;
+        break;
+      }
     }
   }
-  return removed ? CM_OK : CM_ERROR_FAILURE;
+  if (removed == 0) return CM_ERROR_FAILURE;
+  // One inputter entry per link removed, outside this module's lock.
+  if (ProcessModule* next = dynamic_cast<ProcessModule*>(aNext))
+    for (int i = 0; i < removed; ++i) next->RemoveInputer(this);
+  return CM_OK;
 }
 
 CmResult ProcessModule::RemoveInputer(IProcessModule* aPrev) {

@@ -36,8 +36,12 @@
 ///   last Release may come while items are in flight; the module then dies on its
 ///   thread after the last event. A module used without references must outlive the
 ///   events posted to its thread.
-/// - Options, the unit and the thread are set-up values: set them before data flows;
-///   they are not locked against concurrent DeliverData calls.
+/// - Options, the unit and the thread are set-up values: set them before data flows.
+///   Options are not locked against concurrent DeliverData calls. The unit may be
+///   replaced while data flows (a call in progress keeps the old unit alive until it
+///   returns), and so may the thread, but either change while started can break the
+///   per-channel order: items already queued for the old thread or being processed by
+///   the old unit may be overtaken by items that reach the new one first.
 /// - Observers are called outside every lock, on a copy of the observer table, on the
 ///   thread that raised the event.
 /// - No synchronous cycles: a chain that leads back into a module on the same thread
@@ -178,10 +182,11 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   /// nChannelId; CM_ERROR_FAILURE when there is none or the output id is >= 4.
   CmResult RemoveDeliver(unsigned short nChannelId, unsigned short nOutputChannelId) override;
   /// Sets the module thread (not owned; null allowed) and forgets every cached
-  /// queue-or-not decision.
+  /// queue-or-not decision. Changing it while started can break the per-channel order
+  /// (see the overview).
   CmResult SetProcessModuleThread(ACmThread* aThread) override;
   /// Takes a reference on aUnit (null allowed), detaches the old unit, attaches the new
-  /// one. CM_OK.
+  /// one. CM_OK. Safe while data flows, but see the ordering note in the overview.
   CmResult SetProcessUnit(IProcessUnit* aUnit) override;
   IProcessUnit* GetProcessUnit() override;
   /// Counts the output (even for a bad id), then, for ids 0..3, calls DeliverData on
@@ -204,8 +209,9 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   void SetProcessModuleInfo(const char* aName, unsigned int aType);
 
   /// Like DeliverDataToNextModule, but only to the deliver at aIndex of the output
-  /// channel, called while holding the (recursive) link lock; the output is counted
-  /// only for index 0. Bad id or index: CM_ERROR_FAILURE.
+  /// channel; the entry is copied under the link lock (with a reference on a
+  /// reference-counted target) and called outside it. The output is counted only for
+  /// index 0. Bad id or index: CM_ERROR_FAILURE.
   CmResult DeliverDataToNextModuleByDeliverIndex(IProcessData* aData, unsigned short nOutputChannelId,
                                                  unsigned short aIndex);
 
@@ -280,5 +286,10 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   bool m_bAllowSharedInput;
 
  private:
+  /// Whether aNext is already a deliver of output nOutputChannelId (under the link lock).
+  bool _HasDeliver(IProcessModule* aNext, unsigned short nOutputChannelId);
+  /// Removes the last inputter entry of aPrev on nChannelId (undoes a raced AddInputer).
+  void _RemoveInputerEntry(IProcessModule* aPrev, unsigned short nChannelId);
+
   std::unique_ptr<Impl> m_pImpl;
 };

@@ -1,0 +1,170 @@
+// Links made and unmade from several threads at once, a unit replaced while items flow,
+// and a module thread whose queue refuses the drain events.
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "PipelineTestHelpers.h"
+#include "common/CmTraceCapture.h"
+
+using namespace pipetest;
+
+namespace {
+
+class PipelineLinksTest : public ::testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = LiveData().load(); }
+  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
+  int m_liveBefore = 0;
+};
+
+// Runs both bodies on threads of their own, released together.
+template <class F, class G>
+void RunTogether(F&& aFirst, G&& aSecond) {
+  std::atomic<int> ready{0};
+  auto gate = [&ready] {
+    ready.fetch_add(1);
+    while (ready.load() < 2) std::this_thread::yield();
+  };
+  std::thread one([&] {
+    gate();
+    aFirst();
+  });
+  std::thread two([&] {
+    gate();
+    aSecond();
+  });
+  one.join();
+  two.join();
+}
+
+TEST_F(PipelineLinksTest, CrossLinkingInOppositeDirectionsDoesNotDeadlock) {
+  // a -> b on one thread while b -> a on another: each AddDeliver also records an
+  // inputter on the other module, so the two link locks are taken by both threads.
+  constexpr int kRounds = 2000;
+  Ref<TestModule> a(new TestModule), b(new TestModule);
+  std::atomic<int> failures{0};
+  auto cycle = [&failures](TestModule* from, TestModule* to) {
+    for (int i = 0; i < kRounds; ++i) {
+      if (from->AddDeliver(to, 0, 0) != CM_OK) ++failures;
+      if (from->RemoveDeliver(to) != CM_OK) ++failures;
+      if (from->AddDeliver(to, 2, 1) != CM_OK) ++failures;
+      if (from->RemoveDeliver(2, 1) != CM_OK) ++failures;
+    }
+  };
+  RunTogether([&] { cycle(a.get(), b.get()); }, [&] { cycle(b.get(), a.get()); });
+  EXPECT_EQ(0, failures.load());
+  // Everything was unlinked on both sides.
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(b.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveDeliver(a.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(b.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get()));
+}
+
+TEST_F(PipelineLinksTest, TheSameLinkMadeTwiceAtOnceIsKeptOnce) {
+  CmTraceCapture cap;
+  for (int round = 0; round < 200; ++round) {
+    Ref<TestModule> a(new TestModule), b(new TestModule);
+    b->AllowSharedInput(true);  // both inputter entries go in; the loser must take its own out
+    CmResult r1 = CM_ERROR_FAILURE, r2 = CM_ERROR_FAILURE;
+    RunTogether([&] { r1 = a->AddDeliver(b.get(), 3, 0); }, [&] { r2 = a->AddDeliver(b.get(), 3, 0); });
+    ASSERT_EQ(1, (r1 == CM_OK) + (r2 == CM_OK)) << "round " << round;
+    EXPECT_EQ(CM_OK, b->RemoveInputer(a.get()));
+    EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get())) << "round " << round;
+    EXPECT_EQ(CM_OK, a->RemoveDeliver(b.get()));
+  }
+  EXPECT_EQ(200u, cap.count("ProcessModule::AddDeliver fail deliver already exist"));
+}
+
+TEST_F(PipelineLinksTest, DeliverByIndexHoldsAReferenceOnTheTargetDuringTheCall) {
+  // The target unlinks itself from inside DeliverData; the call itself holds a reference
+  // on it, so an owner releasing it at that moment would not free it under the caller.
+  class SelfUnlinking : public TestModule {
+   public:
+    ProcessModule* from = nullptr;
+    int delivered = 0;
+    unsigned int refsDuringCall = 0;
+    CmResult DeliverData(IProcessData*, unsigned short) override {
+      ++delivered;
+      refsDuringCall = GetReference();
+      return from->RemoveDeliver(this);
+    }
+  };
+  Ref<TestModule> a(new TestModule);
+  Ref<SelfUnlinking> b(new SelfUnlinking);
+  b->from = a.get();
+  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_OK, a->DeliverDataToNextModuleByDeliverIndex(d, 0, 0));
+  EXPECT_EQ(1, b->delivered);
+  EXPECT_EQ(2u, b->refsDuringCall);
+  EXPECT_EQ(1u, b->GetReference());  // the call's reference was given back
+  EXPECT_EQ(1u, a->GetOutputSampleCount(0));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->DeliverDataToNextModuleByDeliverIndex(d, 0, 0));  // unlinked
+  d->Release();
+}
+
+std::atomic<int>& ProcessedByAnyUnit() {
+  static std::atomic<int> n{0};
+  return n;
+}
+
+// Counts every item in a counter that outlives the unit.
+class CountingUnit : public ProcessUnit {
+ protected:
+  IProcessData* _Process(IProcessData*, unsigned short) override {
+    ProcessedByAnyUnit().fetch_add(1);
+    return nullptr;
+  }
+};
+
+TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
+  // Items go straight to the unit on the delivering thread while another thread keeps
+  // replacing it; each replaced unit loses its last reference to the module. A call in
+  // progress must keep its unit alive (ASan reports a use after free otherwise).
+  constexpr int kItems = 20000;
+  Ref<TestModule> m(new TestModule);
+  m->SetProcessUnit(new CountingUnit);
+  ASSERT_EQ(CM_OK, m->InitModule());
+  ASSERT_EQ(CM_OK, m->Start());
+  ProcessedByAnyUnit() = 0;
+  std::atomic<bool> stop{false};
+  RunTogether(
+      [&] {
+        for (int i = 0; i < kItems; ++i) {
+          TestData* d = new TestData(static_cast<uint32_t>(i));
+          m->DeliverData(d, 0);
+          d->Release();
+        }
+        stop = true;
+      },
+      [&] {
+        while (!stop.load()) m->SetProcessUnit(new CountingUnit);
+      });
+  EXPECT_EQ(kItems, ProcessedByAnyUnit().load());  // a unit was always there
+  m->SetProcessUnit(nullptr);
+}
+
+TEST_F(PipelineLinksTest, RefusedDrainEventIsTracedAndTheItemStaysQueued) {
+  TaskThread t("pl-refuse");
+  ASSERT_TRUE(t.ok());
+  Ref<TestModule> m(new TestModule);
+  Ref<RecordingUnit> unit(new RecordingUnit);
+  m->SetProcessUnit(unit.get());
+  m->InitModule();
+  m->Start();
+  m->SetProcessModuleThread(t.get());
+  t.get()->Stop();  // its queue now refuses every post
+  CmTraceCapture cap;
+  TestData* d = new TestData(1);
+  EXPECT_EQ(CM_OK, m->DeliverData(d, 3));
+  d->Release();
+  EXPECT_TRUE(cap.contains(1, "ProcessModule::DeliverData, PostEvent failed, rv="));
+  EXPECT_TRUE(cap.contains(1, " channel_id=3 queue_size=1 [this="));
+  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(3));
+  EXPECT_EQ(0u, unit->Count());
+  m.reset();  // releases the queued item
+}
+
+}  // namespace
