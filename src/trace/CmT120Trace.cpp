@@ -399,7 +399,13 @@ CM_TRACE_DEV T120_Open_Trace_Dev(const char* path, unsigned long sizeLimit, unsi
 }
 
 void T120_Close_Trace_Dev(CM_TRACE_DEV dev) {
-  if (CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance()) mgr->close(static_cast<CCmT120TraceFile*>(dev));
+  CCmT120TraceFile* file = static_cast<CCmT120TraceFile*>(dev);
+  // A file of the trace object is replaced by its next one (which closes it) rather than
+  // closed behind the object's back, which would leave it writing to a freed file.
+  if (CCmT120Trace* trace = CCmT120Trace::existing()) {
+    if (trace->replace_if_held(file)) return;
+  }
+  if (CCmT120TraceFileMgr* mgr = CCmT120TraceFileMgr::instance()) mgr->close(file);
 }
 
 void T120_Write_Trace_Dev(CM_TRACE_DEV dev, const char* module, const char* source, const char* text) {
@@ -425,6 +431,9 @@ CCmT120Trace* CCmT120Trace::instance() {
   if (!obj) {
     obj = new (std::nothrow) CCmT120Trace;
     if (obj) {
+      // Other threads that find the object wait on its mutex until its files are open;
+      // a trace made while opening them (this thread) finds the object, not a new one.
+      CCmMutexGuardT<CCmMutexThreadRecursive> opening(obj->m_mutex);
       g_traceObject.store(obj, std::memory_order_release);
       obj->load(nullptr);
     }
@@ -528,6 +537,14 @@ void CCmT120Trace::load(CCmT120TraceFile* handle) {
     open_which(kError);
   else if (handle == m_pWarning)
     open_which(kWarning);
+}
+
+bool CCmT120Trace::replace_if_held(CCmT120TraceFile* handle) {
+  if (!handle) return false;
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_mutex);
+  if (handle != m_pInfo && handle != m_pError && handle != m_pWarning) return false;
+  load(handle);
+  return true;
 }
 
 void CCmT120Trace::trace_string(int level, const char* module, const char* text, int len) {

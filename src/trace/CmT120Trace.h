@@ -117,6 +117,9 @@ class CM_EXPORT CCmT120Trace {
   // Opens files: null = all (nothing when the information file is open already);
   // otherwise the file of that handle is replaced by the next numbered one.
   virtual void load(CCmT120TraceFile* handle);
+  // When `handle` is one of this object's files, replaces it by the next one (closing
+  // it) and returns true; otherwise false and nothing changes.
+  bool replace_if_held(CCmT120TraceFile* handle);
 
   void enable_module(const char* module);
   void clear_modules();

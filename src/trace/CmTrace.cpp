@@ -208,8 +208,3 @@ void cm_reset_leading_id_for_test() {
   std::lock_guard<std::recursive_mutex> lock(leading_id_mutex());
   g_LeadingId.store(nullptr, std::memory_order_release);
 }
-
-// The configuration code supplies the real lookup; until it is linked in there is none.
-__attribute__((weak)) void cm_trace_configured_machine_id(char* out, size_t cap) {
-  if (cap > 0) out[0] = '\0';
-}

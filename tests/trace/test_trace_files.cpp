@@ -327,6 +327,19 @@ TEST_F(TraceFilesTest, PublicHelpersNameTheOpenFiles) {
   EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", cm_trace_files_info_path());
 }
 
+TEST_F(TraceFilesTest, ClosingAHandleOfTheTraceObjectMovesItOn) {
+  const std::string info0 = m_trace->info_path();
+  CM_TRACE_DEV dev = T120_Open_Trace_Dev(info0.c_str(), 0, 0, 0);  // the file already open
+  ASSERT_NE(nullptr, dev);
+  trace_line(2, "before the close");
+  T120_Close_Trace_Dev(dev);
+  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_1.log", m_trace->info_path());
+  trace_line(2, "after the close");  // written to the new file, not the freed one
+  cm_trace_files_flush();
+  EXPECT_NE(std::string::npos, records(info0).find("before the close"));
+  EXPECT_NE(std::string::npos, records(m_trace->info_path()).find("after the close"));
+}
+
 TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   std::string warnPath = folder() + "/warnings.log";
   m_trace->open_warning_file(warnPath.c_str());
