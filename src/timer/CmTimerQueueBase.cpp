@@ -10,6 +10,7 @@
 #include "cmutil/timer/CmTimerWheelQueue.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "timer/CmTimerClock.h"
+#include "timer/CmTimerWrapperRef.h"
 
 std::atomic<unsigned int> m_defaultQueueType{1};
 
@@ -34,7 +35,10 @@ CCmTimerQueueBase* CCmTimerQueueBase::CreateTimerQueue(ICmObserver* aObserver, C
 CCmTimerQueueBase::CCmTimerQueueBase(ICmObserver* aObserver)
     : m_pObserver(aObserver), m_pCurrentHandler(nullptr), m_CheckingThread(0) {}
 
-CCmTimerQueueBase::~CCmTimerQueueBase() {}
+CCmTimerQueueBase::~CCmTimerQueueBase() {
+  // Timer handles parked because their queue could still reach them die with it.
+  cm_timer_release_orphans(this);
+}
 
 int CCmTimerQueueBase::ResetExpiredTime_l(const CCmTimeValue&) { return 0; }
 

@@ -4,7 +4,13 @@
 
 #include <time.h>
 
+#include <pthread.h>
+
+#include <algorithm>
 #include <atomic>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/thread/CmEventQueueBase.h"
@@ -77,18 +83,87 @@ struct CancelCall {
 
   void operator()() const {
     ICmTimerQueue* queue = ref.get()->GetTimerQueue();
-    if (queue && queue == current_timer_queue()) (void)queue->CancelTimer(ref.get());
+    if (queue && queue == current_timer_queue()) (void)ref.get()->RemoveFromQueue(queue);
   }
 };
 
 }  // namespace
+
+/// References whose last count went on a foreign thread while their queue could still
+/// reach them. Allocated once and never destroyed: queues may die during exit.
+struct CmTimerOrphans {
+  std::mutex mutex;
+  std::vector<std::pair<ICmTimerQueue*, CCmTimerWrapperRef*>> parked;
+
+  static CmTimerOrphans& Get() {
+    static CmTimerOrphans* orphans = new CmTimerOrphans;
+    return *orphans;
+  }
+
+  void Adopt(ICmTimerQueue* aQueue, CCmTimerWrapperRef* aRef) {
+    std::lock_guard<std::mutex> guard(mutex);
+    aRef->m_bOrphan.store(true);
+    parked.emplace_back(aQueue, aRef);
+  }
+
+  /// Takes aRef out of the list; false if it is not (or no longer) there.
+  bool Forget(CCmTimerWrapperRef* aRef) {
+    std::lock_guard<std::mutex> guard(mutex);
+    auto it = std::find_if(parked.begin(), parked.end(), [aRef](const auto& p) { return p.second == aRef; });
+    if (it == parked.end()) return false;
+    *it = parked.back();
+    parked.pop_back();
+    aRef->m_bOrphan.store(false);
+    return true;
+  }
+
+  std::vector<CCmTimerWrapperRef*> TakeAll(ICmTimerQueue* aQueue) {
+    std::vector<CCmTimerWrapperRef*> taken;
+    std::lock_guard<std::mutex> guard(mutex);
+    for (size_t i = 0; i < parked.size();) {
+      if (parked[i].first == aQueue) {
+        taken.push_back(parked[i].second);
+        parked[i] = parked.back();
+        parked.pop_back();
+      } else {
+        ++i;
+      }
+    }
+    return taken;
+  }
+
+  void ReleaseFor(ICmTimerQueue* aQueue) {
+    for (CCmTimerWrapperRef* ref : TakeAll(aQueue)) {
+      // The queue is going away: nothing can reach the object any more, and its
+      // destructor must not touch the dying queue.
+      ref->m_pTimerQueue.store(nullptr);
+      ref->m_bOrphan.store(false);
+      delete ref;
+    }
+  }
+
+  size_t Count() {
+    std::lock_guard<std::mutex> guard(mutex);
+    return parked.size();
+  }
+};
+
+void cm_timer_release_orphans(ICmTimerQueue* aQueue) { CmTimerOrphans::Get().ReleaseFor(aQueue); }
+
+size_t cm_timer_orphan_count_for_test() { return CmTimerOrphans::Get().Count(); }
 
 void cm_set_timer_cancel_wait_rounds_for_test(int aRounds) { g_cancelWaitRounds.store(aRounds < 0 ? 25 : aRounds); }
 
 // ---- CCmTimerWrapperRef ----
 
 CCmTimerWrapperRef::CCmTimerWrapperRef(CCmTimerWrapperID* aParent, CM_THREAD_ID aThreadId)
-    : m_pParent(aParent), m_pTimerQueue(nullptr), m_ThreadId(aThreadId), m_bExecuting(false), m_bCancelled(false) {}
+    : m_pParent(aParent),
+      m_pTimerQueue(nullptr),
+      m_ThreadId(aThreadId),
+      m_bExecuting(false),
+      m_bCancelled(false),
+      m_bUnqueued(false),
+      m_bOrphan(false) {}
 
 CCmTimerWrapperRef::~CCmTimerWrapperRef() {
   // The last count is gone, so no event refers to this object any more. Mark it
@@ -101,7 +176,19 @@ CCmTimerWrapperRef::~CCmTimerWrapperRef() {
   m_ThreadId.store(0);
 }
 
-void CCmTimerWrapperRef::OnReferenceDestory() { delete this; }
+void CCmTimerWrapperRef::OnReferenceDestory() {
+  ICmTimerQueue* queue = GetTimerQueue();
+  const CM_THREAD_ID owner = m_ThreadId.load();
+  const bool onOwner = owner != 0 && pthread_equal(owner, pthread_self());
+  if (queue && !onOwner && !m_bUnqueued.load()) {
+    // The owning thread may be about to fire this object (it may have popped it
+    // already): freeing it here would leave the queue a dangling handler. Park it;
+    // this thread must not touch it after this call.
+    CmTimerOrphans::Get().Adopt(queue, this);
+    return;
+  }
+  delete this;
+}
 
 ICmTimerQueue* CCmTimerWrapperRef::BindTimerQueue(ICmTimerQueue* aQueue, CM_THREAD_ID aThreadId) {
   ICmTimerQueue* expected = nullptr;
@@ -118,7 +205,14 @@ CmResult CCmTimerWrapperRef::ScheduleTimer(CCmTimerWrapperIDSink* aSink, const C
   // Bound once and never unbound, so this read sees the queue just checked.
   ICmTimerQueue* queue = GetTimerQueue();
   m_bCancelled.store(false);
+  m_bUnqueued.store(false);
   return queue->ScheduleTimer(this, aSink, aInterval, aCount);
+}
+
+CmResult CCmTimerWrapperRef::RemoveFromQueue(ICmTimerQueue* aQueue) {
+  const CmResult rv = aQueue->CancelTimer(this);
+  m_bUnqueued.store(true);
+  return rv;
 }
 
 CmResult CCmTimerWrapperRef::Cancel() {
@@ -130,7 +224,7 @@ CmResult CCmTimerWrapperRef::Cancel() {
   // queue to this thread although the decision below was taken for "unbound".
   ICmTimerQueue* queue = GetTimerQueue();
   ICmTimerQueue* mine = current_timer_queue();
-  if (queue && queue == mine) return queue->CancelTimer(this);
+  if (queue && queue == mine) return RemoveFromQueue(queue);
 
   // Foreign thread: wait for a callback that is running right now.
   const int rounds = g_cancelWaitRounds.load();
@@ -160,6 +254,10 @@ void CCmTimerWrapperRef::OnTimeout(const CCmTimeValue& aCurTime, void* aArg) {
     ReleaseReference();
   } else {
     m_bExecuting.store(false);
+    // An orphan met again on its owning thread: take it out of the queue and free it.
+    // Nothing touches the object after this (the queue does not look at a handler
+    // once its OnTimeout has returned).
+    if (m_bOrphan.load() && CmTimerOrphans::Get().Forget(this)) delete this;
   }
 }
 
