@@ -65,10 +65,41 @@ struct CCmTimerQueueCalendar::Impl {
   CCmTimerQueueCalendarSlotT immediate;
   std::map<ICmTimerHandler*, unsigned int> handlers;
   bool eventPosted = false;
-  // Nodes taken off a slot (or the immediate list) by the firing pass that is
-  // running; they are still searchable so that a callback can cancel them.
-  CCmTimerQueueCalendarSlotT firing;
-  bool firingSlot = false;  // firing holds the nodes of dwCurrentSlot
+  /// The firing passes running right now, innermost first: a callback may tick the
+  /// queue (or run its event) again, so each pass keeps its own list of nodes still
+  /// to fire, which stays searchable so that a callback can cancel or move them.
+  struct FiringPass {
+    CCmTimerQueueCalendarSlotT nodes;
+    FiringPass* outer = nullptr;
+  };
+  FiringPass* active = nullptr;
+
+  /// Registers a pass for its lifetime (a scope on the firing function's stack).
+  class PassScope {
+   public:
+    PassScope(Impl& aImpl, ValueType* aNodes) : m_impl(aImpl) {
+      m_pass.nodes.head = aNodes;
+      m_pass.outer = aImpl.active;
+      aImpl.active = &m_pass;
+    }
+    ~PassScope() {
+      m_impl.active = m_pass.outer;
+      m_pass.nodes.free_all();  // only left over if a callback threw
+    }
+    PassScope(const PassScope&) = delete;
+    PassScope& operator=(const PassScope&) = delete;
+    CCmTimerQueueCalendarSlotT& nodes() { return m_pass.nodes; }
+
+   private:
+    Impl& m_impl;
+    FiringPass m_pass;
+  };
+
+  ValueType* detachFromPasses(ICmTimerHandler* h) {
+    for (FiringPass* p = active; p; p = p->outer)
+      if (ValueType* n = p->nodes.detach(h)) return n;
+    return nullptr;
+  }
 
   /// Takes the handler's node out of wherever it lies; null if it has none.
   ValueType* detach(ICmTimerHandler* h) {
@@ -76,13 +107,10 @@ struct CCmTimerQueueCalendar::Impl {
     if (it != handlers.end()) {
       const unsigned int slot = it->second;
       handlers.erase(it);
-      ValueType* n = slots[slot].detach(h);
-      if (!n && firingSlot && slot == dwCurrentSlot) n = firing.detach(h);
-      if (n) return n;
+      if (ValueType* n = slots[slot].detach(h)) return n;
     }
     if (ValueType* n = immediate.detach(h)) return n;
-    if (!firingSlot) return firing.detach(h);
-    return nullptr;
+    return active ? detachFromPasses(h) : nullptr;
   }
 
   /// Stores a node ceil(interval / slot interval) slots ahead of the current slot,
@@ -122,7 +150,6 @@ CCmTimerQueueCalendar::CCmTimerQueueCalendar(unsigned int aSlotInterval, unsigne
 
 CCmTimerQueueCalendar::~CCmTimerQueueCalendar() {
   m_impl->immediate.free_all();
-  m_impl->firing.free_all();
   for (auto& slot : m_impl->slots) slot.free_all();
   delete m_impl;
 }
@@ -179,14 +206,13 @@ void CCmTimerQueueCalendar::TimerTick() {
   m_Est.EnsureSingleThread();
   Impl& impl = *m_impl;
   impl.dwCurrentSlot = impl.dwCurrentSlot == impl.dwMaxSlotNumber ? 0 : impl.dwCurrentSlot + 1;
-  // Take the slot's nodes into the firing list, so that a node re-armed into this
+  // Take the slot's nodes into this pass's own list, so that a node re-armed into this
   // same slot (an interval under 1 ms) waits for the next revolution.
-  impl.firing.head = impl.slots[impl.dwCurrentSlot].head;
+  Impl::PassScope pass(impl, impl.slots[impl.dwCurrentSlot].head);
   impl.slots[impl.dwCurrentSlot].head = nullptr;
-  impl.firingSlot = true;
   bool haveNow = false;
   CCmTimeValue now;
-  while (ValueType* node = impl.firing.pop_front()) {
+  while (ValueType* node = pass.nodes().pop_front()) {
     if (!haveNow) {
       now = cm_timer_now();
       haveNow = true;
@@ -202,7 +228,6 @@ void CCmTimerQueueCalendar::TimerTick() {
     }
     handler->OnTimeout(now, argument);
   }
-  impl.firingSlot = false;
 }
 
 CmResult CCmTimerQueueCalendar::OnEventFire() {
@@ -210,9 +235,9 @@ CmResult CCmTimerQueueCalendar::OnEventFire() {
   impl.eventPosted = false;
   const CCmTimeValue now = cm_timer_now();
   // Zero-interval timers scheduled by these callbacks wait for the next event.
-  impl.firing.head = impl.immediate.head;
+  Impl::PassScope pass(impl, impl.immediate.head);
   impl.immediate.head = nullptr;
-  while (ValueType* node = impl.firing.pop_front()) {
+  while (ValueType* node = pass.nodes().pop_front()) {
     ICmTimerHandler* handler = node->handler;
     void* argument = node->argument;
     delete node;

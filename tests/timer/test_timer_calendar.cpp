@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <list>
+#include <string>
 #include <vector>
 
 #include "TimerTestSupport.h"
@@ -162,6 +163,56 @@ TEST_F(CalendarTest, CallbackMayCancelAnotherTimerOfTheSameSlot) {
   EXPECT_EQ(0, a.Count());
   EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&a));
   EXPECT_EQ(CM_OK, cal.CancelTimer(&b));
+}
+
+// A callback that ticks the queue again (a host driving its tick from a timer) must not
+// lose the rest of the outer tick's slot: those timers still fire, stay cancellable
+// and are freed.
+TEST_F(CalendarTest, TickFromInsideACallbackKeepsTheOuterSlotsTimers) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler ticker("ticker", &log), b("b", &log), c("c", &log), d("d", &log), next("next", &log);
+  CmResult cancelD = -1;
+  int ticks = 0;
+  ticker.SetAction([&](RecordingHandler*) {
+    if (ticks++ == 0) {
+      cal.TimerTick();  // fires `next`, one slot on
+      cancelD = cal.CancelTimer(&d);
+    }
+  });
+  // Nodes go to the head of a slot: the ticker fires first, then b, c and d.
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&d, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&c, nullptr, Ms(10), 2));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&b, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&ticker, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&next, nullptr, Ms(20), 1));
+  cal.TimerTick();
+  std::vector<std::string> names;
+  for (const auto& f : log) names.push_back(f.name);
+  EXPECT_EQ((std::vector<std::string>{"ticker", "next", "b", "c"}), names);
+  EXPECT_EQ(CM_OK, cancelD);
+  EXPECT_EQ(0, d.Count());
+  // c repeats: it is still known to the queue and can be cancelled.
+  EXPECT_EQ(CM_OK, cal.CancelTimer(&c));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&b));
+}
+
+// A callback may cancel a timer that waits later in the same tick, also when that tick
+// runs nested inside another one.
+TEST_F(CalendarTest, NestedTickCallbackCancelsATimerOfTheOuterTick) {
+  CCmTimerQueueCalendar cal(10, 1000, &events);
+  RecordingHandler outer("outer", &log), inner("inner", &log), victim("victim", &log);
+  CmResult rv = -1;
+  inner.SetAction([&](RecordingHandler*) { rv = cal.CancelTimer(&victim); });
+  outer.SetAction([&](RecordingHandler*) { cal.TimerTick(); });
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&victim, nullptr, Ms(10), 0));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&outer, nullptr, Ms(10), 1));
+  ASSERT_EQ(CM_OK, cal.ScheduleTimer(&inner, nullptr, Ms(20), 1));
+  cal.TimerTick();
+  EXPECT_EQ(CM_OK, rv);
+  EXPECT_EQ(0, victim.Count());
+  EXPECT_EQ(1, inner.Count());
+  for (int i = 0; i < 200; ++i) cal.TimerTick();
+  EXPECT_EQ(0, victim.Count());
 }
 
 TEST_F(CalendarTest, NullHandlerIsAnAssertion) {
