@@ -92,8 +92,10 @@ long long get_tick_count_us() { return tick_policy::now_us(); }
 // ---- low_tick_generator ----
 
 struct low_tick_generator::Impl {
-  // Written by the "t-tick" thread, read by any thread without a lock; an atomic
-  // relaxed load is one plain 64-bit load on x86-64.
+  // Written by the "t-tick" thread, read by any thread without a lock. `started` is
+  // published with release after the first tick value is stored, and read with
+  // acquire, so a reader that sees it set also sees that value; the later ticks are
+  // independent readings and need no ordering of their own.
   std::atomic<long long> tick{0};
   std::atomic<bool> started{false};
 };
@@ -110,11 +112,11 @@ low_tick_generator::~low_tick_generator() {
 low_tick_generator* low_tick_generator::instance() { return CCmSingletonT<low_tick_generator>::Instance(); }
 
 long long low_tick_generator::now() const {
-  if (m_impl->started.load(std::memory_order_relaxed)) return m_impl->tick.load(std::memory_order_relaxed);
+  if (m_impl->started.load(std::memory_order_acquire)) return m_impl->tick.load(std::memory_order_relaxed);
   return tick_policy::now();
 }
 
-bool low_tick_generator::is_started() const { return m_impl->started.load(std::memory_order_relaxed); }
+bool low_tick_generator::is_started() const { return m_impl->started.load(std::memory_order_acquire); }
 
 void low_tick_generator::OnTimer(CCmTimerWrapperID*) {
   m_impl->tick.store(tick_policy::now(), std::memory_order_relaxed);
@@ -127,13 +129,13 @@ void low_tick_generator::start() {
   if (rv != CM_OK) {
     CM_ERROR_TRACE_THIS("low_tick_generator::start, FAILED to schedule ticket timer in t-tick thread. rv = " << rv);
   }
-  m_impl->started.store(rv == CM_OK, std::memory_order_relaxed);
+  m_impl->started.store(rv == CM_OK, std::memory_order_release);
 }
 
 void low_tick_generator::stop() {
   CM_INFO_TRACE_THIS("low_tick_generator::stop");
   timer.Cancel();
-  m_impl->started.store(false, std::memory_order_relaxed);
+  m_impl->started.store(false, std::memory_order_release);
 }
 
 // ---- the "t-tick" thread ----

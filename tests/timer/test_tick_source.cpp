@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -153,6 +154,51 @@ TEST(LowTick, FailedThreadCreationIsTracedAndNotCounted) {
   EXPECT_EQ(nullptr, cm_low_tick_thread());
 }
 
+PFN_CreateUserTaskThread g_realFactory = nullptr;
+
+// Creates the thread, then stops it before anything is sent to it.
+CmResult StoppedThreadFactory(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aTimers, TType aType) {
+  const CmResult rv = g_realFactory(aName, aThread, aFlag, aTimers, aType);
+  if (rv == CM_OK && aThread) aThread->Stop(nullptr);
+  return rv;
+}
+
+TEST(LowTick, RefusedStartEventIsTracedNotCountedAndTheThreadKept) {
+  CmTraceCapture cap;
+  g_realFactory = setCreateUserTaskThread(&StoppedThreadFactory);
+  startLowTick();
+  setCreateUserTaskThread(g_realFactory);
+  EXPECT_TRUE(cap.contains("startLowTick: failed to send start tick event to tick thread, "));
+  EXPECT_EQ(0u, cm_low_tick_ref_count());
+  EXPECT_NE(nullptr, cm_low_tick_thread());
+  EXPECT_FALSE(low_tick_generator::instance()->is_started());
+  // The kept thread counts on the next start; the matching stop ends it.
+  startLowTick();
+  EXPECT_TRUE(cap.contains("startLowTick: g_tickThread has been initialized"));
+  EXPECT_EQ(1u, cm_low_tick_ref_count());
+  stopLowTick();
+  EXPECT_EQ(0u, cm_low_tick_ref_count());
+  EXPECT_EQ(nullptr, cm_low_tick_thread());
+}
+
+// A reader that sees the generator started also sees a tick value taken at or after
+// the start, never the initial zero.
+TEST(LowTick, AReaderThatSeesTheStartSeesItsFirstTick) {
+  const long long before = tick_policy::now();
+  std::atomic<bool> go{false};
+  std::atomic<long long> seen{-1};
+  std::thread reader([&] {
+    while (!go.load()) std::this_thread::yield();
+    for (int i = 0; i < 2000000 && !low_tick_generator::instance()->is_started(); ++i) std::this_thread::yield();
+    seen = low_tick_policy::now();
+  });
+  go = true;
+  startLowTick();
+  reader.join();
+  stopLowTick();
+  EXPECT_GE(seen.load(), before);
+}
+
 // ---- timer_fact ----
 
 struct FakePolicy {
@@ -215,6 +261,22 @@ TEST(TimerFact, ClockBehindTheStartIsTakenAsAWrap) {
   fact.reset(max - 500);
   FakePolicy::value = max - 900;
   EXPECT_EQ((max - 900) / 1000 - (max - 500) / 1000, fact.elapsed_mills());
+}
+
+// The most negative reading of a clock behind the start: wrapped arithmetic without
+// negating it (which would overflow).
+TEST(TimerFact, ReadingOfTheMostNegativeValueWrapsWithoutOverflow) {
+  const long long min = -9223372036854775807LL - 1;
+  FakePolicy::value = min;
+  timer_fact<FakePolicy> fact(5);
+  // max - 5 + min, in two's complement: -6.
+  EXPECT_EQ(-6, fact.elapsed());
+  EXPECT_EQ(-6, fact.elapsed_at(min));
+  EXPECT_TRUE(fact.overtime(-6));
+  EXPECT_FALSE(fact.overtime(-5));
+  // max - 5 is far outside one unit, so the scaled forms wrap as well.
+  EXPECT_EQ((9223372036854775807LL - 5) / 1000 + min / 1000, fact.elapsed_mills());
+  EXPECT_EQ((9223372036854775807LL - 5) / 1000000 + min / 1000000, fact.elapsed_sec());
 }
 
 TEST(TimerFact, RealPoliciesStartAtZero) {

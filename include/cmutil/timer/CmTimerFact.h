@@ -36,7 +36,7 @@ class timer_fact {
   long long elapsed_at(long long n) const {
     if (n >= m_start) return n - m_start;
     const long long max = policy::max_time_value();
-    if (m_start != max) return wrap_sub(wrap_sub(max, m_start), -n);
+    if (m_start != max) return wrap_add(wrap_sub(max, m_start), n);
     return wrap_sub(n, max);
   }
 
@@ -47,7 +47,7 @@ class timer_fact {
     const long long sm = m_start / unit;
     if (nm < sm) {
       const long long d = wrap_sub(policy::max_time_value(), m_start);
-      if (d < -(unit - 1) || d > unit - 1) return wrap_sub(d / unit, -nm);
+      if (d < -(unit - 1) || d > unit - 1) return wrap_add(d / unit, nm);
     }
     return nm - sm;
   }
@@ -56,6 +56,11 @@ class timer_fact {
   /// a - b in two's complement without signed-overflow UB.
   static long long wrap_sub(long long a, long long b) {
     return static_cast<long long>(static_cast<unsigned long long>(a) - static_cast<unsigned long long>(b));
+  }
+
+  /// a + b in two's complement without signed-overflow UB (b may be LLONG_MIN).
+  static long long wrap_add(long long a, long long b) {
+    return static_cast<long long>(static_cast<unsigned long long>(a) + static_cast<unsigned long long>(b));
   }
 
   long long m_start;
