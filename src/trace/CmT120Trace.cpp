@@ -108,13 +108,18 @@ CCmT120TraceFile::CCmT120TraceFile(const char* path, unsigned long sizeLimit, bo
 
 CCmT120TraceFile::~CCmT120TraceFile() {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    CCmMutexGuardT<CCmMutexThread> guard(m_mutex);
     flush_locked();
     if (m_pStream) fclose(m_pStream);
     m_pStream = nullptr;
     m_fd = -1;
     m_nMarker = 0;
   }
+}
+
+bool CCmT120TraceFile::is_open() const {
+  CCmMutexGuardT<CCmMutexThread> guard(m_mutex);
+  return m_fd >= 0;
 }
 
 bool CCmT120TraceFile::is_full() const { return m_bFull.load(std::memory_order_relaxed); }
@@ -197,7 +202,7 @@ void CCmT120TraceFile::write(const char* module, const char* source, const char*
                              int32_t usec) {
   if (!text) text = "";
   char prefix[96];
-  std::lock_guard<std::mutex> guard(m_mutex);
+  CCmMutexGuardT<CCmMutexThread> guard(m_mutex);
   if (m_fd < 0) return;
   size_t prefixLen = format_prefix(prefix, sec, usec);
   size_t moduleLen = 0, sourceLen = 0;
@@ -242,7 +247,7 @@ void CCmT120TraceFile::write(const char* module, const char* source, const char*
 }
 
 void CCmT120TraceFile::flush_buffer() {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  CCmMutexGuardT<CCmMutexThread> guard(m_mutex);
   flush_locked();
 }
 
@@ -304,7 +309,7 @@ void CCmT120TraceFile::write_out(char* data, size_t len, bool markerRoom) {
 }
 
 void CCmT120TraceFile::refresh_settings(unsigned long sizeLimit, int blockCount) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  CCmMutexGuardT<CCmMutexThread> guard(m_mutex);
   flush_locked();
   m_sizeLimit = sizeLimit;
   if (blockCount < 1) blockCount = 1;

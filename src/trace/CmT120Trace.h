@@ -36,7 +36,7 @@ class CM_EXPORT CCmT120TraceFile {
   CCmT120TraceFile(const CCmT120TraceFile&) = delete;
   CCmT120TraceFile& operator=(const CCmT120TraceFile&) = delete;
 
-  bool is_open() const { return m_fd >= 0; }
+  bool is_open() const;
   bool is_full() const;
   const std::string& path() const { return m_path; }
 
@@ -48,28 +48,30 @@ class CM_EXPORT CCmT120TraceFile {
   void refresh_settings(unsigned long sizeLimit, int blockCount);
 
  private:
-  void flush_locked() CM_NO_THREAD_SAFETY_ANALYSIS;
-  void write_out(char* data, size_t len, bool markerRoom) CM_NO_THREAD_SAFETY_ANALYSIS;
-  size_t format_prefix(char* out, int64_t sec, int32_t usec);
-  long read_header_offset() const;
-  void lock_file();
-  void unlock_file();
+  void flush_locked() CM_REQUIRES(m_mutex);
+  void write_out(char* data, size_t len, bool markerRoom) CM_REQUIRES(m_mutex);
+  size_t format_prefix(char* out, int64_t sec, int32_t usec) CM_REQUIRES(m_mutex);
+  long read_header_offset() const CM_REQUIRES(m_mutex);
+  void lock_file() CM_REQUIRES(m_mutex);
+  void unlock_file() CM_REQUIRES(m_mutex);
 
-  mutable std::mutex m_mutex;
+  // Every member that changes after construction is under m_mutex, except the full flag,
+  // which the trace object reads after a write.
+  mutable CCmMutexThread m_mutex;
   std::atomic<bool> m_bFull{false};
-  FILE* m_pStream = nullptr;
-  std::string m_path;
-  unsigned long m_sizeLimit = 0;
-  int m_nBlockCount = 1;
-  bool m_bLockWanted = false;
-  std::vector<char> m_buffer;
-  uint32_t m_nUsed = 0;
-  volatile uint32_t m_nMarker = kCmTraceFileAlive;
-  int m_fd = -1;
-  uint32_t m_nBlockSize = kCmTraceBlockSize;
+  FILE* m_pStream CM_GUARDED_BY(m_mutex) = nullptr;
+  const std::string m_path;
+  unsigned long m_sizeLimit CM_GUARDED_BY(m_mutex) = 0;
+  int m_nBlockCount CM_GUARDED_BY(m_mutex) = 1;
+  const bool m_bLockWanted = false;
+  std::vector<char> m_buffer CM_GUARDED_BY(m_mutex);
+  uint32_t m_nUsed CM_GUARDED_BY(m_mutex) = 0;
+  volatile uint32_t m_nMarker CM_GUARDED_BY(m_mutex) = kCmTraceFileAlive;
+  int m_fd CM_GUARDED_BY(m_mutex) = -1;
+  const uint32_t m_nBlockSize = kCmTraceBlockSize;
   // Cached "[MM/DD/YYYY HH:MM:SS." of the last second formatted.
-  int64_t m_cachedSec = -1;
-  char m_datePrefix[32] = {0};
+  int64_t m_cachedSec CM_GUARDED_BY(m_mutex) = -1;
+  char m_datePrefix[32] CM_GUARDED_BY(m_mutex) = {0};
 };
 
 class CM_EXPORT CCmT120TraceFileMgr {
