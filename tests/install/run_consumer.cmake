@@ -13,16 +13,22 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+set(libdir ${prefix}/${LIBDIR})
+
+# The installed program runs from the prefix without any library path set.
+if(EXISTS ${prefix}/bin/cmutil)
+  run(${prefix}/bin/cmutil version)
+endif()
 
 # find_package
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/consumer -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_RPATH=${prefix}/lib)
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_RPATH=${libdir})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
 run(${WORK_DIR}/cmake-build/consumer)
 
 # pkg-config
 find_program(PKG_CONFIG pkg-config REQUIRED)
-set(ENV{PKG_CONFIG_PATH} ${prefix}/lib/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} ${libdir}/pkgconfig)
 execute_process(COMMAND ${PKG_CONFIG} --cflags --libs cmutil OUTPUT_VARIABLE flags RESULT_VARIABLE rc
                 OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT rc EQUAL 0)
@@ -30,5 +36,5 @@ if(NOT rc EQUAL 0)
 endif()
 separate_arguments(flags UNIX_COMMAND "${flags}")
 find_program(CXX NAMES c++ g++ clang++ REQUIRED)
-run(${CXX} ${SOURCE_DIR}/consumer/main.cpp -o ${WORK_DIR}/consumer-pc ${flags} -Wl,-rpath,${prefix}/lib)
+run(${CXX} ${SOURCE_DIR}/consumer/main.cpp -o ${WORK_DIR}/consumer-pc ${flags} -Wl,-rpath,${libdir})
 run(${WORK_DIR}/consumer-pc)

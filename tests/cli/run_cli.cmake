@@ -1,0 +1,27 @@
+# Runs the cmutil program once and checks its exit code and output.
+#   -DPROGRAM=<cmutil> -DARGS=<a|b|c> -DEXPECT_RC=<n> [-DEXPECT=<regex>] [-DREJECT=<regex>]
+#   [-DINPUT_TEXT=<text written to a file passed as standard input>] [-DWORK_DIR=<dir>]
+if(NOT DEFINED WORK_DIR)
+  set(WORK_DIR ${CMAKE_CURRENT_BINARY_DIR})
+endif()
+file(MAKE_DIRECTORY ${WORK_DIR})
+string(REPLACE "|" ";" ARGS "${ARGS}")
+set(input_args)
+if(DEFINED INPUT_TEXT)
+  set(input_file ${WORK_DIR}/stdin.txt)
+  file(WRITE ${input_file} "${INPUT_TEXT}")
+  set(input_args INPUT_FILE ${input_file})
+endif()
+execute_process(COMMAND ${PROGRAM} ${ARGS} ${input_args} WORKING_DIRECTORY ${WORK_DIR}
+                RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+set(all "${out}${err}")
+message(STATUS "exit ${rc}\n${all}")
+if(NOT rc STREQUAL EXPECT_RC)
+  message(FATAL_ERROR "cmutil ${ARGS}: exit code ${rc}, expected ${EXPECT_RC}")
+endif()
+if(DEFINED EXPECT AND NOT all MATCHES "${EXPECT}")
+  message(FATAL_ERROR "cmutil ${ARGS}: output does not match \"${EXPECT}\"")
+endif()
+if(DEFINED REJECT AND all MATCHES "${REJECT}")
+  message(FATAL_ERROR "cmutil ${ARGS}: output matches \"${REJECT}\"")
+endif()
