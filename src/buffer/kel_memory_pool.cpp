@@ -1,9 +1,5 @@
 #include "kel_memory_pool.h"
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <new>
 
 #include "cmutil/base/CmAssert.h"
@@ -14,38 +10,7 @@ namespace {
 /// Buffers created at once at start-up (at most) and on every expansion.
 const unsigned int kGrowStep = 10;
 
-/// Tries of the contended path before a waiter parks: about the time a holder needs
-/// for a push or pop, so that a short overlap does not cost two system calls.
-const int kSpinTries = 40;
-
-inline void CpuRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
-}
-
-inline uint32_t* FutexWord(std::atomic<uint32_t>& aState) {
-  static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "a futex word is 32 bits");
-  return reinterpret_cast<uint32_t*>(&aState);
-}
-
 }  // namespace
-
-void KELMemPoolLock::LockContended() {
-  for (int i = 0; i < kSpinTries; ++i) {
-    CpuRelax();
-    uint32_t expected = kFree;
-    if (m_State.load(std::memory_order_relaxed) == kFree &&
-        m_State.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))
-      return;
-  }
-  // Announce a waiter; whoever finds the lock free here owns it, still marked as
-  // having waiters (a spurious wake-up at worst).
-  while (m_State.exchange(kHeldWithWaiters, std::memory_order_acquire) != kFree)
-    syscall(SYS_futex, FutexWord(m_State), FUTEX_WAIT_PRIVATE, kHeldWithWaiters, nullptr, nullptr, 0);
-}
-
-void KELMemPoolLock::WakeOne() { syscall(SYS_futex, FutexWord(m_State), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0); }
 
 KELMemFixSizePoolInternal::KELMemFixSizePoolInternal(unsigned int aItemSize, unsigned int aMaxItems)
     : m_dwMemSize(aItemSize), m_dwCurBlockSize(aMaxItems < kGrowStep ? aMaxItems : kGrowStep), m_dwMaxItems(aMaxItems) {

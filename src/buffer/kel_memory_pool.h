@@ -5,53 +5,18 @@
 #include <cstdint>
 #include <vector>
 
+#include "CmFutexLock.h"
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
 #include "cmutil/base/CmThreadAnnotations.h"
 #include "cmutil/buffer/CmMemoryPool.h"
 
-/// The pool's lock: a blocking mutex on a futex word. Its critical sections are a
-/// pointer push or pop (a growth step of 10 allocations at most), so the uncontended
-/// path matters most: one compare-exchange to take it and one exchange to give it back.
-/// A contender tries a few times while the holder is likely still running, then parks
-/// in the kernel; the holder wakes one parked waiter on release. Because waiters sleep
-/// instead of spinning, a high-priority (real-time) thread cannot starve a preempted
-/// lower-priority holder.
-class CM_EXPORT CM_CAPABILITY("mutex") KELMemPoolLock {
- public:
-  void Lock() CM_ACQUIRE() {
-    uint32_t expected = kFree;
-    if (m_State.compare_exchange_strong(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed)) return;
-    LockContended();
-  }
-  void UnLock() CM_RELEASE() {
-    if (m_State.exchange(kFree, std::memory_order_release) == kHeldWithWaiters) WakeOne();
-  }
-
- private:
-  static constexpr uint32_t kFree = 0;
-  static constexpr uint32_t kHeld = 1;
-  static constexpr uint32_t kHeldWithWaiters = 2;
-
-  /// Slow path of Lock: a short bounded spin, then sleeps on the futex until it gets
-  /// the lock (the state then stays "with waiters" so that the release wakes the next).
-  void LockContended();
-  void WakeOne();
-
-  std::atomic<uint32_t> m_State{kFree};
-};
-
+/// The pool's lock. Its critical sections are a pointer push or pop (a growth step of
+/// 10 allocations at most): a futex mutex, one atomic operation to take and one to give
+/// back when uncontended, waiters parked in the kernel (never spinning without end).
+typedef CCmFutexLock KELMemPoolLock;
 /// Scoped holder of a `KELMemPoolLock`.
-class CM_SCOPED_CAPABILITY KELMemPoolGuard {
- public:
-  explicit KELMemPoolGuard(KELMemPoolLock& aLock) CM_ACQUIRE(aLock) : m_Lock(aLock) { m_Lock.Lock(); }
-  ~KELMemPoolGuard() CM_RELEASE() { m_Lock.UnLock(); }
-  KELMemPoolGuard(const KELMemPoolGuard&) = delete;
-  KELMemPoolGuard& operator=(const KELMemPoolGuard&) = delete;
-
- private:
-  KELMemPoolLock& m_Lock;
-};
+typedef CCmFutexGuard KELMemPoolGuard;
 
 class CM_EXPORT KELMemFixSizePoolInternal {
  public:

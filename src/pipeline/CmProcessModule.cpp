@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "buffer/CmFutexLock.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/pipeline/CmProcessUnit.h"
 #include "cmutil/thread/CmEventQueueBase.h"
@@ -126,6 +127,76 @@ class DrainCall {
   bool m_bCounted;
 };
 
+// The module's unit, replaceable while items flow. A caller enters the slot (one atomic
+// increment), reads the pointer, calls the unit and leaves (one decrement). A unit
+// replaced while someone may be inside is parked, and released by whoever next finds
+// the slot empty, so a call in progress never sees its unit freed.
+class UnitSlot {
+ public:
+  UnitSlot() = default;
+  UnitSlot(const UnitSlot&) = delete;
+  UnitSlot& operator=(const UnitSlot&) = delete;
+  ~UnitSlot() {
+    if (IProcessUnit* unit = m_pCurrent.exchange(nullptr)) unit->Release();
+    ReleaseRetired();
+  }
+
+  class Reader {
+   public:
+    explicit Reader(UnitSlot& aSlot) : m_Slot(aSlot) {
+      m_Slot.m_nReaders.fetch_add(1, std::memory_order_seq_cst);
+      m_pUnit = m_Slot.m_pCurrent.load(std::memory_order_seq_cst);
+    }
+    ~Reader() {
+      if (m_Slot.m_nReaders.fetch_sub(1, std::memory_order_acq_rel) == 1 &&
+          m_Slot.m_bHasRetired.load(std::memory_order_acquire))
+        m_Slot.ReleaseRetired();
+    }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+    IProcessUnit* get() const { return m_pUnit; }
+
+   private:
+    UnitSlot& m_Slot;
+    IProcessUnit* m_pUnit;
+  };
+
+  // Installs aUnit, whose reference the slot now owns; returns the previous unit, whose
+  // reference must be handed back through Retire.
+  IProcessUnit* Exchange(IProcessUnit* aUnit) { return m_pCurrent.exchange(aUnit, std::memory_order_seq_cst); }
+
+  // Releases aUnit's slot reference now if no caller is inside, else when the last
+  // caller inside leaves.
+  void Retire(IProcessUnit* aUnit) {
+    if (!aUnit) return;
+    {
+      CCmFutexGuard guard(m_RetiredLock);
+      m_Retired.push_back(aUnit);
+      m_bHasRetired.store(true, std::memory_order_release);
+    }
+    if (m_nReaders.load(std::memory_order_seq_cst) == 0) ReleaseRetired();
+  }
+
+  IProcessUnit* Peek() const { return m_pCurrent.load(std::memory_order_acquire); }
+
+ private:
+  void ReleaseRetired() {
+    std::vector<IProcessUnit*> retired;
+    {
+      CCmFutexGuard guard(m_RetiredLock);
+      retired.swap(m_Retired);
+      m_bHasRetired.store(false, std::memory_order_relaxed);
+    }
+    for (IProcessUnit* unit : retired) unit->Release();
+  }
+
+  std::atomic<IProcessUnit*> m_pCurrent{nullptr};
+  std::atomic<uint32_t> m_nReaders{0};
+  std::atomic<bool> m_bHasRetired{false};
+  CCmFutexLock m_RetiredLock;
+  std::vector<IProcessUnit*> m_Retired CM_GUARDED_BY(m_RetiredLock);
+};
+
 }  // namespace
 
 struct ProcessModule::Impl {
@@ -140,16 +211,13 @@ struct ProcessModule::Impl {
   alignas(64) std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
   // Sizes mirrored outside the lock so that size queries and traces need not lock.
   std::atomic<uint32_t> queueSizes[PROCESS_MODULE_MAX_INPUT_CHANNELS];
-  CCmMutexThreadRecursive queueLock;
+  CCmFutexLock queueLock;
 
   alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
   std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
-  CCmMutexThreadRecursive linkLock;
+  CCmFutexLock linkLock;
 
-  // The unit may be replaced while items flow: callers take a copy of the pointer under
-  // unitLock and call the unit through it, so a replaced unit lives until they return.
-  alignas(64) std::shared_ptr<IProcessUnit> unit CM_GUARDED_BY(unitLock);
-  mutable std::mutex unitLock;
+  alignas(64) UnitSlot unit;
   std::map<std::string, std::string> attributes;  // kept for derived modules
   ProcessConfig config;
   std::atomic<uint32_t> status{PROCESS_MODULE_STATUS_CREATED};
@@ -164,19 +232,9 @@ struct ProcessModule::Impl {
     options.max_load_factor(1.0f);
   }
 
-  std::shared_ptr<IProcessUnit> LoadUnit() const {
-    std::lock_guard<std::mutex> guard(unitLock);
-    return unit;
-  }
-  std::shared_ptr<IProcessUnit> ExchangeUnit(std::shared_ptr<IProcessUnit> aUnit) {
-    std::lock_guard<std::mutex> guard(unitLock);
-    unit.swap(aUnit);
-    return aUnit;
-  }
-
   // Removes the front item of a channel under the queue lock; empty holder when none.
   QueuedData PopFront(unsigned short aChannel) {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(queueLock);
+    CCmFutexGuard guard(queueLock);
     std::deque<QueuedData>& q = queues[aChannel];
     if (q.empty()) return QueuedData(nullptr);
     QueuedData item(std::move(q.front()));
@@ -194,7 +252,7 @@ ProcessModule::ProcessModule() : m_dwStatFlags(0), m_pThread(nullptr), m_bAllowS
 }
 
 ProcessModule::~ProcessModule() {
-  if (std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit()) unit->SetProcessModule(nullptr);
+  if (IProcessUnit* unit = m_pImpl->unit.Peek()) unit->SetProcessModule(nullptr);
   // Impl's members go in reverse order of declaration: options, configuration, unit,
   // links, queues (releasing every queued item), name.
   m_pImpl.reset();
@@ -242,14 +300,14 @@ bool ProcessModule::_NeedQueuedProcess(unsigned short aChannel) {
 
 bool ProcessModule::_DeliverDataToProcessUnit(IProcessData* aData, unsigned short aChannel) {
   // A copy: SetProcessUnit on another thread cannot free the unit under this call.
-  std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit();
-  if (!unit) return false;
-  unit->Process(aData, aChannel);
+  UnitSlot::Reader unit(m_pImpl->unit);
+  if (!unit.get()) return false;
+  unit.get()->Process(aData, aChannel);
   return true;
 }
 
 CmResult ProcessModule::_PushProcessDataToQueue(IProcessData* aData, unsigned short aChannel) {
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->queueLock);
+  CCmFutexGuard guard(m_pImpl->queueLock);
   std::deque<QueuedData>& q = m_pImpl->queues[aChannel];
   q.emplace_back(aData);
   m_pImpl->queueSizes[aChannel].store(static_cast<uint32_t>(q.size()), std::memory_order_release);
@@ -282,7 +340,7 @@ CmResult ProcessModule::_ProcessQueueData(unsigned short aChannel) {
 }
 
 CmResult ProcessModule::_ProcessQueueDataOnce() {
-  if (!m_pImpl->LoadUnit()) return CM_ERROR_FAILURE;
+  if (!m_pImpl->unit.Peek()) return CM_ERROR_FAILURE;
   for (unsigned short ch = 0; ch < PROCESS_MODULE_MAX_INPUT_CHANNELS; ++ch) _ProcessQueueData(ch);
   return CM_OK;
 }
@@ -325,7 +383,7 @@ CmResult ProcessModule::DeliverDataToNextModule(IProcessData* aData, unsigned sh
   if (nOutputChannelId >= PROCESS_MODULE_MAX_OUTPUT_CHANNELS) return CM_ERROR_FAILURE;
   LinkSnapshot targets;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     targets.Assign(m_pImpl->delivers[nOutputChannelId]);
   }
   for (const DeliverEntry& e : targets) e.module->DeliverData(aData, e.channel);
@@ -338,7 +396,7 @@ CmResult ProcessModule::DeliverDataToNextModuleByDeliverIndex(IProcessData* aDat
   DeliverEntry target;
   bool counted;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     const std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
     if (aIndex >= list.size()) return CM_ERROR_FAILURE;
     target = list[aIndex];
@@ -383,8 +441,9 @@ CmResult ProcessModule::Stop() {
 }
 
 CmResult ProcessModule::InitModule() {
-  if (std::shared_ptr<IProcessUnit> unit = m_pImpl->LoadUnit()) {
-    CmResult rv = unit->InitProcessUnit();
+  UnitSlot::Reader unit(m_pImpl->unit);
+  if (unit.get()) {
+    CmResult rv = unit.get()->InitProcessUnit();
     if (rv != CM_OK) return rv;
   }
   _UpdateModuleStatus(PROCESS_MODULE_STATUS_INITED);
@@ -480,7 +539,7 @@ CmResult ProcessModule::GetProcessModuleOption(unsigned int aId, ProcessModuleVa
 CmResult ProcessModule::_FireOptionToDelivers(unsigned int aId, const ProcessModuleValue& aValue) {
   LinkSnapshot targets;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     for (const auto& list : m_pImpl->delivers) targets.Append(list);
   }
   for (const DeliverEntry& e : targets) e.module->SetProcessModuleOption(aId, aValue);
@@ -490,7 +549,7 @@ CmResult ProcessModule::_FireOptionToDelivers(unsigned int aId, const ProcessMod
 CmResult ProcessModule::_FireOptionToInputters(unsigned int aId, const ProcessModuleValue& aValue) {
   LinkSnapshot targets;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     targets.Assign(m_pImpl->inputters);
   }
   for (const DeliverEntry& e : targets) e.module->SetProcessModuleOption(aId, aValue);
@@ -514,15 +573,15 @@ CmResult ProcessModule::SetProcessModuleThread(ACmThread* aThread) {
 }
 
 CmResult ProcessModule::SetProcessUnit(IProcessUnit* aUnit) {
-  std::shared_ptr<IProcessUnit> unit = KelUnknownPtrWithRef_to_shared_ptr(aUnit);
-  std::shared_ptr<IProcessUnit> old = m_pImpl->ExchangeUnit(unit);
+  if (aUnit) aUnit->AddRef();
+  IProcessUnit* old = m_pImpl->unit.Exchange(aUnit);
   if (old) old->SetProcessModule(nullptr);
-  old.reset();  // the module's reference; a call in flight elsewhere keeps its own
-  if (unit) unit->SetProcessModule(this);
+  m_pImpl->unit.Retire(old);  // released now, or when a call in flight elsewhere returns
+  if (aUnit) aUnit->SetProcessModule(this);
   return CM_OK;
 }
 
-IProcessUnit* ProcessModule::GetProcessUnit() { return m_pImpl->LoadUnit().get(); }
+IProcessUnit* ProcessModule::GetProcessUnit() { return m_pImpl->unit.Peek(); }
 
 CmResult ProcessModule::ConfigProcess(const char* aKey, const char* aValue) {
   return m_pImpl->config.ConfigProcess(aKey, aValue);
@@ -556,7 +615,7 @@ CmResult ProcessModule::AddDeliver(IProcessModule* aNext, unsigned short nChanne
     return CM_ERROR_FAILURE;
   }
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
     bool raced = false;
     for (const DeliverEntry& e : list) raced = raced || e.module == aNext;
@@ -572,14 +631,14 @@ CmResult ProcessModule::AddDeliver(IProcessModule* aNext, unsigned short nChanne
 }
 
 bool ProcessModule::_HasDeliver(IProcessModule* aNext, unsigned short nOutputChannelId) {
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+  CCmFutexGuard guard(m_pImpl->linkLock);
   for (const DeliverEntry& e : m_pImpl->delivers[nOutputChannelId])
     if (e.module == aNext) return true;
   return false;
 }
 
 void ProcessModule::_RemoveInputerEntry(IProcessModule* aPrev, unsigned short nChannelId) {
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+  CCmFutexGuard guard(m_pImpl->linkLock);
   std::vector<DeliverEntry>& list = m_pImpl->inputters;
   for (auto it = list.end(); it != list.begin();) {
     --it;
@@ -596,7 +655,7 @@ CmResult ProcessModule::AddInputer(IProcessModule* aPrev, unsigned short nChanne
     return CM_ERROR_INVALID_ARG;
   }
   if (aPrev == this) return CM_ERROR_FAILURE;
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+  CCmFutexGuard guard(m_pImpl->linkLock);
   if (!m_bAllowSharedInput) {
     for (const DeliverEntry& e : m_pImpl->inputters) {
       if (e.channel == nChannelId) {
@@ -617,7 +676,7 @@ CmResult ProcessModule::RemoveDeliver(unsigned short nChannelId, unsigned short 
   }
   IProcessModule* removed = nullptr;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     std::vector<DeliverEntry>& list = m_pImpl->delivers[nOutputChannelId];
     for (auto it = list.begin(); it != list.end(); ++it) {
       if (it->channel != nChannelId) continue;
@@ -636,7 +695,7 @@ CmResult ProcessModule::RemoveDeliver(IProcessModule* aNext) {
   if (!aNext) return CM_ERROR_FAILURE;
   int removed = 0;
   {
-    CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+    CCmFutexGuard guard(m_pImpl->linkLock);
     for (auto& list : m_pImpl->delivers) {
       for (auto it = list.begin(); it != list.end(); ++it) {
         if (it->module != aNext) continue;
@@ -655,7 +714,7 @@ CmResult ProcessModule::RemoveDeliver(IProcessModule* aNext) {
 
 CmResult ProcessModule::RemoveInputer(IProcessModule* aPrev) {
   if (!aPrev) return CM_ERROR_FAILURE;
-  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->linkLock);
+  CCmFutexGuard guard(m_pImpl->linkLock);
   auto& list = m_pImpl->inputters;
   for (auto it = list.begin(); it != list.end(); ++it) {
     if (it->module == aPrev) {

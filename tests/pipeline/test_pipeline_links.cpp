@@ -146,6 +146,55 @@ TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
   m->SetProcessUnit(nullptr);
 }
 
+std::atomic<int>& UnitsDestroyed() {
+  static std::atomic<int> n{0};
+  return n;
+}
+
+// Replaces itself from inside its own Process, then keeps using its own members.
+class SelfReplacingUnit : public ProcessUnit {
+ public:
+  explicit SelfReplacingUnit(ProcessModule* aModule) : m_pModule(aModule) {}
+  ~SelfReplacingUnit() override { UnitsDestroyed().fetch_add(1); }
+  static std::atomic<int>& DestroyedSeenInside() {
+    static std::atomic<int> n{-1};
+    return n;
+  }
+
+ protected:
+  IProcessData* _Process(IProcessData*, unsigned short) override {
+    m_pModule->SetProcessUnit(new CountingUnit);  // drops the module's reference on this unit
+    ++m_nCalls;                                   // this unit must still be alive here
+    DestroyedSeenInside() = UnitsDestroyed().load();
+    return nullptr;
+  }
+
+ private:
+  ProcessModule* m_pModule;
+  int m_nCalls = 0;
+};
+
+TEST_F(PipelineLinksTest, UnitReplacedFromInsideItsOwnCallLivesUntilTheCallReturns) {
+  Ref<TestModule> m(new TestModule);
+  SelfReplacingUnit* unit = new SelfReplacingUnit(m.get());
+  m->SetProcessUnit(unit);
+  m->InitModule();
+  m->Start();
+  UnitsDestroyed() = 0;
+  TestData* d = new TestData(1);
+  m->DeliverData(d, 0);
+  d->Release();
+  EXPECT_EQ(0, SelfReplacingUnit::DestroyedSeenInside().load());  // alive during its call
+  EXPECT_EQ(1, UnitsDestroyed().load());                          // released once it returned
+  EXPECT_NE(static_cast<IProcessUnit*>(unit), m->GetProcessUnit());
+  ProcessedByAnyUnit() = 0;
+  d = new TestData(2);
+  m->DeliverData(d, 0);
+  d->Release();
+  EXPECT_EQ(1, ProcessedByAnyUnit().load());  // the new unit took the next item
+  m->SetProcessUnit(nullptr);
+}
+
 TEST_F(PipelineLinksTest, RefusedDrainEventIsTracedAndTheItemStaysQueued) {
   TaskThread t("pl-refuse");
   ASSERT_TRUE(t.ok());
