@@ -17,6 +17,7 @@ constexpr unsigned int kSlots = CCmTimerWheelQueue::kSlotCount;
 constexpr uint32_t kChunkShift = 9;
 constexpr uint32_t kChunk = 1u << kChunkShift;  // nodes per pool block
 constexpr uint32_t kNil = 0xFFFFFFFFu;
+constexpr long long kSlotUs = CCmTimerWheelQueue::kSlotMs * 1000LL;
 
 }  // namespace
 
@@ -135,35 +136,49 @@ struct CCmTimerWheelQueue::Impl {
     index.set(value.m_pEh, i);
   }
 
-  /// Finds the next earliest timer, walking forward from slot s. On the way, far
-  /// timers that now lie within the 30-second window move to the end of their near
-  /// list (the rule that places a new node). The first non-empty near list gives the
-  /// cached earliest (its earliest node, not its head); far timers seen before it still count, so a queue holding only
-  /// far timers keeps a correct earliest time.
+  static long long toUs(const CCmTimeValue& t) {
+    return static_cast<long long>(t.GetSec()) * 1000000LL + static_cast<long long>(t.GetUsec());
+  }
+
+  /// Moves the far timers of slot k that now lie within the 30-second window to the
+  /// end of its near list (the rule that places a new node).
+  void promote(unsigned int k, long long windowEndSec) {
+    List& farList = farLists[k];
+    while (farList.head != kNil && static_cast<long long>(at(farList.head).m_tvExpired.GetSec()) <= windowEndSec) {
+      const uint32_t i = farList.head;
+      unlink(farList, i);
+      at(i).far = false;
+      push_back(nearLists[k], i);
+    }
+  }
+
+  /// Finds the earliest timer again, walking forward from slot s, the slot of the
+  /// cached earliest, which is no later than any timer left. Step i of the walk covers
+  /// the 10 ms that start i x 10 ms after that slot's start; a slot may also hold
+  /// timers of a later revolution (after the clock jumped, or far timers), so the walk
+  /// ends only at a slot holding a timer of its own step. On the way due far timers
+  /// move to their near lists. If no slot has one, the earliest of all is taken.
   void rescan(unsigned int s) {
+    if (total == 0) {
+      earliest = CCmTimeValue::get_tvMax();
+      return;
+    }
     const CCmTimeValue now = cm_timer_now();
     const long long windowEndSec = static_cast<long long>(now.GetSec()) + 29;
-    CCmTimeValue farMin = CCmTimeValue::get_tvMax();
+    const long long from = earliest == CCmTimeValue::get_tvMax() ? toUs(now) : toUs(earliest);
+    const long long start = from - from % kSlotUs;
+    CCmTimeValue best = CCmTimeValue::get_tvMax();
     for (unsigned int i = 0; i < kSlots; ++i) {
       const unsigned int k = (s + i) % kSlots;
-      List& nearList = nearLists[k];
-      List& farList = farLists[k];
-      if (nearList.head == kNil) {
-        while (farList.head != kNil && static_cast<long long>(at(farList.head).m_tvExpired.GetSec()) <= windowEndSec) {
-          const uint32_t i = farList.head;
-          unlink(farList, i);
-          at(i).far = false;
-          push_back(nearList, i);
-        }
+      promote(k, windowEndSec);
+      if (nearLists[k].head != kNil) {
+        const CCmTimeValue m = nearMin(k);
+        if (m < best) best = m;
       }
-      if (farList.head != kNil && at(farList.head).m_tvExpired < farMin) farMin = at(farList.head).m_tvExpired;
-      if (nearList.head != kNil) {
-        const CCmTimeValue first = nearMin(k);
-        earliest = first < farMin ? first : farMin;
-        return;
-      }
+      if (farLists[k].head != kNil && at(farLists[k].head).m_tvExpired < best) best = at(farLists[k].head).m_tvExpired;
+      if (best != CCmTimeValue::get_tvMax() && toUs(best) < start + static_cast<long long>(i + 1) * kSlotUs) break;
     }
-    earliest = farMin;
+    earliest = best;
   }
 
   /// The earliest expiry among the nodes of near list [slot] (not yet empty).
@@ -181,10 +196,7 @@ struct CCmTimerWheelQueue::Impl {
   /// due (and re-arm repeating ones to the same expiry, without end).
   void refreshAfterRemoval(unsigned int slot, const CCmTimeValue& gone) {
     if (earliest == CCmTimeValue::get_tvMax() || slot != CCmTimerWheelQueue::SlotOf(earliest)) return;
-    if (nearLists[slot].head == kNil)
-      rescan(slot);
-    else if (gone == earliest)
-      earliest = nearMin(slot);
+    if (gone == earliest || nearLists[slot].head == kNil) rescan(slot);
   }
 
   bool erase(ICmTimerHandler* h) {
@@ -251,8 +263,10 @@ int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
   Impl& impl = *m_impl;
   CM_ASSERTE_RETURN(impl.earliest != CCmTimeValue::get_tvMax(), -1);
   unsigned int slot = SlotOf(impl.earliest);
+  // The earliest timer may still wait in the slot's far list: move the due entries
+  // into the near list first.
+  if (impl.farLists[slot].head != kNil) impl.promote(slot, static_cast<long long>(cm_timer_now().GetSec()) + 29);
   if (impl.nearLists[slot].head == kNil) {
-    // The earliest timer still waits in a far list: move the due entries first.
     impl.rescan(slot);
     slot = SlotOf(impl.earliest);
     if (impl.earliest == CCmTimeValue::get_tvMax() || impl.nearLists[slot].head == kNil) return -1;

@@ -272,6 +272,95 @@ TYPED_TEST(TimerQueueVariant, CancelOfTheEarliestInASharedSlotUpdatesTheEarliest
   EXPECT_EQ(1, c.Count());
 }
 
+// About 2,000 live timers (far more than one pool block of the wheel), one-shot,
+// counted and repeating, from 10 ms to 40 s (so some wait in the wheel's far lists),
+// with cancels and reschedules interleaved between checks on an irregular clock. After
+// every check each handler must have fired exactly as often as a plain model says.
+TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
+  struct Model {
+    bool active = false;
+    long long expiry = 0;  // ms since the start
+    long long interval = 0;
+    unsigned int left = 0;  // firings left; 0 without end
+    int fired = 0;
+  };
+  constexpr int kTimers = 2000;
+  std::mt19937 rng(4);
+  std::uniform_int_distribution<int> pick(0, kTimers - 1);
+  std::uniform_int_distribution<int> shortMs(10, 3000);
+  std::uniform_int_distribution<int> longMs(3000, 40000);
+  std::uniform_int_distribution<int> percent(0, 99);
+  std::vector<std::unique_ptr<RecordingHandler>> handlers;
+  std::vector<Model> model(kTimers);
+  long long now = 0;
+  auto schedule = [&](int i) {
+    const long long ms = percent(rng) < 80 ? shortMs(rng) : longMs(rng);
+    const int kind = percent(rng);
+    const unsigned int count = kind < 40 ? 1u : (kind < 70 ? 3u : 0u);
+    const CmResult rv = this->queue->ScheduleTimer(handlers[i].get(), nullptr, Ms(ms), count);
+    ASSERT_EQ(model[i].active ? CM_ERROR_FOUND : CM_OK, rv) << "timer " << i;
+    model[i].active = true;
+    model[i].expiry = now + ms;
+    model[i].interval = ms;
+    model[i].left = count;
+  };
+  for (int i = 0; i < kTimers; ++i) {
+    handlers.emplace_back(new RecordingHandler(std::to_string(i), nullptr));
+    schedule(i);
+  }
+  size_t maxLive = 0;
+  for (int step = 0; step < 1500; ++step) {
+    // A few operations between checks.
+    for (int op = percent(rng) % 6; op > 0; --op) {
+      const int i = pick(rng);
+      if (percent(rng) < 40) {
+        const CmResult rv = this->queue->CancelTimer(handlers[i].get());
+        ASSERT_EQ(model[i].active ? CM_OK : CM_ERROR_NOT_FOUND, rv) << "timer " << i;
+        model[i].active = false;
+      } else {
+        schedule(i);
+      }
+    }
+    const int jump = percent(rng);
+    const long advance =
+        jump == 0 ? 25000 + percent(rng) * 200 : (jump < 3 ? 1000 + percent(rng) * 20 : 1 + percent(rng) % 37);
+    this->clock.AdvanceMs(advance);
+    now += advance;
+    int expected = 0;
+    size_t live = 0;
+    for (Model& m : model) {
+      if (m.active && m.expiry <= now) {
+        ++m.fired;
+        ++expected;
+        if (m.left == 1) {
+          m.active = false;
+        } else {
+          if (m.left != 0) --m.left;
+          while (m.expiry <= now) m.expiry += m.interval;
+        }
+      }
+      live += m.active;
+    }
+    maxLive = std::max(maxLive, live);
+    EXPECT_EQ(expected, this->Check()) << "step " << step << " at " << now << " ms";
+    for (int i = 0; i < kTimers; ++i)
+      ASSERT_EQ(model[i].fired, handlers[i]->Count())
+          << "timer " << i << " exp " << model[i].expiry << " int " << model[i].interval << " left " << model[i].left
+          << " active " << model[i].active;
+    CCmTimeValue earliest = CCmTimeValue::get_tvMax();
+    long long modelEarliest = -1;
+    for (const Model& m : model)
+      if (m.active && (modelEarliest < 0 || m.expiry < modelEarliest)) modelEarliest = m.expiry;
+    earliest = this->queue->GetEarliestTime();
+    if (modelEarliest < 0) {
+      ASSERT_EQ(CCmTimeValue::get_tvMax(), earliest);
+    } else {
+      ASSERT_EQ(this->clock.Now() + Ms(modelEarliest - now), earliest) << "step " << step;
+    }
+  }
+  EXPECT_GT(maxLive, 512u);
+}
+
 // ---- quirks of the ordered variants ----
 
 template <class Q>
@@ -417,6 +506,31 @@ TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwi
   EXPECT_EQ(0, queue.CheckExpire(nullptr, nullptr));
   EXPECT_EQ(1, later.Count());
   EXPECT_EQ(start + CCmTimeValue(0L, 30000L), queue.GetEarliestTime());
+}
+
+// After the clock ran ahead, the slot of an overdue timer may also hold a timer one
+// revolution later; the earliest after the overdue one fires lies in another slot.
+TEST(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
+  FakeTimerClock clock;
+  CCmTimerWheelQueue queue(nullptr);
+  RecordingHandler overdue("overdue", nullptr), nextLap("nextLap", nullptr), soon("soon", nullptr);
+  const CCmTimeValue start = clock.Now();
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&overdue, nullptr, Ms(15), 1));
+  clock.AdvanceMs(1000);
+  // 30.015 s after the start: the same slot as `overdue`, and within 30 s of now.
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&nextLap, nullptr, Ms(29015), 1));
+  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&soon, nullptr, Ms(500), 1));
+  EXPECT_EQ(CCmTimerWheelQueue::SlotOf(start + Ms(15)), CCmTimerWheelQueue::SlotOf(start + Ms(30015)));
+  CCmTimeValue remain;
+  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(1, overdue.Count());
+  EXPECT_EQ(start + Ms(1500), queue.GetEarliestTime());
+  EXPECT_EQ(Ms(500), remain);
+  clock.AdvanceMs(500);
+  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, soon.Count());
+  EXPECT_EQ(0, nextLap.Count());
+  EXPECT_EQ(start + Ms(30015), queue.GetEarliestTime());
 }
 
 TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
