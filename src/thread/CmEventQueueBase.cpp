@@ -472,7 +472,9 @@ CmResult CCmEventSynchronous::OnEventFire() {
   CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
   m_Result.store(rv, std::memory_order_release);
   m_bFired.store(true, std::memory_order_release);
-  m_SendEvent.Signal();
+  // The wrapper outlives this call whatever the sender does (it is deleted only after
+  // the queue's pass), so the sender may be woken after the event's mutex is released.
+  m_SendEvent.SignalOutlived();
   return rv;
 }
 
