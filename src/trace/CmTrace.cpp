@@ -34,8 +34,7 @@ constexpr int kPluginPieceStride = 2047;
 constexpr int kPluginPieceThreshold = 2048;
 
 // "[" module "] " text, zero-terminated; returns its length.
-int decorate(char* out, const char* module, const char* text, int length) {
-  const size_t moduleLen = std::strlen(module);
+int decorate(char* out, const char* module, size_t moduleLen, const char* text, int length) {
   char* p = out;
   *p++ = '[';
   std::memcpy(p, module, moduleLen);
@@ -69,21 +68,30 @@ void util_adapter_trace(int level, const char* module, const char* text, int len
   }
   if (length < 0) length = static_cast<int>(std::strlen(text));
   const int option = g_trace_option.load(kRelaxed);
-  const char* tag = module ? module : "UTIL";
-  const size_t tagLen = std::strlen(tag);
+  const CmTraceSink sink = (option & CM_TRACE_ROUTE_SINK) ? g_util_trace_sink.load(kRelaxed) : nullptr;
+  const CmTraceSink logstash =
+      (option & CM_TRACE_ROUTE_LOGSTASH) ? g_util_logstash_external_sink.load(kRelaxed) : nullptr;
 
+  // The decorated copy is made only for the routes that take it (the sinks, and the
+  // plug-in, which takes the terminated text inside it); the trace files take the
+  // caller's text with its length.
   char stackBuffer[kStackTextLimit + kDecorationRoom];
   char* heapBuffer = nullptr;
-  char* decorated = stackBuffer;
-  if (length > kStackTextLimit || tagLen + 4 > kDecorationRoom) {
-    heapBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(length) + tagLen + kDecorationRoom));
-    if (heapBuffer == nullptr) return;
-    decorated = heapBuffer;
+  char* decorated = nullptr;
+  int decoratedLen = 0;
+  if (sink != nullptr || logstash != nullptr || (option & CM_TRACE_ROUTE_PLUGIN)) {
+    const char* tag = module ? module : "UTIL";
+    const size_t tagLen = std::strlen(tag);
+    decorated = stackBuffer;
+    if (length > kStackTextLimit || tagLen + 4 > kDecorationRoom) {
+      heapBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(length) + tagLen + kDecorationRoom));
+      if (heapBuffer == nullptr) return;
+      decorated = heapBuffer;
+    }
+    decoratedLen = decorate(decorated, tag, tagLen, text, length);
   }
-  const int decoratedLen = decorate(decorated, tag, text, length);
 
-  CmTraceSink sink = g_util_trace_sink.load(kRelaxed);
-  if (sink != nullptr && (option & CM_TRACE_ROUTE_SINK)) {
+  if (sink != nullptr) {
     sink(level, decorated, decoratedLen);
     std::free(heapBuffer);
     return;
@@ -95,9 +103,7 @@ void util_adapter_trace(int level, const char* module, const char* text, int len
   if (option & CM_TRACE_ROUTE_FILE) {
     if (CCmT120Trace* files = CCmT120Trace::instance()) files->trace_string(level, routeModule, text, length);
   }
-  if (option & CM_TRACE_ROUTE_LOGSTASH) {
-    if (CmTraceSink logstash = g_util_logstash_external_sink.load(kRelaxed)) logstash(level, decorated, decoratedLen);
-  }
+  if (logstash != nullptr) logstash(level, decorated, decoratedLen);
   std::free(heapBuffer);
 }
 
