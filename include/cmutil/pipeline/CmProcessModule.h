@@ -188,6 +188,7 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   /// Takes a reference on aUnit (null allowed), detaches the old unit, attaches the new
   /// one. CM_OK. Safe while data flows, but see the ordering note in the overview.
   CmResult SetProcessUnit(IProcessUnit* aUnit) override;
+  /// The current unit, without a reference: valid until it is replaced.
   IProcessUnit* GetProcessUnit() override;
   /// Counts the output (even for a bad id), then, for ids 0..3, calls DeliverData on
   /// every deliver of that output channel in link order, outside the link lock.
