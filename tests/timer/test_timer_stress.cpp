@@ -1,5 +1,6 @@
-// Two threads schedule, reschedule and cancel handles bound to one task thread at
-// random; no callback may arrive after a cancel has returned.
+// Two threads schedule, reschedule, cancel and destroy handles bound to one task thread
+// at random, from their own threads and on the owning thread, over each queue type; no
+// callback may arrive after a cancel has returned.
 
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "TimerThreadSupport.h"
+#include "cmutil/timer/CmTimerQueueBase.h"
 
 namespace {
 
@@ -22,37 +24,68 @@ struct StressSlot : CCmTimerWrapperIDSink {
   }
 
   std::mutex opMutex;  // serialises this handle's operations between the two drivers
-  CCmTimerWrapperID handle;
+  std::unique_ptr<CCmTimerWrapperID> handle{new CCmTimerWrapperID};
   std::atomic<bool> live{false};
   std::atomic<int> violations{0};
   std::atomic<int> fired{0};
 };
 
-TEST(TimerStress, RandomScheduleCancelRescheduleFromTwoThreads) {
+class TimerStressOnQueueType : public ::testing::TestWithParam<unsigned int> {
+ protected:
+  void SetUp() override { cm_set_default_timer_type(GetParam()); }
+  void TearDown() override { cm_set_default_timer_type(1); }
+};
+
+// Operations from the two drivers: foreign Schedule/Cancel/destroy, and the same run
+// on the owning thread itself (carried there synchronously), on 64 handles.
+TEST_P(TimerStressOnQueueType, RandomScheduleCancelRescheduleFromTwoThreads) {
   TaskThread owner("t-stress", true, 1201);
   constexpr int kSlots = 64;
   constexpr int kOpsPerDriver = 5000;
   std::vector<std::unique_ptr<StressSlot>> slots;
   for (int i = 0; i < kSlots; ++i) slots.emplace_back(new StressSlot);
 
-  std::atomic<int> cancels{0}, schedules{0};
+  std::atomic<int> cancels{0}, schedules{0}, destroys{0}, ownThread{0};
   auto driver = [&](unsigned seed) {
     std::mt19937 rng(seed);
-    std::uniform_int_distribution<int> pick(0, kSlots - 1), op(0, 9), ms(1, 4), count(0, 3);
+    std::uniform_int_distribution<int> pick(0, kSlots - 1), op(0, 11), ms(1, 4), count(0, 3);
     for (int i = 0; i < kOpsPerDriver; ++i) {
       StressSlot& s = *slots[pick(rng)];
       std::lock_guard<std::mutex> lock(s.opMutex);
-      if (op(rng) < 4) {
-        const CmResult rv = s.handle.Cancel();
+      const int what = op(rng);
+      const CCmTimeValue interval(0L, ms(rng) * 1000L);
+      const unsigned int n = static_cast<unsigned int>(count(rng));
+      if (what < 3) {
+        const CmResult rv = s.handle->Cancel();
         // Foreign once bound; unbound (scheduling event still queued) it is 0x46000001.
         EXPECT_TRUE(rv == CM_ERROR_NULL_POINTER || rv == CM_ERROR_NOT_FOUND || rv == CM_ERROR_GENERIC) << rv;
         s.live = false;  // from here on the sink must stay silent
         cancels.fetch_add(1);
+      } else if (what == 3) {
+        s.handle.reset(new CCmTimerWrapperID);  // destroyed on this foreign thread
+        s.live = false;
+        destroys.fetch_add(1);
+      } else if (what < 7) {
+        CmResult rv = -1;
+        ASSERT_EQ(CM_OK, owner.Run([&] {
+          if (what == 4) {
+            rv = s.handle->Cancel();
+            EXPECT_TRUE(rv == CM_OK || rv == CM_ERROR_NOT_FOUND) << rv;
+            s.live = false;
+          } else if (what == 5) {
+            s.handle.reset(new CCmTimerWrapperID);  // destroyed on the owning thread
+            s.live = false;
+          } else {
+            s.live = true;
+            rv = s.handle->Schedule(&s, interval, n);
+            EXPECT_TRUE(rv == CM_OK || rv == CM_ERROR_FOUND) << rv;
+          }
+        }));
+        ownThread.fetch_add(1);
       } else {
         // A schedule on a pending handle reschedules it (same thread, same ref).
         s.live = true;
-        const CmResult rv = s.handle.ScheduleInThread(owner.get(), &s, CCmTimeValue(0L, ms(rng) * 1000L), count(rng));
-        EXPECT_EQ(CM_OK, rv);
+        EXPECT_EQ(CM_OK, s.handle->ScheduleInThread(owner.get(), &s, interval, n));
         schedules.fetch_add(1);
       }
       if (i % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -64,7 +97,7 @@ TEST(TimerStress, RandomScheduleCancelRescheduleFromTwoThreads) {
 
   for (auto& s : slots) {
     std::lock_guard<std::mutex> lock(s->opMutex);
-    s->handle.Cancel();
+    s->handle->Cancel();
     s->live = false;
   }
   EXPECT_EQ(CM_OK, owner.Run([] {}));
@@ -77,8 +110,12 @@ TEST(TimerStress, RandomScheduleCancelRescheduleFromTwoThreads) {
   }
   EXPECT_EQ(0, violations);
   EXPECT_GT(fired, 0);
-  EXPECT_EQ(2 * kOpsPerDriver, cancels.load() + schedules.load());
+  EXPECT_GT(destroys.load(), 0);
+  EXPECT_GT(ownThread.load(), 0);
+  EXPECT_EQ(2 * kOpsPerDriver, cancels.load() + schedules.load() + destroys.load() + ownThread.load());
 }
+
+INSTANTIATE_TEST_SUITE_P(QueueTypes, TimerStressOnQueueType, ::testing::Values(1u, 2u, 3u));
 
 }  // namespace
 

@@ -1,6 +1,8 @@
-// Timers in the cmutil program: observed periods of timers on every queue type, and a
-// handle cancelled from a foreign thread.
+// Timers in the cmutil program: observed periods of timers on every queue type (ordered
+// list, min-heap and wheel on task threads, the calendar, and the on-demand queue of a
+// heartbeat thread driven by a host loop), and a handle cancelled from a foreign thread.
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include "CmCommand.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
+#include "cmutil/thread/CmThreadHeartBeat.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/timer/CmTimerQueueBase.h"
 #include "cmutil/timer/CmTimerQueueCalendar.h"
@@ -170,6 +173,54 @@ int RunCalendar() {
   return n >= 8 ? 0 : 1;
 }
 
+/// The delay the heartbeat thread last asked its host for; kNoRequest when none.
+constexpr unsigned int kNoRequest = 0xFFFFFFFFu;
+std::atomic<unsigned int> g_heartBeatDelay{kNoRequest};
+
+void AskHost(unsigned int aDelayMs) { g_heartBeatDelay.store(aDelayMs); }
+
+/// A host run loop on a thread of its own drives a heartbeat thread: it sleeps for the
+/// delay the heartbeat asked for, then beats. The timer goes to the heartbeat's
+/// on-demand queue, whose notice makes the heartbeat ask for an early call.
+int RunHeartBeat() {
+  PeriodSink sink(10);
+  unsigned int minDelay = kNoRequest, maxDelay = 0, beats = 0;
+  CmResult scheduled = CM_ERROR_FAILURE;
+  std::thread host([&] {
+    CCmThreadHeartBeat* hb = new CCmThreadHeartBeat;
+    if (hb->Create("t-demo-hb", TT_CURRENT, TF_JOINABLE, true) != CM_OK) {
+      delete hb;
+      return;
+    }
+    hb->OnThreadInit();
+    hb->SetScheduler(&AskHost);
+    {
+      CCmTimerWrapperID timer;
+      scheduled = timer.Schedule(&sink, CCmTimeValue(0L, 20000L), 10);
+      const auto end = Clock::now() + std::chrono::milliseconds(3000);
+      while (scheduled == CM_OK && sink.Count() < 10 && Clock::now() < end) {
+        unsigned int delay = g_heartBeatDelay.exchange(kNoRequest);
+        if (delay == kNoRequest) delay = 200;
+        minDelay = delay < minDelay ? delay : minDelay;
+        maxDelay = delay > maxDelay ? delay : maxDelay;
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        hb->DoHeartBeat();
+        ++beats;
+      }
+    }
+    hb->Stop(nullptr);
+    hb->Destory(0);
+  });
+  host.join();
+  double mean, lo, hi;
+  sink.Periods(mean, lo, hi);
+  std::printf(
+      "  %-13s %2zu firings every 20 ms on a heartbeat thread: observed period mean %.2f ms (min %.2f, max %.2f);"
+      " %u beats, delays asked %u..%u ms\n",
+      "on-demand", sink.Count(), mean, lo, hi, beats, minDelay == kNoRequest ? 0 : minDelay, maxDelay);
+  return (scheduled == CM_OK && sink.Count() >= 10) ? 0 : 1;
+}
+
 int RunForeignCancel() {
   ACmThread* thread = nullptr;
   if (CreateUserTaskThread("t-demo-cancel", thread, TF_JOINABLE, true, TT_UNKNOWN) != CM_OK) return 1;
@@ -192,6 +243,7 @@ int TimersDemo() {
   int rv = 0;
   for (unsigned int type = 1; type <= 3; ++type) rv |= RunPeriods(type, 20, 10);
   rv |= RunCalendar();
+  rv |= RunHeartBeat();
   rv |= RunForeignCancel();
   return rv;
 }
@@ -214,7 +266,7 @@ int TimerPeriodsCommand(int argc, char** argv) {
 
 }  // namespace
 
-CMUTIL_REGISTER_DEMO(30, "timers: periods on every queue type, foreign cancel", TimersDemo);
+CMUTIL_REGISTER_DEMO(30, "timers: periods on every queue type and a heartbeat thread, foreign cancel", TimersDemo);
 CMUTIL_REGISTER_COMMAND("timer-periods",
                         "cmutil timer-periods <type 1|2|3> [ms] [count]  observed periods of a timer on a task thread",
                         TimerPeriodsCommand);
