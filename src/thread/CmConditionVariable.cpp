@@ -121,17 +121,4 @@ CmResult CCmEventThread::Signal() {
   return rv;
 }
 
-CmResult CCmEventThread::SignalOutlived() {
-  CmResult rv = Lock();
-  CM_ASSERTE_RETURN(IS_KEL_OK(rv), rv);
-  if (m_bManualReset || m_nWaitingThreads == 0) {
-    UnLock();
-    return Signal();  // no waiter to hand the signal to: the plain path
-  }
-  UnLock();
-  // A waiter was counted under the mutex and leaves only after a wake-up (or its own
-  // time-out); either way the owner keeps the object alive until this returns.
-  return m_Condition.Signal();
-}
-
 CmResult CCmEventThread::Reset() { return CM_ERROR_FAILURE; }

@@ -2,8 +2,11 @@
 
 #include "cmutil/thread/CmEventQueueBase.h"
 
+#include <linux/futex.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -449,6 +452,29 @@ CmResult CCmEventQueueUsingConditionVariable::WaitAndProcessEvents(CCmTimeValue*
 
 // ---- CCmEventSynchronous ----
 
+namespace {
+// Values of CCmEventSynchronous::m_nSignal.
+const int kSignalClear = 0;
+const int kSignalSet = 1;
+const int kSignalSleeping = 2;
+
+int64_t MonotonicNs() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// Sleeps while *aWord holds aExpected, at most aTimeout (relative; null: no limit). May
+// return early (interrupted, spurious): the caller looks again.
+void FutexWait(std::atomic<int>* aWord, int aExpected, const struct timespec* aTimeout) {
+  syscall(SYS_futex, reinterpret_cast<int*>(aWord), FUTEX_WAIT_PRIVATE, aExpected, aTimeout, nullptr, 0);
+}
+
+void FutexWakeOne(std::atomic<int>* aWord) {
+  syscall(SYS_futex, reinterpret_cast<int*>(aWord), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+}  // namespace
+
 CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue)
     : ICmEvent(0),
       m_pEventPost(aEventPost),
@@ -456,12 +482,12 @@ CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase
       m_pEventQueue(aEventQueue),
       m_nState(0),
       m_bFired(false),
-      m_SendEvent(false, false, nullptr) {}
+      m_nSignal(kSignalClear) {}
 
 CCmEventSynchronous::~CCmEventSynchronous() {
   ICmEvent* pEvent = m_pEventPost.exchange(nullptr, std::memory_order_acq_rel);
   if (pEvent) pEvent->OnDestorySelf();
-  if (!m_bFired.load(std::memory_order_acquire)) m_SendEvent.Signal();
+  if (!m_bFired.load(std::memory_order_acquire)) SignalSender();
 }
 
 CmResult CCmEventSynchronous::OnEventFire() {
@@ -472,9 +498,9 @@ CmResult CCmEventSynchronous::OnEventFire() {
   CmResult rv = pEvent ? pEvent->OnEventFire() : CM_ERROR_NULL_POINTER;
   m_Result.store(rv, std::memory_order_release);
   m_bFired.store(true, std::memory_order_release);
-  // The wrapper outlives this call whatever the sender does (it is deleted only after
-  // the queue's pass), so the sender may be woken after the event's mutex is released.
-  m_SendEvent.SignalOutlived();
+  // The wrapper outlives this call whatever the sender does: it is deleted only after
+  // the queue's pass.
+  SignalSender();
   return rv;
 }
 
@@ -492,8 +518,37 @@ void CCmEventSynchronous::OnDestorySelf() {
   if (m_nState.fetch_or(kQueuePassDone, std::memory_order_acq_rel) & kSenderReleased) delete this;
 }
 
+void CCmEventSynchronous::SignalSender() {
+  if (m_nSignal.exchange(kSignalSet, std::memory_order_acq_rel) == kSignalSleeping) FutexWakeOne(&m_nSignal);
+}
+
+CmResult CCmEventSynchronous::WaitSignal(CCmTimeValue* aTimeout) {
+  int64_t llDeadlineNs = 0;
+  if (aTimeout) {
+    int64_t llWaitUs = static_cast<int64_t>(aTimeout->GetSec()) * 1000000 + aTimeout->GetUsec();
+    llDeadlineNs = MonotonicNs() + (llWaitUs > 0 ? llWaitUs * 1000 : 0);
+  }
+  int nValue = m_nSignal.load(std::memory_order_acquire);
+  for (;;) {
+    if (nValue == kSignalSet) return CM_OK;
+    struct timespec tsLeft = {0, 0};
+    if (aTimeout) {
+      int64_t llLeftNs = llDeadlineNs - MonotonicNs();
+      if (llLeftNs <= 0) return CM_ERROR_TIMEOUT;
+      tsLeft.tv_sec = static_cast<time_t>(llLeftNs / 1000000000);
+      tsLeft.tv_nsec = static_cast<long>(llLeftNs % 1000000000);
+    }
+    // Announce the sleep; a signal given meanwhile fails the exchange and is seen.
+    if (nValue == kSignalClear &&
+        !m_nSignal.compare_exchange_strong(nValue, kSignalSleeping, std::memory_order_acq_rel))
+      continue;
+    FutexWait(&m_nSignal, kSignalSleeping, aTimeout ? &tsLeft : nullptr);
+    nValue = m_nSignal.load(std::memory_order_acquire);
+  }
+}
+
 CmResult CCmEventSynchronous::WaitResultAndDeleteThis(CCmTimeValue* aTimeout) {
-  CmResult rv = m_SendEvent.Wait(aTimeout);
+  CmResult rv = WaitSignal(aTimeout);
   if (rv == CM_OK) {
     rv = m_Result.load(std::memory_order_acquire);
   } else {

@@ -37,8 +37,6 @@ class CM_EXPORT CCmConditionVariableThread {
   pthread_cond_t m_Condition;
 };
 
-class CCmEventSynchronous;
-
 class CM_EXPORT CCmEventThread : public CCmMutexThread {
  public:
   CCmEventThread(bool aManualReset = false, bool aInitialState = false, const char* aName = nullptr);
@@ -54,12 +52,6 @@ class CM_EXPORT CCmEventThread : public CCmMutexThread {
   CmResult Reset();
 
  private:
-  friend class CCmEventSynchronous;
-  /// Signal() for an owner that guarantees the object outlives the call: a waiter is
-  /// woken after the mutex is released, so that it does not wake up only to block on
-  /// the mutex still held here.
-  CmResult SignalOutlived() CM_NO_THREAD_SAFETY_ANALYSIS;
-
   CCmConditionVariableThread m_Condition;
   int m_bManualReset;
   int m_bSignaled;

@@ -285,7 +285,16 @@ class CM_EXPORT CCmEventSynchronous : public ICmEvent {
   std::atomic<int> m_nState;
   /// Set once fired (m_Result written).
   std::atomic<bool> m_bFired;
-  CCmEventThread m_SendEvent;
+  /// The sender's wake-up: an auto-reset signal for one waiter, kept in one word so
+  /// that a round trip costs one futex wake at most. Values: 0 clear, 1 signalled,
+  /// 2 the sender sleeps on it.
+  std::atomic<int> m_nSignal;
+
+  /// Sets the signal and wakes the sender if it sleeps.
+  void SignalSender();
+  /// Waits until signalled or aTimeout (null: no limit) passes: CM_OK or
+  /// CM_ERROR_TIMEOUT.
+  CmResult WaitSignal(CCmTimeValue* aTimeout);
 };
 
 /// Runs a stored callable on the queue's thread; returns CM_OK.
