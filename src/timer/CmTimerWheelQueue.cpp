@@ -19,6 +19,19 @@ constexpr uint32_t kChunk = 1u << kChunkShift;  // nodes per pool block
 constexpr uint32_t kNil = 0xFFFFFFFFu;
 constexpr long long kSlotUs = CCmTimerWheelQueue::kSlotMs * 1000LL;
 
+/// The slot of time t (see SlotOf), inlined for the queue's own use.
+inline unsigned int slot_of(const CCmTimeValue& t) {
+  long long v = (static_cast<long long>(t.GetSec()) * 100 + static_cast<long long>(t.GetUsec()) / 10000) % kSlots;
+  if (v < 0) v += kSlots;
+  return static_cast<unsigned int>(v);
+}
+
+/// "No timer": read once instead of calling out of the library for every comparison.
+const CCmTimeValue& tv_max() {
+  static const CCmTimeValue& value = CCmTimeValue::get_tvMax();
+  return value;
+}
+
 }  // namespace
 
 struct CCmTimerWheelQueue::Impl {
@@ -86,7 +99,7 @@ struct CCmTimerWheelQueue::Impl {
 
   List nearLists[kSlots];
   List farLists[kSlots];
-  CCmTimeValue earliest = CCmTimeValue::get_tvMax();
+  CCmTimeValue earliest = tv_max();
   size_t total = 0;
   // handler -> index of its node, so that a cancel does not walk the slot's list
   CmTimerPtrMap<uint32_t> index;
@@ -119,7 +132,7 @@ struct CCmTimerWheelQueue::Impl {
   /// the wheel, else sorted into the far list of its slot.
   void push(const CNode& value) {
     const CCmTimeValue now = cm_timer_now();
-    const unsigned int slot = CCmTimerWheelQueue::SlotOf(value.m_tvExpired);
+    const unsigned int slot = slot_of(value.m_tvExpired);
     const uint32_t i = alloc(value);
     Node& n = at(i);
     n.far = value.m_tvExpired.GetSec() > now.GetSec() + 29;
@@ -152,6 +165,19 @@ struct CCmTimerWheelQueue::Impl {
     }
   }
 
+  /// While timers are due the firing pass only needs some due timer as the earliest:
+  /// a head of near list [k] that lies before `bound` (in the 10 ms of this step) and
+  /// is due serves without walking the list for its minimum. Once nothing is due the
+  /// walk finds the exact earliest.
+  bool takeDueHead(unsigned int k, long long bound, const CCmTimeValue& now) {
+    const uint32_t h = nearLists[k].head;
+    if (h == kNil) return false;
+    const CCmTimeValue& e = at(h).m_tvExpired;
+    if (toUs(e) >= bound || now < e) return false;
+    earliest = e;
+    return true;
+  }
+
   /// Finds the earliest timer again, walking forward from slot s, the slot of the
   /// cached earliest, which is no later than any timer left. Step i of the walk covers
   /// the 10 ms that start i x 10 ms after that slot's start; a slot may also hold
@@ -160,23 +186,25 @@ struct CCmTimerWheelQueue::Impl {
   /// move to their near lists. If no slot has one, the earliest of all is taken.
   void rescan(unsigned int s) {
     if (total == 0) {
-      earliest = CCmTimeValue::get_tvMax();
+      earliest = tv_max();
       return;
     }
     const CCmTimeValue now = cm_timer_now();
     const long long windowEndSec = static_cast<long long>(now.GetSec()) + 29;
-    const long long from = earliest == CCmTimeValue::get_tvMax() ? toUs(now) : toUs(earliest);
+    const long long from = earliest == tv_max() ? toUs(now) : toUs(earliest);
     const long long start = from - from % kSlotUs;
-    CCmTimeValue best = CCmTimeValue::get_tvMax();
+    CCmTimeValue best = tv_max();
     for (unsigned int i = 0; i < kSlots; ++i) {
       const unsigned int k = (s + i) % kSlots;
       promote(k, windowEndSec);
+      const long long bound = start + static_cast<long long>(i + 1) * kSlotUs;
+      if (takeDueHead(k, bound, now)) return;
       if (nearLists[k].head != kNil) {
         const CCmTimeValue m = nearMin(k);
         if (m < best) best = m;
       }
       if (farLists[k].head != kNil && at(farLists[k].head).m_tvExpired < best) best = at(farLists[k].head).m_tvExpired;
-      if (best != CCmTimeValue::get_tvMax() && toUs(best) < start + static_cast<long long>(i + 1) * kSlotUs) break;
+      if (best != tv_max() && toUs(best) < bound) break;
     }
     earliest = best;
   }
@@ -195,7 +223,7 @@ struct CCmTimerWheelQueue::Impl {
   /// earliest one: a stale earliest would make the firing pass pop nodes that are not
   /// due (and re-arm repeating ones to the same expiry, without end).
   void refreshAfterRemoval(unsigned int slot, const CCmTimeValue& gone) {
-    if (earliest == CCmTimeValue::get_tvMax() || slot != CCmTimerWheelQueue::SlotOf(earliest)) return;
+    if (earliest == tv_max() || slot != slot_of(earliest)) return;
     if (gone == earliest || nearLists[slot].head == kNil) rescan(slot);
   }
 
@@ -204,13 +232,13 @@ struct CCmTimerWheelQueue::Impl {
     if (slot >= kSlots) return false;
     uint32_t* found = index.find(h);
     if (!found) {
-      refreshAfterRemoval(slot, CCmTimeValue::get_tvMax());
+      refreshAfterRemoval(slot, tv_max());
       return false;
     }
     const uint32_t i = *found;
     const Node& n = at(i);
     const CCmTimeValue gone = n.m_tvExpired;
-    const unsigned int where = CCmTimerWheelQueue::SlotOf(gone);
+    const unsigned int where = slot_of(gone);
     unlink(n.far ? farLists[where] : nearLists[where], i);
     index.erase(h);
     release(i);
@@ -240,11 +268,7 @@ CCmTimerWheelQueue::~CCmTimerWheelQueue() { delete m_impl; }
 
 size_t CCmTimerWheelQueue::GetCount() const { return m_impl->total; }
 
-unsigned int CCmTimerWheelQueue::SlotOf(const CCmTimeValue& t) {
-  long long v = (static_cast<long long>(t.GetSec()) * 100 + static_cast<long long>(t.GetUsec()) / 10000) % kSlots;
-  if (v < 0) v += kSlots;
-  return static_cast<unsigned int>(v);
-}
+unsigned int CCmTimerWheelQueue::SlotOf(const CCmTimeValue& t) { return slot_of(t); }
 
 int CCmTimerWheelQueue::PushNode_l(const CNode& aPushNode) {
   const int erased = EraseNode_l(aPushNode.m_pEh);
@@ -261,15 +285,15 @@ int CCmTimerWheelQueue::RePushNode_l(const CNode& aPushNode) {
 
 int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
   Impl& impl = *m_impl;
-  CM_ASSERTE_RETURN(impl.earliest != CCmTimeValue::get_tvMax(), -1);
-  unsigned int slot = SlotOf(impl.earliest);
+  CM_ASSERTE_RETURN(impl.earliest != tv_max(), -1);
+  unsigned int slot = slot_of(impl.earliest);
   // The earliest timer may still wait in the slot's far list: move the due entries
   // into the near list first.
   if (impl.farLists[slot].head != kNil) impl.promote(slot, static_cast<long long>(cm_timer_now().GetSec()) + 29);
   if (impl.nearLists[slot].head == kNil) {
     impl.rescan(slot);
-    slot = SlotOf(impl.earliest);
-    if (impl.earliest == CCmTimeValue::get_tvMax() || impl.nearLists[slot].head == kNil) return -1;
+    slot = slot_of(impl.earliest);
+    if (impl.earliest == tv_max() || impl.nearLists[slot].head == kNil) return -1;
   }
   Impl::List& list = impl.nearLists[slot];
   const uint32_t i = impl.pickDue(slot);
@@ -282,7 +306,7 @@ int CCmTimerWheelQueue::PopFirstNode_l(CNode& aPopNode) {
 }
 
 int CCmTimerWheelQueue::GetEarliestTime_l(CCmTimeValue& aEarliest) const {
-  if (m_impl->earliest == CCmTimeValue::get_tvMax()) return -1;
+  if (m_impl->earliest == tv_max()) return -1;
   aEarliest = m_impl->earliest;
   return 0;
 }
