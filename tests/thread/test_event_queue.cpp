@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <list>
+#include <string>
 #include <thread>
 
 #include "ThreadTestSupport.h"
@@ -401,6 +403,50 @@ TEST(ICmEventTest, OverAlignedEventsAreAligned) {
   ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
   queue.ProcessEvents(out);
   EXPECT_EQ(8, ran.load());
+}
+
+}  // namespace
+
+namespace {
+
+// Restores the report interval on scope exit.
+struct ReportIntervalScope {
+  explicit ReportIntervalScope(const CCmTimeValue& tv) : saved(CCmEventQueueBase::s_tvReportInterval) {
+    CCmEventQueueBase::s_tvReportInterval = tv;
+  }
+  ~ReportIntervalScope() { CCmEventQueueBase::s_tvReportInterval = saved; }
+  CCmTimeValue saved;
+};
+
+// With the real clock: a slow event is reported with its time to the microsecond, a
+// quick one is not. The interval is lowered so that the test stays short.
+TEST(CmEventQueueTest, SlowEventTimedWithThePreciseClock) {
+  CmTraceCapture cap;
+  EventLog log;
+  ReportIntervalScope interval(CCmTimeValue(0L, 20000L));
+  CCmEventQueueUsingMutex queue;
+  queue.Reset2CurrentThreadInfo();
+  for (int i = 0; i < 100; ++i) queue.PostEvent(new LoggingEvent(&log, i));
+  std::chrono::steady_clock::time_point begin;
+  std::chrono::steady_clock::time_point end;
+  queue.PostEvent(new LoggingEvent(&log, 100, CM_OK, [&] {
+    begin = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    end = std::chrono::steady_clock::now();
+  }));
+  std::list<ICmEvent*> out;
+  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
+  queue.ProcessEvents(out);
+  ASSERT_EQ(1u, cap.count("CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec="));
+  std::string line;
+  for (const auto& l : cap.lines()) {
+    if (l.text.find("ProcessOneEvent, report") != std::string::npos) line = l.text;
+  }
+  long usec = std::stol(line.substr(line.find("usec=") + 5));
+  long inside = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(end - begin).count());
+  EXPECT_GE(usec, inside - 100);  // clocks of their own: allow a little skew
+  EXPECT_LT(usec, inside + 20000);
+  EXPECT_EQ(101u, log.Fired().size());
 }
 
 }  // namespace

@@ -169,9 +169,11 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// Owner thread only: takes up to aMaxCount events and processes them without building
   /// a list; CM_ERROR_NOT_FOUND when none is pending.
   CmResult PopAndProcessEvents(unsigned int aMaxCount);
-  /// Fires and destroys one event; aClockUs holds the clock reading taken before it and
-  /// receives the one taken after it, so that a batch reads the clock once per event.
-  void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aClockUs);
+  /// Fires and destroys one event. aStamp holds the time stamp taken before it and
+  /// receives the one taken after it, so that a batch takes one stamp per event. With
+  /// aCycles the stamps are processor cycle counts (see the .cpp), otherwise clock
+  /// microseconds.
+  void ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aStamp, bool aCycles);
   void AppendEvent(std::list<ICmEvent*>& aEvents, ICmEvent* aEvent);
 
   /// List nodes kept for reuse by PopPendingEvents (owner thread only).
