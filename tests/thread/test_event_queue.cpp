@@ -444,8 +444,8 @@ TEST(CmEventQueueTest, SlowEventTimedWithThePreciseClock) {
   }
   long usec = std::stol(line.substr(line.find("usec=") + 5));
   long inside = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(end - begin).count());
-  EXPECT_GE(usec, inside - 100);  // clocks of their own: allow a little skew
-  EXPECT_LT(usec, inside + 20000);
+  EXPECT_GE(usec, inside - 100);     // clocks of their own: allow a little skew
+  EXPECT_LT(usec, inside + 250000);  // the stamp after it may wait for the processor
   EXPECT_EQ(101u, log.Fired().size());
 }
 
