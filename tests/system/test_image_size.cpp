@@ -25,6 +25,7 @@ const uint32_t kUntouched = 0xDEADBEEF;
 Bytes JfifWith(const Bytes& tail) {
   Bytes b = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',  'F',
              0x00, 0x01, 0x01, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00};
+  b.reserve(b.size() + tail.size());
   b.insert(b.end(), tail.begin(), tail.end());
   return b;
 }
