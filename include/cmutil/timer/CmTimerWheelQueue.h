@@ -5,9 +5,10 @@
 /// a far list (timers 30 s or more ahead, sorted by expiry). Scheduling a near timer
 /// and firing cost O(1); a far timer costs a walk of its slot's far list. When the
 /// slot of the earliest timer runs empty the wheel rescans forward (at most 3000
-/// slots), moving far timers that have come within 30 s into their near lists.
-/// Timers fire with 10 ms granularity: timers sharing a slot fire in the order they
-/// were stored. The block of 6000 list heads is allocated once per queue.
+/// slots), moving far timers that have come within 30 s into their near lists; it
+/// tells a slot's timers of the current revolution from those of later ones. No timer
+/// fires before its expiry, and the due timers of one slot fire in the order they were
+/// stored. The block of 6000 list heads is allocated once per queue.
 ///
 /// The handler's `m_dwWheelSlot` records where its node lies, so a handler can be
 /// kept by at most one wheel at a time. One-thread object, like every timer queue.
