@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -99,11 +100,14 @@ void FillQueue(Q& q, std::vector<CountingHandler>& handlers, const Workload& w) 
   for (size_t i = 0; i < w.ms.size(); ++i) q.ScheduleTimer(&handlers[i], nullptr, MsValue(w.ms[i]), 1);
 }
 
+// Schedule and cancel run either on the fake clock or on the real wall clock (no fake
+// clock installed), so the cost of the clock reads shows on its own.
 template <class Q>
-void BM_Ours_Schedule(benchmark::State& state) {
+void RunSchedule(benchmark::State& state, bool fakeClock) {
   const size_t n = static_cast<size_t>(state.range(0));
   const Workload& w = GetWorkload(n);
-  ClockScope clock;
+  std::optional<ClockScope> clock;
+  if (fakeClock) clock.emplace();
   std::vector<CountingHandler> handlers(n);
   for (auto _ : state) {
     state.PauseTiming();
@@ -119,10 +123,11 @@ void BM_Ours_Schedule(benchmark::State& state) {
 }
 
 template <class Q>
-void BM_Ours_Cancel(benchmark::State& state) {
+void RunCancel(benchmark::State& state, bool fakeClock) {
   const size_t n = static_cast<size_t>(state.range(0));
   const Workload& w = GetWorkload(n);
-  ClockScope clock;
+  std::optional<ClockScope> clock;
+  if (fakeClock) clock.emplace();
   std::vector<CountingHandler> handlers(n);
   for (auto _ : state) {
     state.PauseTiming();
@@ -132,9 +137,30 @@ void BM_Ours_Cancel(benchmark::State& state) {
     for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(q->CancelTimer(&handlers[idx]));
     state.PauseTiming();
     q.reset();
+    for (auto& h : handlers) h.m_dwWheelSlot = 0xFFFFFFFFu;
     state.ResumeTiming();
   }
   ReportPerOp(state, w.cancelOrder.size());
+}
+
+template <class Q>
+void BM_Ours_Schedule(benchmark::State& state) {
+  RunSchedule<Q>(state, true);
+}
+
+template <class Q>
+void BM_Ours_Cancel(benchmark::State& state) {
+  RunCancel<Q>(state, true);
+}
+
+template <class Q>
+void BM_Ours_Schedule_RealClock(benchmark::State& state) {
+  RunSchedule<Q>(state, false);
+}
+
+template <class Q>
+void BM_Ours_Cancel_RealClock(benchmark::State& state) {
+  RunCancel<Q>(state, false);
 }
 
 template <class Q>
@@ -159,45 +185,6 @@ void BM_Ours_FireDue(benchmark::State& state) {
   }
   if (!allFired) state.SkipWithError("not every timer fired");
   ReportPerOp(state, n);
-}
-
-/// Schedule on the real wall clock (no fake clock installed).
-template <class Q>
-void BM_Ours_Schedule_RealClock(benchmark::State& state) {
-  const size_t n = static_cast<size_t>(state.range(0));
-  const Workload& w = GetWorkload(n);
-  std::vector<CountingHandler> handlers(n);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unique_ptr<Q> q(new Q(nullptr));
-    state.ResumeTiming();
-    FillQueue(*q, handlers, w);
-    state.PauseTiming();
-    q.reset();
-    for (auto& h : handlers) h.m_dwWheelSlot = 0xFFFFFFFFu;
-    state.ResumeTiming();
-  }
-  ReportPerOp(state, n);
-}
-
-/// Cancel on the real wall clock (the wheel reads it when a cancel makes it rescan).
-template <class Q>
-void BM_Ours_Cancel_RealClock(benchmark::State& state) {
-  const size_t n = static_cast<size_t>(state.range(0));
-  const Workload& w = GetWorkload(n);
-  std::vector<CountingHandler> handlers(n);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unique_ptr<Q> q(new Q(nullptr));
-    FillQueue(*q, handlers, w);
-    state.ResumeTiming();
-    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(q->CancelTimer(&handlers[idx]));
-    state.PauseTiming();
-    q.reset();
-    for (auto& h : handlers) h.m_dwWheelSlot = 0xFFFFFFFFu;
-    state.ResumeTiming();
-  }
-  ReportPerOp(state, w.cancelOrder.size());
 }
 
 #define CMUTIL_OUR_QUEUE_BENCHES(Q, MAXN)                                                                         \
