@@ -135,8 +135,9 @@ void ICmEvent::operator delete(void* aBlock, const std::nothrow_t&) noexcept { s
 
 void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign) { return ::operator new(aSize, aAlign); }
 
-void ICmEvent::operator delete(void* aBlock, size_t aSize, std::align_val_t aAlign) noexcept {
-  ::operator delete(aBlock, aSize, aAlign);
+// The unsized form: sized deallocation is not declared by every compiler mode.
+void ICmEvent::operator delete(void* aBlock, size_t, std::align_val_t aAlign) noexcept {
+  ::operator delete(aBlock, aAlign);
 }
 
 void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign, const std::nothrow_t&) noexcept {
