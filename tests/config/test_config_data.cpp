@@ -51,7 +51,7 @@ TEST(ConfigData, OnlyTheUnsigned64ConversionThrows) {
   EXPECT_EQ(0, text.ToInt());
   EXPECT_EQ(0ll, text.ToLonglong());
   EXPECT_THROW(text.ToUint64(), std::invalid_argument);
-  EXPECT_THROW(static_cast<unsigned long long>(text), std::invalid_argument);
+  EXPECT_THROW((void)static_cast<unsigned long long>(text), std::invalid_argument);
   EXPECT_THROW(ConfigData("99999999999999999999999").ToUint64(), std::out_of_range);
 }
 
