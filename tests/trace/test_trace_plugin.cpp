@@ -86,7 +86,16 @@ class PluginRouteTest : public ::testing::Test {
     cm_set_trace_option(m_option);
     set_external_trace_mask(m_mask);
   }
+  // Loads the test plug-in beside the library and starts counting what it receives.
+  void LoadPluginAndProbe() {
+    m_tvx->Init();
+    ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
+    m_probe.reset(new PluginProbe(bundle_path()));
+    ASSERT_TRUE(m_probe->ok());
+    m_probe->reset();
+  }
   CCmTvxTrace* m_tvx = nullptr;
+  std::unique_ptr<PluginProbe> m_probe;
   int m_option = 0;
   int m_mask = 0;
 };
@@ -113,11 +122,8 @@ TEST_F(PluginRouteTest, LevelMap) {
 
 TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
-  m_tvx->Init();
-  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
-  PluginProbe probe(bundle_path());
-  ASSERT_TRUE(probe.ok());
-  probe.reset();
+  ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
+  PluginProbe& probe = *m_probe;
   util_adapter_trace(1, "UTIL", "a warning", 9);
   util_adapter_trace(0, "UTIL", "an error", 8);
   util_adapter_trace(7, "UTIL", "level seven", 11);
@@ -165,11 +171,8 @@ void counting_sink(int, const char*, int) { ++g_sinkCalls; }
 
 TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
-  m_tvx->Init();
-  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
-  PluginProbe probe(bundle_path());
-  ASSERT_TRUE(probe.ok());
-  probe.reset();
+  ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
+  PluginProbe& probe = *m_probe;
   // Text followed by more text: only the first five characters are the message.
   const char longer[] = "abcdeFOLLOWING";
   util_adapter_trace(2, "UTIL", longer, 5);
@@ -186,11 +189,8 @@ TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
 
 TEST_F(PluginRouteTest, SinkIsIgnoredWithoutItsBit) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
-  m_tvx->Init();
-  ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
-  PluginProbe probe(bundle_path());
-  ASSERT_TRUE(probe.ok());
-  probe.reset();
+  ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
+  PluginProbe& probe = *m_probe;
   g_sinkCalls = 0;
   CmTraceSink previous = g_util_trace_sink.load();
   set_util_external_trace_sink(&counting_sink);
