@@ -11,7 +11,7 @@ cd "$(dirname "$0")"
 
 PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev pkg-config libgtest-dev libgmock-dev
           libbenchmark-dev libboost-dev libuv1-dev libspdlog-dev nlohmann-json3-dev rapidjson-dev
-          libcurl4-openssl-dev)
+          libcurl4-openssl-dev pci.ids libproc2-dev iproute2 util-linux)
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
 JOBS=${JOBS:-$(nproc)}
 
