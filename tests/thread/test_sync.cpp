@@ -143,8 +143,11 @@ TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
   CCmMutexThread mutex;
   CCmConditionVariableThread cond(mutex);
   mutex.Lock();
-  CCmTimeValue tv(0L, 20000L);
-  EXPECT_EQ(CM_ERROR_TIMEOUT, cond.Wait(&tv));
+  // A negative part in either field counts as "no wait", never as an invalid time.
+  for (const CCmTimeValue& tv : {CCmTimeValue(0L, 20000L), CCmTimeValue(0L, -999999L), CCmTimeValue(-5L, 0L)}) {
+    CCmTimeValue copy(tv);
+    EXPECT_EQ(CM_ERROR_TIMEOUT, cond.Wait(&copy)) << tv.GetSec() << "s " << tv.GetUsec() << "us";
+  }
   mutex.UnLock();
 
   bool ready = false;

@@ -69,9 +69,15 @@ class HeartBeatTest : public ::testing::Test {
 };
 
 TEST_F(HeartBeatTest, DelayFollowsTheNextTimer) {
-  EXPECT_EQ(10u, DelayAfterTimer(3));
-  EXPECT_EQ(45u, DelayAfterTimer(40));
-  EXPECT_EQ(1000u, DelayAfterTimer(5000));
+  // Under 6 ms: a 10 ms floor; else 5 ms slack; capped at one second from 1001 on.
+  const struct {
+    long timerMs;
+    unsigned int askedMs;
+  } cases[] = {{3, 10}, {5, 10}, {6, 11}, {40, 45}, {994, 999}, {995, 1000}, {996, 1000}, {5000, 1000}};
+  for (const auto& c : cases) {
+    clock.AdvanceMs(1);  // a new earliest each time
+    EXPECT_EQ(c.askedMs, DelayAfterTimer(c.timerMs)) << c.timerMs;
+  }
 }
 
 TEST_F(HeartBeatTest, OneCutInAHundredIsTraced) {
