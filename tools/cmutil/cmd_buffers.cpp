@@ -23,14 +23,14 @@ const char kB64Usage[] =
     "b64 encode|decode [file]\n"
     "  encode: writes the Base64 text of the bytes of file (or standard input) and a line break\n"
     "  decode: writes the bytes that the Base64 text encodes; line breaks are removed first,\n"
-    "          decoding stops at the first other character outside the alphabet";
+    "          any other byte outside the alphabet and its \"=\" padding is refused (exit 1)";
 const char kCrcUsage[] = "crc16 [file]\n  writes the CRC-16 (start value 0) of the bytes of file (or standard input)";
 
 /// Opens `path` for reading ("-" or null: standard input); null after reporting a failure.
 FILE* OpenInput(const char* path) {
   if (!path || std::strcmp(path, "-") == 0) return stdin;
   FILE* f = std::fopen(path, "rb");
-  if (!f) std::fprintf(stderr, "cmutil: cannot open %s: %s\n", path, std::strerror(errno));
+  if (!f) std::fprintf(stderr, "cmutil: cannot read %s: %s\n", path, std::strerror(errno));
   return f;
 }
 
@@ -53,6 +53,17 @@ bool ReadAll(const char* path, std::string& out) {
   return ReadChunks(path, [&out](const char* data, size_t n) { out.append(data, n); });
 }
 
+/// Offset of the first byte of `text` outside the Base64 alphabet and its "=" padding
+/// (blanks around the text allowed), or npos when the whole text decodes.
+size_t FirstNonBase64(const std::string& text) {
+  const size_t begin = text.find_first_not_of(" \t");
+  if (begin == std::string::npos) return std::string::npos;
+  const size_t end = text.find_last_not_of(" \t") + 1;
+  static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
+  const size_t bad = text.find_first_not_of(kAlphabet, begin);
+  return bad < end ? bad : std::string::npos;
+}
+
 int RunB64(int argc, char** argv) {
   if (argc < 2 || argc > 3 || (std::strcmp(argv[1], "encode") != 0 && std::strcmp(argv[1], "decode") != 0)) {
     std::fprintf(stderr, "usage: cmutil %s\n", kB64Usage);
@@ -69,6 +80,12 @@ int RunB64(int argc, char** argv) {
     text.reserve(input.size());
     for (char c : input)
       if (c != '\n' && c != '\r') text.push_back(c);
+    const size_t bad = FirstNonBase64(text);
+    if (bad != std::string::npos) {
+      std::fprintf(stderr, "cmutil: b64: not Base64 text: byte 0x%02x at offset %zu\n",
+                   static_cast<unsigned char>(text[bad]), bad);
+      return 1;
+    }
     CM_Base64Decode(text.c_str(), out);
   }
   if (std::fwrite(out.data(), 1, out.size(), stdout) != out.size()) return 1;

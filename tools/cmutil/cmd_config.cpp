@@ -1,8 +1,11 @@
 // Configuration commands (ini, json) and the configuration / trace-file demo.
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <string>
 
@@ -14,17 +17,39 @@
 
 namespace {
 
-const char kIniUsage[] = "cmutil ini <file> <section> <key>   print the value of key in section of an INI file";
-const char kJsonUsage[] = "cmutil json <file>                  parse a JSON file and print it re-serialised";
+const char kIniUsage[] = "ini <file> <section> <key>\n  writes the value of key in section of an INI file";
+const char kJsonUsage[] =
+    "json <file>\n  parses a JSON object or array from file (\"-\": standard input) and writes it re-serialised";
+
+/// Reads all of `path` (\"-\": standard input) into `out`; false after one message on stderr.
+bool ReadText(const char* path, std::string& out) {
+  std::ifstream file;
+  std::istream* in = &std::cin;
+  if (std::strcmp(path, "-") != 0) {
+    file.open(path, std::ios::binary);
+    in = &file;
+  }
+  if (!*in) {
+    std::fprintf(stderr, "cmutil: cannot read %s: %s\n", path, std::strerror(errno));
+    return false;
+  }
+  out.assign(std::istreambuf_iterator<char>(*in), std::istreambuf_iterator<char>());
+  return true;
+}
 
 int ini_command(int argc, char** argv) {
   if (argc != 4) {
-    std::fprintf(stderr, "usage: %s\n", kIniUsage);
+    std::fprintf(stderr, "usage: cmutil %s\n", kIniUsage);
     return 2;
+  }
+  std::ifstream probe(argv[1], std::ios::binary);
+  if (!probe) {
+    std::fprintf(stderr, "cmutil: cannot read %s: %s\n", argv[1], std::strerror(errno));
+    return 1;
   }
   char value[257] = {0};
   if (!get_string_param_from_ini_force(argv[1], argv[2], argv[3], value, sizeof value - 1)) {
-    std::fprintf(stderr, "%s: [%s] %s not found\n", argv[1], argv[2], argv[3]);
+    std::fprintf(stderr, "cmutil: %s: [%s] %s not found\n", argv[1], argv[2], argv[3]);
     return 1;
   }
   std::printf("%s\n", value);
@@ -33,18 +58,14 @@ int ini_command(int argc, char** argv) {
 
 int json_command(int argc, char** argv) {
   if (argc != 2) {
-    std::fprintf(stderr, "usage: %s\n", kJsonUsage);
+    std::fprintf(stderr, "usage: cmutil %s\n", kJsonUsage);
     return 2;
   }
-  std::ifstream in(argv[1], std::ios::binary);
-  if (!in) {
-    std::fprintf(stderr, "%s: cannot be read\n", argv[1]);
-    return 1;
-  }
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::string text;
+  if (!ReadText(argv[1], text)) return 1;
   json::Value value = json::Deserialize(text);
   if (value.IsNull()) {
-    std::fprintf(stderr, "%s: not a JSON object or array\n", argv[1]);
+    std::fprintf(stderr, "cmutil: %s: not a JSON object or array\n", argv[1]);
     return 1;
   }
   std::printf("%s\n", json::Serialize(value).c_str());

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <mutex>
@@ -24,12 +26,12 @@
 
 namespace {
 
-const char kUrlUsage[] = "cmutil url <text>                   print the fields of both URL parsers";
-const char kImageUsage[] = "cmutil image <file>...              print each image's format and pixel size";
+const char kUrlUsage[] = "url <text>\n  writes the fields as each of the two URL parsers reads them";
+const char kImageUsage[] = "image <file>...\n  writes each image's format and pixel size (GIF, PNG, baseline JPEG)";
 
 int url_command(int argc, char** argv) {
   if (argc != 2) {
-    std::fprintf(stderr, "usage: %s\n", kUrlUsage);
+    std::fprintf(stderr, "usage: cmutil %s\n", kUrlUsage);
     return 2;
   }
   const CCmString text = argv[1];
@@ -67,16 +69,32 @@ int url_command(int argc, char** argv) {
   return failures == 2 ? 1 : 0;
 }
 
+/// The reason an image's size was not read, for the one message on stderr.
+const char* WhyNotRecognised(const std::vector<unsigned char>& bytes) {
+  if (bytes.size() < 2 || bytes[0] != 0xFF || bytes[1] != 0xD8) return "not a GIF, PNG or JPEG file";
+  // Walk the marker segments up to the first frame header.
+  size_t i = 2;
+  while (i + 3 < bytes.size() && bytes[i] == 0xFF) {
+    const unsigned char marker = bytes[i + 1];
+    const bool frame = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (frame && marker != 0xC0)
+      return "a JPEG whose frame is not baseline (progressive or extended); only baseline JPEG sizes are read";
+    if (frame || marker == 0xDA) break;
+    i += 2 + ((static_cast<size_t>(bytes[i + 2]) << 8) | bytes[i + 3]);
+  }
+  return "a JPEG without a readable baseline frame header";
+}
+
 int image_command(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s\n", kImageUsage);
+    std::fprintf(stderr, "usage: cmutil %s\n", kImageUsage);
     return 2;
   }
   int failures = 0;
   for (int i = 1; i < argc; ++i) {
     std::ifstream in(argv[i], std::ios::binary);
     if (!in) {
-      std::printf("%s: cannot read\n", argv[i]);
+      std::fprintf(stderr, "cmutil: cannot read %s: %s\n", argv[i], std::strerror(errno));
       ++failures;
       continue;
     }
@@ -94,7 +112,7 @@ int image_command(int argc, char** argv) {
     if (format) {
       std::printf("%s: %s %ux%u\n", argv[i], format, w, h);
     } else {
-      std::printf("%s: not recognised (GIF, PNG and baseline JPEG are)\n", argv[i]);
+      std::fprintf(stderr, "cmutil: %s: not recognised: %s\n", argv[i], WhyNotRecognised(bytes));
       ++failures;
     }
   }

@@ -129,7 +129,7 @@ int CmdThreads(int argc, char** argv) {
 
 }  // namespace
 
-CMUTIL_REGISTER_COMMAND(
-    "threads", "cmutil threads [seconds] [timer-ms] [in-flight]  two task threads exchanging events, with a timer",
-    CmdThreads);
+CMUTIL_REGISTER_COMMAND("threads",
+                        "threads [seconds] [timer-ms] [in-flight]\n  two task threads exchanging events, with a timer",
+                        CmdThreads);
 CMUTIL_REGISTER_DEMO(20, "threads", DemoThreads);

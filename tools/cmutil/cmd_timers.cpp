@@ -250,14 +250,15 @@ int TimersDemo() {
 
 int TimerPeriodsCommand(int argc, char** argv) {
   if (argc < 2 || argc > 4) {
-    std::fprintf(stderr, "usage: %s <queue type 1|2|3> [interval ms, default 20] [count, default 10]\n", argv[0]);
+    std::fprintf(stderr, "usage: cmutil %s <queue type 1|2|3> [interval ms, default 20] [count, default 10]\n",
+                 argv[0]);
     return 2;
   }
   const long type = std::strtol(argv[1], nullptr, 10);
   const long interval = argc > 2 ? std::strtol(argv[2], nullptr, 10) : 20;
   const long count = argc > 3 ? std::strtol(argv[3], nullptr, 10) : 10;
   if (type < 1 || type > 3 || interval < 1 || interval > 10000 || count < 2 || count > 1000) {
-    std::fprintf(stderr, "usage: %s <queue type 1|2|3> [interval ms 1..10000] [count 2..1000]\n", argv[0]);
+    std::fprintf(stderr, "usage: cmutil %s <queue type 1|2|3> [interval ms 1..10000] [count 2..1000]\n", argv[0]);
     return 2;
   }
   return RunPeriods(static_cast<unsigned int>(type), static_cast<unsigned int>(interval),
@@ -268,5 +269,5 @@ int TimerPeriodsCommand(int argc, char** argv) {
 
 CMUTIL_REGISTER_DEMO(30, "timers: periods on every queue type and a heartbeat thread, foreign cancel", TimersDemo);
 CMUTIL_REGISTER_COMMAND("timer-periods",
-                        "cmutil timer-periods <type 1|2|3> [ms] [count]  observed periods of a timer on a task thread",
+                        "timer-periods <type 1|2|3> [ms] [count]\n  observed periods of a timer on a task thread",
                         TimerPeriodsCommand);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "CmCommand.h"
 #include "cmutil/base/CmUtilInit.h"
@@ -22,14 +23,26 @@ std::vector<CmToolDemo>& cm_tool_demos() {
 
 namespace {
 
+/// One command's entry: its synopsis line, then its description lines, indented alike.
+/// A synopsis that starts with the program's name has it left out.
+void print_entry(FILE* out, std::string usage) {
+  if (usage.compare(0, 7, "cmutil ") == 0) usage.erase(0, 7);
+  size_t start = 0;
+  while (start <= usage.size()) {
+    const size_t end = std::min(usage.find('\n', start), usage.size());
+    std::fprintf(out, "  %s\n", usage.substr(start, end - start).c_str());
+    start = end + 1;
+  }
+}
+
 void print_usage(FILE* out) {
   std::fprintf(out, "usage: cmutil <command> [arguments]\n\ncommands:\n");
-  std::fprintf(out, "  %-8s %s\n", "help", "this text");
-  std::fprintf(out, "  %-8s %s\n", "version", "print the library version");
-  std::fprintf(out, "  %-8s %s\n", "demo", "run every demo section of the library");
+  print_entry(out, "help\n  this text");
+  print_entry(out, "version\n  writes the library version");
+  print_entry(out, "demo\n  runs every demo section of the library");
   auto commands = cm_tool_commands();
   std::sort(commands.begin(), commands.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
-  for (const auto& command : commands) std::fprintf(out, "  %-8s %s\n", command.name.c_str(), command.usage.c_str());
+  for (const auto& command : commands) print_entry(out, command.usage);
 }
 
 int run_demo(int argc, char**) {
