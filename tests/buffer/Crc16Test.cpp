@@ -27,21 +27,6 @@ TEST(Crc16, CheckValue) {
   EXPECT_EQ(0xBB3D, crc);
 }
 
-TEST(Crc16, TablesHoldLowAndHighBytes) {
-  unsigned char one = 0;
-  unsigned short crc = 0;
-  CalcCRC16(crc, &one, 1);  // makes sure the tables exist
-  EXPECT_EQ(0x00, CRC16_H_TABLE[0]);
-  EXPECT_EQ(0x00, CRC16_L_TABLE[0]);
-  // Table value of index 1 is 0xC0C1, of index 0x80 is 0xA001.
-  EXPECT_EQ(0xC1, CRC16_H_TABLE[1]);
-  EXPECT_EQ(0xC0, CRC16_L_TABLE[1]);
-  EXPECT_EQ(0x01, CRC16_H_TABLE[0x80]);
-  EXPECT_EQ(0xA0, CRC16_L_TABLE[0x80]);
-  GenerateCRCTable();  // idempotent
-  EXPECT_EQ(0xC1, CRC16_H_TABLE[1]);
-}
-
 TEST(Crc16, RunningValueAcrossPiecesAndAllLengths) {
   std::mt19937 rng(99);
   std::vector<unsigned char> data(3000);

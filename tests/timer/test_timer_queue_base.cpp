@@ -1,5 +1,6 @@
-// The shared timer algorithm on the default (ordered-list) queue with a fake clock:
-// expiry, re-arming, counts, replacement, cancelling, clock jumps and the factory.
+// The default (ordered-list) queue through the base interface with a fake clock: refusal
+// texts, remaining-time outputs, clock jumps, foreign cancel and the factory. Expiry,
+// re-arming, counts and replacement over every variant are in the typed suite.
 
 #include <gtest/gtest.h>
 
@@ -35,22 +36,6 @@ TEST(CCmTimerQueueBaseTest, RefusalsCarryAssertionTexts) {
   EXPECT_EQ(CCmTimeValue::get_tvMax(), queue->GetEarliestTime());
 }
 
-TEST(CCmTimerQueueBaseTest, OneShotZeroIntervalFiresOnceOnNextCheck) {
-  FakeTimerClock clock;
-  auto queue = MakeQueue();
-  std::vector<Firing> log;
-  RecordingHandler h("h", &log);
-  int arg = 0;
-  ASSERT_EQ(CM_OK, queue->ScheduleTimer(&h, &arg, CCmTimeValue(0L, 0L), 1));
-  CCmTimeValue remain;
-  EXPECT_EQ(1, queue->CheckExpire(&remain));
-  ASSERT_EQ(1u, log.size());
-  EXPECT_EQ(&arg, log[0].arg);
-  EXPECT_EQ(clock.Now(), log[0].at);
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-  EXPECT_EQ(0, queue->CheckExpire(&remain));
-}
-
 TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
   FakeTimerClock clock;
   auto queue = MakeQueue();
@@ -67,81 +52,6 @@ TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
   clock.AdvanceMs(1);  // due exactly now: fires
   EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
   EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
-}
-
-TEST(CCmTimerQueueBaseTest, MissedPeriodsSkippedToNextMultiple) {
-  FakeTimerClock clock;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
-  CCmTimeValue start = clock.Now();
-  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
-  clock.AdvanceMs(350);
-  CCmTimeValue earliest;
-  EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
-  EXPECT_EQ(1, h.Count());
-  EXPECT_EQ(start + CCmTimeValue(0L, 400000L), earliest);
-  clock.AdvanceMs(50);
-  EXPECT_EQ(1, queue->CheckExpire(nullptr, &earliest));
-  EXPECT_EQ(start + CCmTimeValue(0L, 500000L), earliest);
-}
-
-TEST(CCmTimerQueueBaseTest, CountedTimerRunsOut) {
-  FakeTimerClock clock;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
-  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 3);
-  CCmTimeValue remain;
-  for (int i = 0; i < 5; ++i) {
-    clock.AdvanceMs(1000);
-    queue->CheckExpire(&remain);
-  }
-  EXPECT_EQ(3, h.Count());
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&h));
-}
-
-TEST(CCmTimerQueueBaseTest, ReplacementKeepsOneTimerWithNewValues) {
-  FakeTimerClock clock;
-  CountingObserver observer;
-  auto queue = MakeQueue(&observer);
-  RecordingHandler h("h", nullptr);
-  int a = 1, b = 2;
-  std::vector<Firing> log;
-  RecordingHandler g("g", &log);
-  EXPECT_EQ(CM_OK, queue->ScheduleTimer(&g, &a, CCmTimeValue(5L), 1));
-  EXPECT_EQ(1, observer.Count("TimerQueue"));
-  EXPECT_EQ(0x46004136, queue->ScheduleTimer(&g, &b, CCmTimeValue(2L), 2));
-  EXPECT_EQ(1, observer.Count("TimerQueue"));  // the queue was not empty
-  for (int i = 0; i < 6; ++i) {
-    clock.AdvanceMs(1000);
-    queue->CheckExpire();
-  }
-  ASSERT_EQ(2u, log.size());
-  EXPECT_EQ(&b, log[0].arg);
-  EXPECT_EQ(&b, log[1].arg);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue->CancelTimer(&g));
-  EXPECT_EQ(0, h.Count());
-}
-
-TEST(CCmTimerQueueBaseTest, SelfCancelInsideOnTimeout) {
-  FakeTimerClock clock;
-  auto queue = MakeQueue();
-  RecordingHandler repeating("r", nullptr);
-  RecordingHandler oneShot("o", nullptr);
-  CmResult repeatingCancel = CM_ERROR_GENERIC;
-  CmResult oneShotCancel = CM_ERROR_GENERIC;
-  repeating.SetAction([&](RecordingHandler* self) { repeatingCancel = queue->CancelTimer(self); });
-  oneShot.SetAction([&](RecordingHandler* self) { oneShotCancel = queue->CancelTimer(self); });
-  queue->ScheduleTimer(&repeating, nullptr, CCmTimeValue(1L), 0);
-  queue->ScheduleTimer(&oneShot, nullptr, CCmTimeValue(1L), 1);
-  for (int i = 0; i < 3; ++i) {
-    clock.AdvanceMs(1000);
-    queue->CheckExpire();
-  }
-  EXPECT_EQ(1, repeating.Count());
-  EXPECT_EQ(1, oneShot.Count());
-  EXPECT_EQ(CM_OK, repeatingCancel);             // its node was already back in the queue
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotCancel);  // its node was gone
 }
 
 TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
