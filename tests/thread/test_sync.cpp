@@ -150,18 +150,21 @@ TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
   }
   mutex.UnLock();
 
-  bool ready = false;
-  std::thread t([&] {
-    mutex.Lock();
-    ready = true;
-    cond.Signal();
-    mutex.UnLock();
-  });
-  mutex.Lock();
+  // Woken by a signal, with and without a time-out.
   CCmTimeValue longWait(10L);
-  while (!ready) ASSERT_EQ(CM_OK, cond.Wait(&longWait));
-  mutex.UnLock();
-  t.join();
+  for (CCmTimeValue* timeout : {&longWait, static_cast<CCmTimeValue*>(nullptr)}) {
+    bool ready = false;
+    mutex.Lock();  // held until the wait below, so the wait always happens
+    std::thread t([&] {
+      mutex.Lock();
+      ready = true;
+      cond.Signal();
+      mutex.UnLock();
+    });
+    while (!ready) ASSERT_EQ(CM_OK, cond.Wait(timeout));
+    mutex.UnLock();
+    t.join();
+  }
 }
 
 TEST(CmEventThreadTest, AutoResetSignalLetsExactlyOneWaitThrough) {
