@@ -1,120 +1,66 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "cmutil/url/CmUri.h"
 
 namespace {
 
-TEST(CmUriParse, StunTakesHostDirectlyWithDefaultPort) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("stun:10.0.0.1"));
-  EXPECT_EQ("stun", uri.GetScheme());
-  EXPECT_EQ("10.0.0.1", uri.GetHostName());
-  EXPECT_EQ(3478, uri.GetPort());
-  EXPECT_EQ("", uri.GetPath());
-  EXPECT_EQ("10.0.0.1", uri.GetNameAndPort());
-
-  ASSERT_TRUE(uri.Parse("STUN:stun.example:19302"));
-  EXPECT_EQ("stun.example", uri.GetHostName());
-  EXPECT_EQ(19302, uri.GetPort());
-  EXPECT_EQ("stun.example:19302", uri.GetNameAndPort());
+/// Every parsed field in one line: scheme|user|password|host|port|path|query|fragment|name:port.
+std::string Fields(const CCmUri& uri) {
+  return uri.GetScheme() + "|" + uri.GetUsername() + "|" + uri.GetPassword() + "|" + uri.GetHostName() + "|" +
+         std::to_string(uri.GetPort()) + "|" + uri.GetPath() + "|" + uri.GetQuery() + "|" + uri.GetFragment() + "|" +
+         uri.GetNameAndPort();
 }
 
-TEST(CmUriParse, SchemeLowerCasedQueryKeptFragmentLowerCased) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("HTTP://10.0.0.1/a?X=1#Top"));
-  EXPECT_EQ("http", uri.GetScheme());
-  EXPECT_EQ("10.0.0.1", uri.GetHostName());
-  EXPECT_EQ(80, uri.GetPort());
-  EXPECT_EQ("/a", uri.GetPath());
-  EXPECT_EQ("X=1", uri.GetQuery());
-  EXPECT_EQ("top", uri.GetFragment());
-  EXPECT_EQ("HTTP://10.0.0.1/a?X=1#Top", uri.GetInputUrl());
-}
-
-TEST(CmUriParse, FragmentIsCutBeforeQuery) {
-  CCmUri uri;
-  // "?" after "#" belongs to the fragment; the first "#" and first "?" split.
-  ASSERT_TRUE(uri.Parse("https://h/p#F?q=1"));
-  EXPECT_EQ("f?q=1", uri.GetFragment());
-  EXPECT_EQ("", uri.GetQuery());
-  EXPECT_EQ("/p", uri.GetPath());
-
-  ASSERT_TRUE(uri.Parse("https://h/p?a=1?b=2#x#y"));
-  EXPECT_EQ("a=1?b=2", uri.GetQuery());
-  EXPECT_EQ("x#y", uri.GetFragment());
-}
-
-TEST(CmUriParse, UserInfoPortPathQuery) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("wss://alice:s3cr:et@media.example.com:8443/room/1?token=AbC#Frag"));
-  EXPECT_EQ("wss", uri.GetScheme());
-  EXPECT_EQ("alice", uri.GetUsername());
-  EXPECT_EQ("s3cr:et", uri.GetPassword());  // split at the first ":"
-  EXPECT_EQ("media.example.com", uri.GetHostName());
-  EXPECT_EQ("media.example.com", uri.GetHostNameRef());
-  EXPECT_EQ(8443, uri.GetPort());
-  EXPECT_EQ("/room/1", uri.GetPath());
-  EXPECT_EQ("token=AbC", uri.GetQuery());
-  EXPECT_EQ("frag", uri.GetFragment());
-  EXPECT_EQ("media.example.com:8443", uri.GetNameAndPort());
-}
-
-TEST(CmUriParse, UserWithoutPasswordAndFirstAtSplits) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("http://bob@h@x/"));
-  EXPECT_EQ("bob", uri.GetUsername());
-  EXPECT_EQ("", uri.GetPassword());
-  EXPECT_EQ("h@x", uri.GetHostName());
-  uri.SetUsername("u");
-  uri.SetPassword("p");
-  EXPECT_EQ("u", uri.GetUsername());
-  EXPECT_EQ("p", uri.GetPassword());
-}
-
-TEST(CmUriParse, BracketedIpv6HostWithPort) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("http://[2001:db8::1]:8080/x"));
-  EXPECT_EQ("2001:db8::1", uri.GetHostName());
-  EXPECT_EQ(8080, uri.GetPort());
-  EXPECT_EQ("/x", uri.GetPath());
-}
-
-TEST(CmUriParse, OpaqueSchemeKeepsRestAsPath) {
-  CCmUri uri;
-  ASSERT_TRUE(uri.Parse("sip:[::1]:5060"));
-  EXPECT_EQ("sip", uri.GetScheme());
-  EXPECT_EQ("[::1]:5060", uri.GetPath());
-  EXPECT_EQ("", uri.GetHostName());
-  EXPECT_EQ(0, uri.GetPort());
-
-  ASSERT_TRUE(uri.Parse("mailto:Someone@Example.com?subject=Hi#X"));
-  EXPECT_EQ("Someone@Example.com", uri.GetPath());
-  EXPECT_EQ("subject=Hi", uri.GetQuery());
-  EXPECT_EQ("x", uri.GetFragment());
-}
-
-TEST(CmUriParse, DefaultPortsByScheme) {
-  struct Case {
+TEST(CmUriParse, FieldsOfAcceptedTexts) {
+  const struct {
     const char* text;
-    unsigned short port;
-  } cases[] = {{"http://h", 80}, {"ws://h", 80},    {"https://h", 443},
-               {"wss://h", 443}, {"file://h/x", 0}, {"http://h:0/", 80}};
-  for (const Case& c : cases) {
+    const char* fields;
+  } cases[] = {
+      // stun takes the host directly, with its default port
+      {"stun:10.0.0.1", "stun|||10.0.0.1|3478||||10.0.0.1"},
+      {"STUN:stun.example:19302", "stun|||stun.example|19302||||stun.example:19302"},
+      // scheme and fragment lower-cased, query kept
+      {"HTTP://10.0.0.1/a?X=1#Top", "http|||10.0.0.1|80|/a|X=1|top|10.0.0.1"},
+      // the first "#" and the first "?" split; a "?" after "#" belongs to the fragment
+      {"https://h/p#F?q=1", "https|||h|443|/p||f?q=1|h"},
+      {"https://h/p?a=1?b=2#x#y", "https|||h|443|/p|a=1?b=2|x#y|h"},
+      // user information split at the first ":" and the first "@"
+      {"wss://alice:s3cr:et@media.example.com:8443/room/1?token=AbC#Frag",
+       "wss|alice|s3cr:et|media.example.com|8443|/room/1|token=AbC|frag|media.example.com:8443"},
+      {"http://bob@h@x/", "http|bob||h@x|80|/|||h@x"},
+      {"http://[2001:db8::1]:8080/x", "http|||2001:db8::1|8080|/x|||2001:db8::1:8080"},
+      // opaque schemes keep the rest as the path
+      {"sip:[::1]:5060", "sip||||0|[::1]:5060|||"},
+      {"mailto:Someone@Example.com?subject=Hi#X", "mailto||||0|Someone@Example.com|subject=Hi|x|"},
+      // default ports by scheme; name:port hides only the default one
+      {"ws://h", "ws|||h|80||||h"},
+      {"wss://h", "wss|||h|443||||h"},
+      {"file://h/x", "file|||h|0|/x|||h"},
+      {"http://h:0/", "http|||h|80|/|||h"},
+      {"https://secure.example:443/", "https|||secure.example|443|/|||secure.example"},
+      {"https://secure.example:444/", "https|||secure.example|444|/|||secure.example:444"},
+  };
+  for (const auto& c : cases) {
     CCmUri uri;
     ASSERT_TRUE(uri.Parse(c.text)) << c.text;
-    EXPECT_EQ(c.port, uri.GetPort()) << c.text;
+    EXPECT_EQ(c.fields, Fields(uri)) << c.text;
+    EXPECT_EQ(c.text, uri.GetInputUrl());
+    EXPECT_EQ(uri.GetHostName(), uri.GetHostNameRef());
   }
   EXPECT_EQ(3478, CCmUri::GetDefaultPort("stun"));
   EXPECT_EQ(0, CCmUri::GetDefaultPort("HTTP"));  // exact comparison on the lower-cased scheme
   EXPECT_EQ(0, CCmUri::GetDefaultPort("sip"));
 }
 
-TEST(CmUriParse, NameAndPortHidesDefaultPort) {
+TEST(CmUriParse, SettersReplaceUserInformation) {
   CCmUri uri;
-  ASSERT_TRUE(uri.Parse("https://secure.example:443/"));
-  EXPECT_EQ("secure.example", uri.GetNameAndPort());
-  ASSERT_TRUE(uri.Parse("https://secure.example:444/"));
-  EXPECT_EQ("secure.example:444", uri.GetNameAndPort());
+  ASSERT_TRUE(uri.Parse("http://bob@h@x/"));
+  uri.SetUsername("u");
+  uri.SetPassword("p");
+  EXPECT_EQ("u", uri.GetUsername());
+  EXPECT_EQ("p", uri.GetPassword());
 }
 
 TEST(CmUriParse, Failures) {
