@@ -440,112 +440,57 @@ class CountingTask : public CCmThreadTaskWithEventQueueOnly {
   }
 };
 
-class DeleteOnceTest : public ::testing::Test {
- protected:
-  void SetUp() override {
+// Every ownership path deletes the thread object exactly once: by Destory once the
+// thread has ended (joined or not), or by the ending thread when Destory came first
+// (detached, or joinable with late delete). Flags 3 (both bits) mean joinable.
+TEST(CmThreadDeleteOnce, EveryOwnershipPathDeletesOnce) {
+  enum class End { Joined, EndedAlone, StillRunning };
+  const struct {
+    const char* name;
+    int flags;
+    bool lateDelete;
+    End end;
+    bool detached;
+  } cases[] = {
+      {"t-join", TF_JOINABLE, false, End::Joined, false},
+      {"t-det", TF_DETACHED, false, End::StillRunning, true},
+      {"t-det2", TF_DETACHED, false, End::EndedAlone, true},
+      {"t-late", TF_JOINABLE, true, End::StillRunning, false},
+      {"t-late2", TF_JOINABLE, true, End::Joined, false},
+      {"t-flag3", TF_JOINABLE | TF_DETACHED, false, End::Joined, false},
+      {"t-flag0", TF_NONE, false, End::Joined, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
     g_deleted = 0;
-    g_deletedWaiter = &m_waiter;
+    ThreadWaiter deleted(1);
+    g_deletedWaiter = &deleted;
+    CountingTask* task = new CountingTask;
+    task->SetLateDelete(c.lateDelete);
+    ASSERT_EQ(CM_OK, task->Create(c.name, 1, c.flags, false));
+    EXPECT_EQ(c.detached, task->IsDetached());
+    Gate gate;
+    if (c.end == End::StillRunning) gate.Block(task);
+    task->Stop(nullptr);
+    if (c.end == End::Joined) {
+      EXPECT_EQ(CM_OK, task->Join());
+      EXPECT_EQ(0u, static_cast<unsigned long>(task->GetThreadId()));  // joined: handle cleared
+    }
+    if (c.end == End::EndedAlone) {
+      while (!task->GetStopFlag())  // set by the ending thread just before it leaves
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(0, g_deleted.load());
+    task->Destory(0);
+    if (c.end == End::StillRunning) {
+      EXPECT_EQ(0, g_deleted.load());  // first party: the ending thread deletes
+      gate.Open();
+      ASSERT_TRUE(deleted.WaitUntilTimeout(kWaitMs));
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(1, g_deleted.load());
+    g_deletedWaiter = nullptr;
   }
-  void TearDown() override { g_deletedWaiter = nullptr; }
-  ThreadWaiter m_waiter{1};
-};
-
-TEST_F(DeleteOnceTest, JoinableDeletedByDestory) {
-  CountingTask* task = new CountingTask;
-  ASSERT_EQ(CM_OK, task->Create("t-join", 1, TF_JOINABLE, false));
-  task->Stop(nullptr);
-  task->Join();
-  EXPECT_EQ(0, g_deleted.load());
-  task->Destory(0);
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-TEST_F(DeleteOnceTest, DetachedDestoryBeforeEndLetsThreadDelete) {
-  CountingTask* task = new CountingTask;
-  ASSERT_EQ(CM_OK, task->Create("t-det", 1, TF_DETACHED, false));
-  Gate gate;
-  gate.Block(task);
-  task->Stop(nullptr);
-  task->Destory(0);  // the thread is still inside the gate
-  EXPECT_EQ(0, g_deleted.load());
-  gate.Open();
-  ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-TEST_F(DeleteOnceTest, DetachedEndedBeforeDestoryIsDeletedByDestory) {
-  CountingTask* task = new CountingTask;
-  ThreadWaiter stopped(1);
-  ASSERT_EQ(CM_OK, task->Create("t-det2", 1, TF_DETACHED, false));
-  task->Stop(nullptr);
-  while (!task->GetStopFlag())  // set by the ending thread just before it leaves
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  EXPECT_EQ(0, g_deleted.load());
-  task->Destory(0);
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-TEST_F(DeleteOnceTest, LateDeleteJoinableDeletedByLastParty) {
-  CountingTask* task = new CountingTask;
-  task->SetLateDelete(true);
-  ASSERT_EQ(CM_OK, task->Create("t-late", 1, TF_JOINABLE, false));
-  Gate gate;
-  gate.Block(task);
-  task->Stop(nullptr);
-  task->Destory(0);  // first party: not deleted yet
-  EXPECT_EQ(0, g_deleted.load());
-  gate.Open();  // the ending thread is the second party and deletes
-  ASSERT_TRUE(m_waiter.WaitUntilTimeout(kWaitMs));
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-TEST_F(DeleteOnceTest, LateDeleteAfterJoinDeletedByDestory) {
-  CountingTask* task = new CountingTask;
-  task->SetLateDelete(true);
-  ASSERT_EQ(CM_OK, task->Create("t-late2", 1, TF_JOINABLE, false));
-  task->Stop(nullptr);
-  task->Join();
-  EXPECT_EQ(0, g_deleted.load());
-  task->Destory(0);
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-// Flags 3 (both bits) mean joinable everywhere: Join waits for the thread and Destory
-// deletes at once.
-TEST_F(DeleteOnceTest, BothFlagBitsMeanJoinable) {
-  CountingTask* task = new CountingTask;
-  ASSERT_EQ(CM_OK, task->Create("t-flag3", 1, TF_JOINABLE | TF_DETACHED, false));
-  EXPECT_FALSE(task->IsDetached());
-  task->Stop(nullptr);
-  EXPECT_EQ(CM_OK, task->Join());
-  EXPECT_EQ(0u, static_cast<unsigned long>(task->GetThreadId()));  // joined: handle cleared
-  EXPECT_TRUE(task->GetStopFlag());
-  EXPECT_EQ(0, g_deleted.load());
-  task->Destory(0);
-  EXPECT_EQ(1, g_deleted.load());
-}
-
-TEST_F(DeleteOnceTest, OnlyFlagTwoIsDetached) {
-  CountingTask* joinable = new CountingTask;
-  ASSERT_EQ(CM_OK, joinable->Create("t-flag0", 1, TF_NONE, false));
-  EXPECT_FALSE(joinable->IsDetached());
-  joinable->Stop(nullptr);
-  joinable->Join();
-  joinable->Destory(0);
-  EXPECT_EQ(1, g_deleted.load());
-
-  g_deleted = 0;
-  ThreadWaiter deleted(1);
-  g_deletedWaiter = &deleted;
-  CountingTask* detached = new CountingTask;
-  ASSERT_EQ(CM_OK, detached->Create("t-flag2", 1, TF_DETACHED, false));
-  EXPECT_TRUE(detached->IsDetached());
-  detached->Stop(nullptr);
-  detached->Destory(0);
-  ASSERT_TRUE(deleted.WaitUntilTimeout(kWaitMs));
-  g_deletedWaiter = nullptr;
 }
 
 // Timers are not served once the queue is stopped, while the events posted before the
