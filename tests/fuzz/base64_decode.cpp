@@ -6,23 +6,10 @@
 #include <vector>
 
 #include "cmutil/buffer/CmBase64.h"
-#include "cmutil/trace/CmTrace.h"
-
-namespace {
-
-void QuietSink(int, const char*, int) {}
-
-struct Setup {
-  Setup() {
-    set_util_external_trace_sink(&QuietSink);
-    cm_set_trace_option(CM_TRACE_ROUTE_SINK);
-  }
-};
-
-}  // namespace
+#include "fuzz/FuzzQuietTrace.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Setup setup;
+  cm_fuzz_quiet_trace();
   if (size > 1 << 20) return 0;
   const std::string text(reinterpret_cast<const char*>(data), size);  // zero-terminated by c_str()
   CCmString decoded;

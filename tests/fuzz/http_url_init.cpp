@@ -6,21 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "cmutil/trace/CmTrace.h"
 #include "cmutil/url/CmHttpUrl.h"
-
-namespace {
-void DropTrace(int, const char*, int) {}
-}  // namespace
+#include "fuzz/FuzzQuietTrace.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool init = [] {
-    // Traces are still formatted (the failure path runs) but go nowhere.
-    set_util_external_trace_sink(&DropTrace);
-    cm_set_trace_option(CM_TRACE_ROUTE_SINK);
-    return true;
-  }();
-  (void)init;
+  cm_fuzz_quiet_trace();
   if (size == 0) return 0;
   const int encodeSize = data[0];
   const std::string text(reinterpret_cast<const char*>(data + 1), size - 1);

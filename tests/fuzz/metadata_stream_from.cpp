@@ -7,23 +7,10 @@
 #include <string>
 
 #include "cmutil/buffer/CmMetaData.h"
-#include "cmutil/trace/CmTrace.h"
-
-namespace {
-
-void QuietSink(int, const char*, int) {}
-
-struct Setup {
-  Setup() {
-    set_util_external_trace_sink(&QuietSink);
-    cm_set_trace_option(CM_TRACE_ROUTE_SINK);
-  }
-};
-
-}  // namespace
+#include "fuzz/FuzzQuietTrace.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Setup setup;
+  cm_fuzz_quiet_trace();
   if (size == 0 || size > 1 << 20) return 0;
   const unsigned int cut = data[0];
   const char* input = reinterpret_cast<const char*>(data + 1);
