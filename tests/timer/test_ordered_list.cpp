@@ -105,10 +105,12 @@ TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheF
   list.PushNode_l(Node(&b, 200, 2));
   list.ResetExpiredTime_l(CCmTimeValue(50L));  // a: 59, b: 52, still in the order a, b
   list.PushNode_l(Node(&c, 55));               // before the first node at 55 or later
+  RecordingHandler d("d", nullptr);
+  list.PushNode_l(Node(&d, 60));  // no node at 60 or later: at the end
   CCmTimerQueueBase::CNode n;
   std::vector<std::pair<ICmTimerHandler*, long>> order;
   while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
-  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 55}, {&a, 59}, {&b, 52}};
+  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 55}, {&a, 59}, {&b, 52}, {&d, 60}};
   EXPECT_EQ(expected, order);
   // Drained: sorted again, and a cancelled handler is gone for good.
   list.PushNode_l(Node(&a, 10));

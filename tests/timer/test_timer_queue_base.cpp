@@ -40,9 +40,12 @@ TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
   FakeTimerClock clock;
   auto queue = MakeQueue();
   RecordingHandler h("h", nullptr);
+  CCmTimeValue remain(1L), earliest(1L);
+  EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));  // empty: both outputs say "never"
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
   CCmTimeValue start = clock.Now();
   queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 250000L), 1);
-  CCmTimeValue remain, earliest;
   EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));
   EXPECT_EQ(CCmTimeValue(0L, 250000L), remain);
   EXPECT_EQ(start + CCmTimeValue(0L, 250000L), earliest);
