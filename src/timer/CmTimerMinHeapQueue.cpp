@@ -2,7 +2,7 @@
 
 #include "cmutil/timer/CmTimerMinHeapQueue.h"
 
-#include <utility>
+#include <cstdint>
 #include <vector>
 
 #include "cmutil/base/CmAssert.h"
@@ -11,64 +11,79 @@
 
 struct CCmTimerMinHeapQueue::Impl {
   std::vector<CNode> nodes;
-  CmTimerPtrSet pending;  // handlers present in nodes
+  CmTimerPtrMap<uint32_t> position;  // handler -> its node's index in nodes
 
   static bool later(const CNode& a, const CNode& b) { return a.m_tvExpired > b.m_tvExpired; }
 
-  void sift_up(size_t i) {
-    while (i > 0) {
-      const size_t parent = (i - 1) / 2;
-      if (!later(nodes[parent], nodes[i])) break;
-      std::swap(nodes[parent], nodes[i]);
-      i = parent;
-    }
+  /// Puts node into place i and records where its handler now lies.
+  void place(size_t i, const CNode& node) {
+    nodes[i] = node;
+    *position.find(node.m_pEh) = static_cast<uint32_t>(i);
   }
 
-  void sift_down(size_t i, size_t n) {
+  /// Moves the hole at i up past every later parent; returns where node belongs.
+  size_t hole_up(size_t i, const CNode& node) {
+    while (i > 0) {
+      const size_t parent = (i - 1) / 2;
+      if (!later(nodes[parent], node)) break;
+      place(i, nodes[parent]);
+      i = parent;
+    }
+    return i;
+  }
+
+  void sift_up(size_t i, const CNode& node) { place(hole_up(i, node), node); }
+
+  /// Moves the hole at i down until node fits among the first n nodes, then stores it.
+  void sift_down(size_t i, size_t n, const CNode& node) {
     for (;;) {
       const size_t left = 2 * i + 1;
       if (left >= n) break;
       size_t child = left;
       if (left + 1 < n && later(nodes[left], nodes[left + 1])) child = left + 1;
-      if (!later(nodes[i], nodes[child])) break;
-      std::swap(nodes[i], nodes[child]);
+      if (!later(node, nodes[child])) break;
+      place(i, nodes[child]);
       i = child;
     }
+    place(i, node);
   }
 
+  /// A new handler: one index insert, at its final place.
   void push(const CNode& node) {
-    nodes.push_back(node);
-    pending.insert(node.m_pEh);
-    sift_up(nodes.size() - 1);
+    nodes.emplace_back();
+    const size_t i = hole_up(nodes.size() - 1, node);
+    nodes[i] = node;
+    position.set(node.m_pEh, static_cast<uint32_t>(i));
   }
 
-  /// Removes the first node of aEh: erase it from the array (later nodes move down one
-  /// place), then rebuild the heap bottom-up. O(n).
-  bool remove(ICmTimerHandler* aEh) {
-    if (!pending.contains(aEh)) return false;
-    for (size_t i = 0; i < nodes.size(); ++i) {
-      if (nodes[i].m_pEh != aEh) continue;
-      nodes.erase(nodes.begin() + static_cast<std::ptrdiff_t>(i));
-      pending.erase(aEh);
-      const size_t n = nodes.size();
-      if (n > 1) {
-        for (size_t parent = n / 2; parent-- > 0;) sift_down(parent, n);
-      }
-      return true;
+  /// Takes the node at i out: the last node fills its place and moves up or down.
+  /// O(log n).
+  void remove_at(size_t i) {
+    position.erase(nodes[i].m_pEh);
+    const size_t last = nodes.size() - 1;
+    if (i != last) {
+      const CNode moved = nodes[last];
+      nodes.pop_back();
+      if (i > 0 && later(nodes[(i - 1) / 2], moved))
+        sift_up(i, moved);
+      else
+        sift_down(i, last, moved);
+      return;
     }
-    pending.erase(aEh);
-    return false;
+    nodes.pop_back();
+  }
+
+  /// Removes aEh's node, found through the position index.
+  bool remove(ICmTimerHandler* aEh) {
+    const uint32_t* at = position.find(aEh);
+    if (at == nullptr) return false;
+    remove_at(*at);
+    return true;
   }
 
   void pop(CNode& out) {
     out = nodes.front();
-    const size_t last = nodes.size() - 1;
-    if (last > 0) {
-      std::swap(nodes[0], nodes[last]);
-      sift_down(0, last);
-    }
-    nodes.pop_back();
-    pending.erase(out.m_pEh);
+    remove_at(0);
   }
 };
 

@@ -2,9 +2,9 @@
 /// Min-heap timer queue (CmQueueType 2).
 ///
 /// Timers live in a growable array kept as a two-child min-heap on their expiry.
-/// Scheduling a new handler and firing cost O(log n); cancelling a timer, or
-/// rescheduling one that is pending, removes its node from the array and rebuilds
-/// the heap, which is O(n). The order among equal expiries is unspecified.
+/// An index from handler to array position makes every operation O(log n):
+/// scheduling, firing, cancelling, and rescheduling a pending timer (which takes the
+/// old node out in place). The order among equal expiries is unspecified.
 /// Like every timer queue it belongs to one thread: schedule, cancel and
 /// CheckExpire only on the thread that owns it (see CmTimerQueueBase.h).
 
