@@ -21,7 +21,7 @@ TEST(CmHttpUrlInit, FieldsOfAcceptedTexts) {
     const char* text;
     const char* fields;
   } cases[] = {
-      // scheme lower-cased; the default port is left out of the spec
+      // scheme lower-cased; the default port is left out of the rebuilt URL text
       {"HTTPS://10.0.0.1:8443/a", "https|10.0.0.1|8443|443|/a|https://10.0.0.1:8443/a"},
       {"http://10.0.0.1", "http|10.0.0.1|80|80|/|http://10.0.0.1/"},
       {"http://example.org:80/x/y", "http|example.org|80|80|/x/y|http://example.org/x/y"},
