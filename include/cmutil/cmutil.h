@@ -58,3 +58,4 @@
 #include "cmutil/timer/CmTimerWrapperID.h"
 #include "cmutil/timer/CmTimerQueueCalendar.h"
 #include "cmutil/thread/CmThreadHeartBeat.h"
+#include "cmutil/system/CmSystemInfo.h"
