@@ -59,3 +59,4 @@
 #include "cmutil/timer/CmTimerQueueCalendar.h"
 #include "cmutil/thread/CmThreadHeartBeat.h"
 #include "cmutil/system/CmSystemInfo.h"
+#include "cmutil/system/CmSystemInformation.h"

@@ -1,0 +1,349 @@
+// Machine facts on captured trees (this build VM, an Intel hybrid laptop, an ARM
+// big.LITTLE board), on hand-made hostile trees, and on the live machine.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "cmutil/system/CmSystemInfo.h"
+#include "cmutil/system/CmSystemInformation.h"
+#include "common/CmFsTree.h"
+#include "common/CmTraceCapture.h"
+#include "system/CmSystemTextParsers.h"
+
+namespace {
+
+struct Facts {
+  unsigned physical = 0, threads = 0, performance = 0, efficiency = 0, mhz = 0;
+  std::string brand, arch, osver, osinfo, model, maker;
+  unsigned long long memoryMb = 0, usedKib = 0, totalKib = 0, rssKib = 0;
+  float percent = 0;
+};
+
+Facts read_facts() {
+  Facts f;
+  char text[256] = {};
+  EXPECT_EQ(0, get_cpu_core(f.physical, f.threads));
+  get_cpu_core_levels(f.performance, f.efficiency);
+  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
+  f.brand = text;
+  EXPECT_EQ(0, get_cpu_frequency(f.mhz));
+  if (get_cpu_arch(text, sizeof text) == 0) f.arch = text;
+  get_memory_size(f.memoryMb);
+  get_memory_usage(f.percent, f.usedKib, f.totalKib);
+  get_process_memory(f.rssKib);
+  f.osver = kel_get_osver();
+  f.osinfo = kel_get_osinfo();
+  f.model = kel_get_devicemodel();
+  f.maker = kel_get_devicemanufacturer();
+  return f;
+}
+
+struct TreeCase {
+  const char* tree;
+  unsigned physical, threads, performance, efficiency, mhz;
+  const char *brand, *arch, *osver, *model, *maker;
+  unsigned long long memoryMb, usedKib, totalKib, rssKib;
+};
+
+TEST(SystemFacts, CapturedTreesGiveEveryFact) {
+  const TreeCase cases[] = {
+      // A KVM guest: no cpufreq, no DMI, one thread per core; the current MHz stands in.
+      {"vm-debian12-kvm-2c", 2, 1, 0, 0, 2596, "AMD EPYC", "x86_64", "6.18.44", "unknown", "unknown", 25276, 457900,
+       24684084, 1684},
+      // Four two-thread performance cores and eight efficiency cores; the 400 MHz minimum
+      // is abnormal and gives the default.
+      {"intel-hybrid", 12, 1, 4, 8, 2800, "13th Gen Intel(R) Core(TM) i7-1360P", "x86_64", "6.5.0", "XPS 13 9320",
+       "Dell Inc.", 17179, 8388608, 16777216, 123456},
+      // Capacities 446 and 1024; no model name, so the arm64 part names the brand; an old
+      // meminfo without MemAvailable; device-tree model and maker.
+      {"arm-biglittle", 6, 1, 2, 4, 1416, "ARM Cortex-A53", "aarch64", "5.10.160", "Radxa ROCK 4 Model B", "radxa",
+       3977, 1954424, 3884424, 0},
+  };
+  for (const TreeCase& c : cases) {
+    SCOPED_TRACE(c.tree);
+    CmFixtureRoot root(c.tree);
+    Facts f = read_facts();
+    EXPECT_EQ(c.physical, f.physical);
+    EXPECT_EQ(c.threads, f.threads);
+    EXPECT_EQ(c.performance, f.performance);
+    EXPECT_EQ(c.efficiency, f.efficiency);
+    EXPECT_EQ(c.mhz, f.mhz);
+    EXPECT_EQ(c.brand, f.brand);
+    EXPECT_EQ(c.arch, f.arch);
+    EXPECT_EQ(c.osver, f.osver);
+    EXPECT_EQ(std::string("linux,") + c.osver + "," + c.arch, f.osinfo);
+    EXPECT_EQ(c.model, f.model);
+    EXPECT_EQ(c.maker, f.maker);
+    EXPECT_EQ(c.memoryMb, f.memoryMb);
+    EXPECT_EQ(c.usedKib, f.usedKib);
+    EXPECT_EQ(c.totalKib, f.totalKib);
+    EXPECT_FLOAT_EQ(static_cast<float>(c.usedKib) * 100.0f / static_cast<float>(c.totalKib), f.percent);
+    unsigned long long rss = 0;
+    EXPECT_EQ(c.rssKib ? 0 : -1, get_process_memory(rss));
+    EXPECT_EQ(c.rssKib, rss);
+  }
+}
+
+TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
+  const char* kMin = "/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_min_freq";
+  const char* kCppcMin = "/sys/devices/system/cpu/cpu0/acpi_cppc/lowest_freq";
+  const char* kBase = "/sys/devices/system/cpu/cpu0/cpufreq/base_frequency";
+  const char* kNominal = "/sys/devices/system/cpu/cpu0/acpi_cppc/nominal_freq";
+  struct Case {
+    CmFsTree::Files files;
+    unsigned mhz;
+    bool minFailed, defaulted, abnormal;
+  } cases[] = {
+      {{{kMin, "800000\n"}, {kBase, "3000000\n"}}, 800, false, false, false},
+      {{{kMin, "500000"}}, 500, false, false, false},  // the floor itself, no newline
+      {{{kCppcMin, "1200\n"}}, 1200, false, false, false},
+      {{{kMin, "0\n"}, {kBase, "2100000\n"}}, 2100, false, false, false},  // a zero minimum asks on
+      {{{kNominal, "3100\n"}}, 3100, true, false, false},
+      {{{kBase, "400000\n"}}, 2800, true, false, true},
+      {{{"/proc/cpuinfo", "processor\t: 0\ncpu MHz\t\t: 1999.6\n"}}, 1999, true, false, false},
+      {{{kMin, "99999999999999999999999\n"}}, 2800, true, true, false},  // overflows: absent
+      {{{"/proc/cpuinfo", "garbage"}}, 2800, true, true, false},
+      {{}, 2800, true, true, false},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CmTraceCapture capture;
+    unsigned mhz = 0;
+    EXPECT_EQ(0, get_cpu_frequency(mhz));
+    SCOPED_TRACE(testing::Message() << "expecting " << c.mhz);
+    EXPECT_EQ(c.mhz, mhz);
+    EXPECT_EQ(c.minFailed, capture.contains("get_cpu_frequency hw.cpufrequency_min failed with error: "));
+    EXPECT_EQ(c.defaulted, capture.contains("get_cpu_frequency error result=-1"));
+    EXPECT_EQ(c.defaulted, capture.contains("get_cpu_frequency error , set cpu frequency to default(2800)"));
+    EXPECT_EQ(c.abnormal, capture.contains("get_cpu_frequency cpu_frequency is abnormal, frequency = 400, set cpu "
+                                           "frequency to default = 2800"));
+    EXPECT_TRUE(capture.contains("get_cpu_frequency cpu_frequency = " + std::to_string(c.mhz)));
+  }
+}
+
+TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
+  const char* kOnline = "/sys/devices/system/cpu/online";
+  struct Case {
+    CmFsTree::Files files;
+    int result;
+    unsigned physical, threads;
+  } cases[] = {
+      // No topology: distinct (physical id, core id) pairs of cpuinfo.
+      {{{kOnline, "0-3\n"},
+        {"/proc/cpuinfo",
+         "processor: 0\nphysical id: 0\ncore id: 0\nprocessor: 1\nphysical id: 0\ncore id: 0\n"
+         "processor: 2\nphysical id: 1\ncore id: 0\nprocessor: 3\nphysical id: 1\ncore id: 0\n"}},
+       0,
+       2,
+       2},
+      // Old kernels name siblings in thread_siblings_list only.
+      {{{kOnline, "0-1"},
+        {"/sys/devices/system/cpu/cpu0/topology/thread_siblings_list", "0-1\n"},
+        {"/sys/devices/system/cpu/cpu1/topology/thread_siblings_list", "0-1\n"}},
+       0,
+       1,
+       2},
+      {{{kOnline, "0,2-3\n"}}, 0, 3, 1},  // nothing else: one core per CPU
+      // ARM-style equal capacities are no levels; x86 never uses capacities.
+      {{{kOnline, "0-1\n"},
+        {"/proc/sys/kernel/arch", "x86_64\n"},
+        {"/sys/devices/system/cpu/cpu0/cpu_capacity", "446\n"},
+        {"/sys/devices/system/cpu/cpu1/cpu_capacity", "1024\n"}},
+       0,
+       2,
+       1},
+      {{{kOnline, "0-99999999\n"}}, 1, 77, 77},  // a list too large to be real: the query fails
+      {{{kOnline, "x\n"}}, 1, 77, 77},
+      {{}, 1, 77, 77},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CmTraceCapture capture;
+    unsigned physical = 77, threads = 77;
+    EXPECT_EQ(c.result, get_cpu_core(physical, threads));
+    EXPECT_EQ(c.physical, physical);
+    EXPECT_EQ(c.threads, threads);
+    if (c.result == 0) {
+      EXPECT_TRUE(capture.contains("get_cpu_core cpu_performace_core_num failed with error: 2"));
+      EXPECT_TRUE(
+          capture.contains("get_cpu_core cpu_performace_core_num = 0, cpu_efficiency_core_num = 0, old "
+                           "physical_core_num = " +
+                           std::to_string(c.physical)));
+      EXPECT_TRUE(capture.contains("get_cpu_core new physical_core_num = " + std::to_string(c.physical)));
+    }
+  }
+}
+
+TEST(SystemFacts, HybridLevelsReplaceTheHostCount) {
+  CmFixtureRoot root("intel-hybrid");
+  CmTraceCapture capture;
+  unsigned physical = 0, threads = 0;
+  ASSERT_EQ(0, get_cpu_core(physical, threads));
+  EXPECT_TRUE(capture.contains(
+      "get_cpu_core cpu_performace_core_num = 4, cpu_efficiency_core_num = 8, old physical_core_num = 12"));
+  EXPECT_FALSE(capture.contains("failed with error"));
+}
+
+TEST(SystemFacts, TextsAreCachedUntilTheRootChanges) {
+  CmFsTree tree({{"/proc/cpuinfo", "processor: 0\nmodel name: First CPU\n"},
+                 {"/proc/sys/kernel/arch", "machine-name-of-twenty\n"}});
+  char small[8] = {}, text[64] = {};
+  EXPECT_EQ(0, get_cpu_brand(small, sizeof small));  // does not fit: nothing written or cached
+  EXPECT_STREQ("", small);
+  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
+  EXPECT_STREQ("First CPU", text);
+  tree.Write("/proc/cpuinfo", "processor: 0\nmodel name: Second CPU\n");
+  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
+  EXPECT_STREQ("First CPU", text);
+
+  // The machine name is asked into at most min(size, 32) bytes.
+  {
+    CmTraceCapture capture;
+    EXPECT_EQ(-1, get_cpu_arch(text, 16));
+    EXPECT_TRUE(capture.contains(0, "get_cpu_arch failed"));
+  }
+  EXPECT_EQ(0, get_cpu_arch(text, sizeof text));
+  EXPECT_STREQ("machine-name-of-twenty", text);
+  tree.Write("/proc/sys/kernel/arch", std::string(40, 'm') + "\n");
+  EXPECT_EQ(0, get_cpu_arch(text, sizeof text));  // cached
+  EXPECT_STREQ("machine-name-of-twenty", text);
+
+  cm_set_fs_root_for_test(tree.root().c_str());
+  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
+  EXPECT_STREQ("Second CPU", text);
+  EXPECT_EQ(-1, get_cpu_arch(text, sizeof text));  // 41 bytes never fit 32
+}
+
+TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
+  struct Case {
+    const char* meminfo;
+    int result;
+    unsigned long long usedKib, totalKib, memoryMb;
+  } cases[] = {
+      // Outputs keep their low 32 bits: 2^32 + 5 kB reads as 5.
+      {"MemTotal: 4294967301 kB\nMemAvailable: 4294967296 kB\n", 0, 5, 5, 4398046},
+      {"MemTotal: 1000 kB\nMemAvailable: 5000 kB\n", 0, 0, 1000, 1},  // never below 0
+      {"MemTotal: 1000 kB\nMemFree: 999999 kB\n", 0, 0, 1000, 1},
+      {"MemFree: 100 kB\n", -1, 0, 0, 0},
+      {"MemTotal: -5 kB\n", -1, 0, 0, 0},
+      {"MemTot", -1, 0, 0, 0},
+      {nullptr, -1, 0, 0, 0},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree;
+    if (c.meminfo) tree.Write("/proc/meminfo", c.meminfo);
+    float percent = -1;
+    unsigned long long used = 9, total = 9, mb = 9;
+    EXPECT_EQ(c.result, get_memory_usage(percent, used, total));
+    EXPECT_EQ(c.usedKib, used);
+    EXPECT_EQ(c.totalKib, total);
+    EXPECT_EQ(total ? used * 100.0f / total : 0.0f, percent);
+    EXPECT_EQ(0, get_memory_size(mb));
+    EXPECT_EQ(c.memoryMb, mb);
+  }
+}
+
+TEST(SystemFacts, OsVersionRecordFromTheKernelRelease) {
+  struct Case {
+    const char* release;
+    bool valid;
+    uint32_t major, minor, patch;
+    const char* text;
+  } cases[] = {
+      {"6.1.0-18-amd64\n", true, 6, 1, 0, "6.1.0"}, {"6.18\n", true, 6, 18, 0, "6.18.0"},
+      {"5.15.0.1.2", true, 5, 15, 0, "5.15.0"},     {"99999999999.1.1", true, 0xffffffff, 1, 1, "4294967295.1.1"},
+      {"linux-6.1", false, 0, 0, 0, "0.0.0"},       {nullptr, false, 0, 0, 0, "0.0.0"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    CmFsTree tree;
+    if (c.release) tree.Write("/proc/sys/kernel/osrelease", c.release);
+    uint32_t major = 7, minor = 7, patch = 7;
+    EXPECT_EQ(c.valid, TvxGetOSVersionNumber(major, minor, patch));
+    EXPECT_EQ(c.major, major);
+    EXPECT_EQ(c.minor, minor);
+    EXPECT_EQ(c.patch, patch);
+    EXPECT_EQ(100u, TvxGetOSVersion());
+    int64_t m = -1;
+    getMacSystemVersion(&m, nullptr, nullptr);
+    EXPECT_EQ(static_cast<int64_t>(c.major), m);
+    EXPECT_STREQ(c.text, kel_get_osver());
+    EXPECT_STREQ("unknown", kel_get_osarch());
+    EXPECT_EQ(std::string("linux,") + c.text + ",", kel_get_osinfo());
+  }
+}
+
+TEST(SystemFacts, ParsersSurviveHostileText) {
+  std::vector<unsigned> cpus;
+  EXPECT_TRUE(cm_parse_cpulist("0-3,8,10-11\n", cpus));
+  EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 3, 8, 10, 11}), cpus);
+  for (const char* bad : {"3-1", "-", "1,,2", "a", "0-70000", "1-"}) EXPECT_FALSE(cm_parse_cpulist(bad, cpus)) << bad;
+  CmCpuInfoText info;
+  EXPECT_FALSE(cm_parse_cpuinfo(std::string("\0\0:\n::", 6), info));
+  EXPECT_TRUE(cm_parse_cpuinfo("processor:0\nCPU implementer: 0x61\nCPU part: 0x999\ncpu MHz: nan\n", info));
+  EXPECT_EQ("Apple", cm_arm_cpu_name(info.implementer, info.part));
+  EXPECT_EQ(0, info.mhz);
+  EXPECT_EQ("", cm_arm_cpu_name(0x99, 1));
+}
+
+TEST(SystemFacts, RegexParseInfoTakesTheFirstGroupOfAWholeMatch) {
+  struct Case {
+    const char *text, *pattern, *out;
+  } cases[] = {
+      {"iPad13,4", "iPad(\\d+)\\,(\\d+)", "13"},
+      {"iPad", "iPad(\\d+)?", ""},
+      {"xiPad13,4", "iPad(\\d+)\\,(\\d+)", "untouched"},
+      {"abc", "abc", ""},
+      {"abc", "(", "untouched"},  // a bad pattern is traced, not thrown
+  };
+  for (const Case& c : cases) {
+    std::string out = "untouched";
+    EXPECT_EQ(0, regex_parse_info(c.text, c.pattern, out));
+    EXPECT_EQ(c.out, out) << c.text << " ~ " << c.pattern;
+  }
+}
+
+TEST(SystemFacts, InformationObjectMapsResults) {
+  CmTraceCapture capture;
+  CmSystemInformation info;
+  CmSystemAPI api;
+  EXPECT_TRUE(capture.contains(2, "CmSystemInformation::CmSystemInformation [this="));
+  EXPECT_TRUE(capture.contains(2, "CmSystemAPI::CmSystemAPI [this="));
+  EXPECT_EQ(CM_OK, info.init());
+  EXPECT_EQ(CM_OK, api.init());
+  std::string version = "kept";
+  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, info.QueryOSVersionString(version));
+  EXPECT_EQ("kept", version);
+  nw_interface wifi = {"wlan0", nw_interface_type_wifi};
+  EXPECT_EQ(nw_interface_type_wifi, info.GetNetworkInterfaceType(&wifi));
+  EXPECT_EQ(nw_interface_type_other, info.GetNetworkInterfaceType(nullptr));
+  CmFsTree empty;
+  char text[64];
+  unsigned a = 0, b = 0;
+  EXPECT_EQ(CM_ERROR_FAILURE, info.GetCPUCore(a, b));
+  EXPECT_EQ(CM_ERROR_FAILURE, info.GetCPUArch(text, sizeof text));
+  EXPECT_EQ(CM_OK, info.GetCPUFrequency(a));
+  EXPECT_EQ(CM_OK, info.GetCPUBrand(text, sizeof text));
+}
+
+// The live machine: the CI log shows what this host reports.
+TEST(SystemFacts, LiveMachineReportsSaneFacts) {
+  cm_set_fs_root_for_test(nullptr);
+  Facts f = read_facts();
+  std::printf(
+      "cpu \"%s\" %s, %u cores x %u threads (P %u, E %u), %u MHz; memory %llu MB, used %llu/%llu KiB, "
+      "process %llu KiB; os %s; model %s by %s\n",
+      f.brand.c_str(), f.arch.c_str(), f.physical, f.threads, f.performance, f.efficiency, f.mhz, f.memoryMb, f.usedKib,
+      f.totalKib, f.rssKib, f.osinfo.c_str(), f.model.c_str(), f.maker.c_str());
+  EXPECT_GT(f.physical, 0u);
+  EXPECT_GE(f.mhz, 500u);
+  EXPECT_GT(f.memoryMb, 0u);
+  EXPECT_GT(f.rssKib, 0u);
+  EXPECT_LE(f.usedKib, f.totalKib);
+  EXPECT_NE("0.0.0", f.osver);
+  EXPECT_FALSE(f.arch.empty());
+}
+
+}  // namespace
