@@ -111,7 +111,8 @@ bool cm_parse_cpulist(const std::string& text, std::vector<unsigned>& cpus) {
     if (!parse_unsigned(item.substr(0, dash), first)) return false;
     last = first;
     if (dash != std::string::npos && !parse_unsigned(item.substr(dash + 1), last)) return false;
-    if (last < first || last >= kMaxCpu) return false;
+    // Bounded in total too: repeated ranges must not grow the list without limit.
+    if (last < first || last >= kMaxCpu || cpus.size() + (last - first) >= kMaxCpu) return false;
     for (unsigned long long cpu = first; cpu <= last; ++cpu) cpus.push_back(static_cast<unsigned>(cpu));
     pos = comma + 1;
   }
