@@ -1,4 +1,5 @@
-// Min-heap timer queue: a two-child heap on expiry in a growable array.
+// Min-heap timer queue: a two-child heap on expiry in a growable array, with a position
+// per node so a cancel is logarithmic.
 
 #include "cmutil/timer/CmTimerMinHeapQueue.h"
 
@@ -9,80 +10,130 @@
 #include "cmutil/trace/CmTrace.h"
 #include "timer/CmTimerPtrSet.h"
 
+// The heap holds small entries (expiry and a slot number) so sifting moves 24 bytes,
+// not whole nodes; each node sits still in its slot, which records the entry's heap
+// position. The handler -> slot index is consulted once per operation, never per sift.
 struct CCmTimerMinHeapQueue::Impl {
-  std::vector<CNode> nodes;
-  CmTimerPtrMap<uint32_t> position;  // handler -> its node's index in nodes
+  struct Entry {
+    CCmTimeValue expiry;
+    uint32_t slot;
+  };
+  struct Slot {
+    CNode node;
+    uint32_t position;
+  };
 
-  static bool later(const CNode& a, const CNode& b) { return a.m_tvExpired > b.m_tvExpired; }
+  std::vector<Entry> nodes;  // the heap
+  std::vector<Slot> slots;
+  std::vector<uint32_t> freeSlots;
+  CmTimerPtrMap<uint32_t> slotOf;  // handler -> its slot
 
-  /// Puts node into place i and records where its handler now lies.
-  void place(size_t i, const CNode& node) {
-    nodes[i] = node;
-    *position.find(node.m_pEh) = static_cast<uint32_t>(i);
+  static bool later(const Entry& a, const Entry& b) { return a.expiry > b.expiry; }
+
+  /// Puts entry into place i and records the position in its slot.
+  void place(size_t i, const Entry& entry) {
+    nodes[i] = entry;
+    slots[entry.slot].position = static_cast<uint32_t>(i);
   }
 
-  /// Moves the hole at i up past every later parent; returns where node belongs.
-  size_t hole_up(size_t i, const CNode& node) {
+  /// Moves the hole at i up past every later parent; returns where entry belongs.
+  size_t hole_up(size_t i, const Entry& entry) {
     while (i > 0) {
       const size_t parent = (i - 1) / 2;
-      if (!later(nodes[parent], node)) break;
+      if (!later(nodes[parent], entry)) break;
       place(i, nodes[parent]);
       i = parent;
     }
     return i;
   }
 
-  void sift_up(size_t i, const CNode& node) { place(hole_up(i, node), node); }
-
-  /// Moves the hole at i down until node fits among the first n nodes, then stores it.
-  void sift_down(size_t i, size_t n, const CNode& node) {
+  /// Moves the hole at i down until entry fits among the first n entries, then stores it.
+  void sift_down(size_t i, size_t n, const Entry& entry) {
     for (;;) {
       const size_t left = 2 * i + 1;
       if (left >= n) break;
       size_t child = left;
       if (left + 1 < n && later(nodes[left], nodes[left + 1])) child = left + 1;
-      if (!later(node, nodes[child])) break;
+      if (!later(entry, nodes[child])) break;
       place(i, nodes[child]);
       i = child;
     }
-    place(i, node);
+    place(i, entry);
   }
 
-  /// A new handler: one index insert, at its final place.
-  void push(const CNode& node) {
-    nodes.emplace_back();
-    const size_t i = hole_up(nodes.size() - 1, node);
-    nodes[i] = node;
-    position.set(node.m_pEh, static_cast<uint32_t>(i));
-  }
-
-  /// Takes the node at i out: the last node fills its place and moves up or down.
-  /// O(log n).
-  void remove_at(size_t i) {
-    position.erase(nodes[i].m_pEh);
-    const size_t last = nodes.size() - 1;
-    if (i != last) {
-      const CNode moved = nodes[last];
-      nodes.pop_back();
-      if (i > 0 && later(nodes[(i - 1) / 2], moved))
-        sift_up(i, moved);
-      else
-        sift_down(i, last, moved);
-      return;
+  uint32_t take_slot(const CNode& node) {
+    uint32_t slot;
+    if (!freeSlots.empty()) {
+      slot = freeSlots.back();
+      freeSlots.pop_back();
+      slots[slot].node = node;
+    } else {
+      slot = static_cast<uint32_t>(slots.size());
+      slots.push_back({node, 0});
     }
-    nodes.pop_back();
+    return slot;
   }
 
-  /// Removes aEh's node, found through the position index.
+  /// Adds node for a handler the index does not hold yet.
+  void push(const CNode& node) {
+    const Entry entry = {node.m_tvExpired, take_slot(node)};
+    slotOf.set(node.m_pEh, entry.slot);
+    push_entry(entry);
+  }
+
+  void push_entry(const Entry& entry) {
+    nodes.emplace_back();
+    place(hole_up(nodes.size() - 1, entry), entry);
+  }
+
+  /// Schedules node, replacing the handler's pending node if it has one (true then).
+  /// One index probe either way; a replacement reuses the handler's slot.
+  bool replace_or_push(const CNode& node) {
+    bool added = false;
+    uint32_t* slot = slotOf.find_or_add(node.m_pEh, 0, added);
+    if (added) {
+      *slot = take_slot(node);
+      push_entry({node.m_tvExpired, *slot});
+      return false;
+    }
+    const uint32_t kept = *slot;
+    unlink_entry(slots[kept].position);
+    slots[kept].node = node;
+    push_entry({node.m_tvExpired, kept});
+    return true;
+  }
+
+  /// Takes the entry at i out of the heap: the last entry fills its place and moves
+  /// up or down. The slot and the index are left to the caller.
+  void unlink_entry(size_t i) {
+    const size_t last = nodes.size() - 1;
+    const Entry moved = nodes[last];
+    nodes.pop_back();
+    if (i == last) return;
+    if (i > 0 && later(nodes[(i - 1) / 2], moved))
+      place(hole_up(i, moved), moved);
+    else
+      sift_down(i, last, moved);
+  }
+
+  /// Takes the entry at i out and frees its slot and index entry.
+  void remove_at(size_t i) {
+    const uint32_t slot = nodes[i].slot;
+    slotOf.erase(slots[slot].node.m_pEh);
+    freeSlots.push_back(slot);
+    unlink_entry(i);
+  }
+
+  /// Removes aEh's node, found through the slot index.
   bool remove(ICmTimerHandler* aEh) {
-    const uint32_t* at = position.find(aEh);
-    if (at == nullptr) return false;
-    remove_at(*at);
+    const uint32_t* slot = slotOf.find(aEh);
+    if (slot == nullptr) return false;
+    remove_at(slots[*slot].position);
     return true;
   }
 
   void pop(CNode& out) {
-    out = nodes.front();
+    out = slots[nodes.front().slot].node;
     remove_at(0);
   }
 };
@@ -93,11 +144,7 @@ CCmTimerMinHeapQueue::~CCmTimerMinHeapQueue() { delete m_impl; }
 
 size_t CCmTimerMinHeapQueue::GetCount() const { return m_impl->nodes.size(); }
 
-int CCmTimerMinHeapQueue::PushNode_l(const CNode& aPushNode) {
-  const bool found = m_impl->remove(aPushNode.m_pEh);
-  m_impl->push(aPushNode);
-  return found ? 1 : 0;
-}
+int CCmTimerMinHeapQueue::PushNode_l(const CNode& aPushNode) { return m_impl->replace_or_push(aPushNode) ? 1 : 0; }
 
 int CCmTimerMinHeapQueue::EraseNode_l(ICmTimerHandler* aEh) { return m_impl->remove(aEh) ? 0 : 1; }
 
@@ -114,6 +161,6 @@ int CCmTimerMinHeapQueue::PopFirstNode_l(CNode& aPopNode) {
 
 int CCmTimerMinHeapQueue::GetEarliestTime_l(CCmTimeValue& aEarliest) const {
   if (m_impl->nodes.empty()) return -1;
-  aEarliest = m_impl->nodes.front().m_tvExpired;
+  aEarliest = m_impl->nodes.front().expiry;
   return 0;
 }

@@ -104,6 +104,26 @@ class CmTimerPtrMap {
     set_key(reinterpret_cast<uintptr_t>(p), value);
   }
 
+  /// The value of p, inserted as value when p is absent (added says which): one probe
+  /// where find then set would take two. The pointer lasts until the next change.
+  V* find_or_add(const void* p, const V& value, bool& added) {
+    if ((m_size + 1) * 2 > m_slots.size()) grow();
+    const uintptr_t key = reinterpret_cast<uintptr_t>(p);
+    size_t i = index_of(key);
+    for (;; i = (i + 1) & mask()) {
+      if (m_slots[i].first == key) {
+        added = false;
+        return &m_slots[i].second;
+      }
+      if (m_slots[i].first == 0) break;
+    }
+    m_slots[i].first = key;
+    m_slots[i].second = value;
+    ++m_size;
+    added = true;
+    return &m_slots[i].second;
+  }
+
   bool erase(const void* p) {
     const uintptr_t key = reinterpret_cast<uintptr_t>(p);
     size_t i = index_of(key);
