@@ -15,6 +15,7 @@
 #include "cmutil/thread/CmThreadWaiter.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmMonitorPlatform.h"
+#include "system/CmKelPerfsStatsTestHook.h"
 #include "system/CmMacSMC.h"
 #include "system/CmMonitorClock.h"
 #include "system/CmMonitorParsers.h"
@@ -294,3 +295,13 @@ void CKelPerfsStats::sampleEnergy() {
   s.prevEnergy = nanojoules;
   s.haveEnergy = true;
 }
+
+void CKelPerfsStatsTestHook::StartWithoutTimer(CKelPerfsStats& stats, int intervalMs) {
+  Guard guard(stats.m_state->lock);
+  stats.m_state->interval = intervalMs;
+  stats.m_state->ready.Reset(kReadyCount);
+  stats.m_state->forgetHistory();
+  stats.m_state->startCount = 1;
+}
+
+void CKelPerfsStatsTestHook::Sample(CKelPerfsStats& stats) { stats._kick(); }

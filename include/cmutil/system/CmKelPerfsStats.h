@@ -100,6 +100,7 @@ class CM_EXPORT CKelPerfsStats : public CCmTimerWrapperIDSink {
   void OnTimer(CCmTimerWrapperID* aId) override;
 
  private:
+  friend struct CKelPerfsStatsTestHook;
   struct State;
   void _kick();
   void sampleMemory();
