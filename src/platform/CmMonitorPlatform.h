@@ -30,6 +30,33 @@ CM_EXPORT bool cm_mon_read(const char* path, std::string& buf);
 /// nothing is allocated once tids has room.
 CM_EXPORT bool cm_mon_list_tasks(const char* taskDir, std::vector<int>& tids);
 
+/// Opens root + taskDir/<tid>/<leaf> for repeated reads; -1 when the thread is gone.
+CM_EXPORT int cm_mon_open_task_file(const char* taskDir, int tid, const char* leaf);
+
+/// Reads an open /proc or /sys file again from its start into buf (procfs renders it
+/// anew); false when the read fails (the thread behind a task file has ended).
+CM_EXPORT bool cm_mon_reread(int fd, std::string& buf);
+
+CM_EXPORT void cm_mon_close(int fd);
+
+/// A file under the root kept open between reads, because opening a /proc file costs
+/// more than reading it. Reopens when the filesystem root changed or a read failed.
+class CM_EXPORT CmRereadFile {
+ public:
+  explicit CmRereadFile(const char* path) : m_path(path) {}
+  ~CmRereadFile() { cm_mon_close(m_fd); }
+  CmRereadFile(const CmRereadFile&) = delete;
+  CmRereadFile& operator=(const CmRereadFile&) = delete;
+
+  /// The whole file into buf; false when it cannot be read.
+  bool Read(std::string& buf);
+
+ private:
+  const char* m_path;
+  int m_fd = -1;
+  std::string m_root;  // the root the file was opened under
+};
+
 /// Reads root + taskDir/<tid>/<leaf> into buf; false when the thread is gone.
 CM_EXPORT bool cm_mon_read_task_file(const char* taskDir, int tid, const char* leaf, std::string& buf);
 

@@ -60,6 +60,9 @@ struct CKelPerfsStats::State {
   std::string text;  // one buffer for every file of a sample
   CmCoreTicks coreTicks[kMaxCores];
   CmThreadCpuSampler threads{"/proc/self/task"};
+  CmRereadFile statFile{"/proc/stat"};
+  CmRereadFile meminfoFile{"/proc/meminfo"};
+  CmRereadFile statusFile{"/proc/self/status"};
   std::vector<std::string> energyFiles;
   bool energyProbed = false;
 
@@ -204,20 +207,19 @@ void CKelPerfsStats::_kick() {
 void CKelPerfsStats::sampleMemory() {
   State& s = *m_state;
   uint64_t totalKb = 0, usedKb = 0, residentKb = 0;
-  if (cm_mon_read("/proc/meminfo", s.text) && cm_meminfo_used_kb(s.text, totalKb, usedKb)) {
+  if (s.meminfoFile.Read(s.text) && cm_meminfo_used_kb(s.text, totalKb, usedKb)) {
     // The same 32-bit figures the memory facts report.
     s.memory.used = usedKb & 0xffffffffULL;
     s.memory.total = totalKb & 0xffffffffULL;
     s.memory.percent = s.memory.total ? static_cast<float>(s.memory.used) * 100.0f / s.memory.total : 0.0f;
   }
-  if (cm_mon_read("/proc/self/status", s.text) && cm_find_status_number(s.text, "VmRSS", residentKb))
-    s.memory.process = residentKb;
+  if (s.statusFile.Read(s.text) && cm_find_status_number(s.text, "VmRSS", residentKb)) s.memory.process = residentKb;
 }
 
 void CKelPerfsStats::sampleCores(float& sum) {
   State& s = *m_state;
   s.cpu.coreCount = 0;
-  if (!cm_mon_read("/proc/stat", s.text)) return;
+  if (!s.statFile.Read(s.text)) return;
   const size_t n = cm_parse_stat_cores(s.text, s.coreTicks, kMaxCores);
   uint32_t count = 0;
   for (size_t i = 0; i < n; ++i) {

@@ -4,16 +4,36 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "platform/CmMonitorPlatform.h"
 #include "system/CmMonitorParsers.h"
 
+namespace {
+constexpr size_t kMaxOpenFiles = 256;
+}
+
 CmThreadCpuSampler::CmThreadCpuSampler(const char* taskDir) : m_taskDir(taskDir ? taskDir : "/proc/self/task") {}
 
-uint64_t CmThreadCpuSampler::previousTicks(int tid, bool& found) const {
+CmThreadCpuSampler::~CmThreadCpuSampler() {
+  for (const Ticks& t : m_prev) cm_mon_close(t.fd);
+}
+
+CmThreadCpuSampler::Ticks* CmThreadCpuSampler::previous(int tid) {
   auto it = std::lower_bound(m_prev.begin(), m_prev.end(), tid, [](const Ticks& t, int id) { return t.tid < id; });
-  found = it != m_prev.end() && it->tid == tid;
-  return found ? it->ticks : 0;
+  return it != m_prev.end() && it->tid == tid ? &*it : nullptr;
+}
+
+bool CmThreadCpuSampler::readStat(int tid, Ticks* before, int& fd) {
+  fd = -1;
+  if (before) std::swap(fd, before->fd);  // the file moves on to this pass
+  if (fd < 0 && m_next.size() < kMaxOpenFiles) fd = cm_mon_open_task_file(m_taskDir.c_str(), tid, "stat");
+  const bool ok = fd >= 0 ? cm_mon_reread(fd, m_buf) : cm_mon_read_task_file(m_taskDir.c_str(), tid, "stat", m_buf);
+  if (!ok) {
+    cm_mon_close(fd);
+    fd = -1;
+  }
+  return ok;
 }
 
 void CmThreadCpuSampler::readName(CmThreadCpu& thread) {
@@ -30,20 +50,24 @@ bool CmThreadCpuSampler::Sample(int64_t nowUs, size_t named) {
   if (!cm_mon_list_tasks(m_taskDir.c_str(), m_tids)) return false;
   const double elapsedTicks = static_cast<double>(nowUs - m_prevUs) * cm_mon_ticks_per_second() / 1e6;
   for (int tid : m_tids) {
+    Ticks* before = previous(tid);
+    int fd = -1;
     uint64_t utime = 0, stime = 0;
     // A thread that ended after the listing has no stat any more: skip it.
-    if (!cm_mon_read_task_file(m_taskDir.c_str(), tid, "stat", m_buf) || !cm_parse_task_stat_times(m_buf, utime, stime))
+    if (!readStat(tid, before, fd)) continue;
+    if (!cm_parse_task_stat_times(m_buf, utime, stime)) {
+      cm_mon_close(fd);
       continue;
-    m_next.push_back(Ticks{tid, utime + stime});
-    bool known = false;
-    const uint64_t before = previousTicks(tid, known);
-    const uint64_t ran = cm_tick_delta(before, utime + stime);
-    if (!m_primed || !known || ran == 0 || elapsedTicks <= 0) continue;  // idle since the last pass
+    }
+    m_next.push_back(Ticks{tid, utime + stime, fd});
+    const uint64_t ran = before ? cm_tick_delta(before->ticks, utime + stime) : 0;
+    if (!m_primed || ran == 0 || elapsedTicks <= 0) continue;  // idle since the last pass
     CmThreadCpu thread;
     thread.tid = tid;
     thread.percent = static_cast<float>(static_cast<double>(ran) * 100.0 / elapsedTicks);
     m_threads.push_back(thread);
   }
+  for (const Ticks& t : m_prev) cm_mon_close(t.fd);  // threads that ended
   std::sort(m_threads.begin(), m_threads.end(),
             [](const CmThreadCpu& a, const CmThreadCpu& b) { return a.percent > b.percent; });
   for (size_t i = 0; i < m_threads.size() && i < named; ++i) readName(m_threads[i]);

@@ -1,7 +1,8 @@
 #pragma once
 // CPU of every thread of a process, from <proc>/task/<tid>/stat between two passes. The
-// buffers are kept between passes, so a pass allocates nothing once they have grown to
-// the process's thread count. Not thread-safe: one owner calls Sample.
+// stat files stay open between passes (up to 256 of them; opening a /proc file costs
+// more than reading it) and the buffers are kept, so a pass allocates nothing once they
+// have grown to the process's thread count. Not thread-safe: one owner calls Sample.
 
 #include <cstdint>
 #include <string>
@@ -20,6 +21,9 @@ class CM_EXPORT CmThreadCpuSampler {
  public:
   /// taskDir is the task folder of the process ("/proc/self/task", "/proc/42/task").
   explicit CmThreadCpuSampler(const char* taskDir = "/proc/self/task");
+  ~CmThreadCpuSampler();
+  CmThreadCpuSampler(const CmThreadCpuSampler&) = delete;
+  CmThreadCpuSampler& operator=(const CmThreadCpuSampler&) = delete;
 
   /// One pass at nowUs (a monotonic clock). Threads() then holds every thread that used
   /// CPU since the previous pass, busiest first, named for the first `named` of them.
@@ -34,8 +38,10 @@ class CM_EXPORT CmThreadCpuSampler {
   struct Ticks {
     int tid;
     uint64_t ticks;
+    int fd;  // the open stat file, or -1
   };
-  uint64_t previousTicks(int tid, bool& found) const;
+  Ticks* previous(int tid);
+  bool readStat(int tid, Ticks* before, int& fd);
   void readName(CmThreadCpu& thread);
 
   std::string m_taskDir;

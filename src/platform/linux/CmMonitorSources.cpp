@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -131,6 +132,53 @@ bool cm_mon_list_tasks(const char* taskDir, std::vector<int>& tids) {
   }
   close(fd);
   return true;
+}
+
+int cm_mon_open_task_file(const char* taskDir, int tid, const char* leaf) {
+  char relative[kPathCap], path[kPathCap];
+  const int n = std::snprintf(relative, sizeof relative, "%s/%d/%s", taskDir, tid, leaf);
+  if (n <= 0 || static_cast<size_t>(n) >= sizeof relative || !cm_fs_path(relative, path, sizeof path)) return -1;
+  return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+bool cm_mon_reread(int fd, std::string& buf) {
+  buf.clear();
+  if (fd < 0) return false;
+  if (buf.capacity() < 4096) buf.reserve(4096);
+  size_t used = 0;
+  for (;;) {
+    if (buf.capacity() - used < 1024) buf.reserve(buf.capacity() * 2);
+    buf.resize(buf.capacity());
+    const ssize_t n = pread(fd, &buf[used], buf.size() - used, static_cast<off_t>(used));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      buf.resize(used);
+      return n == 0;
+    }
+    used += static_cast<size_t>(n);
+  }
+}
+
+void cm_mon_close(int fd) {
+  if (fd >= 0) close(fd);
+}
+
+bool CmRereadFile::Read(std::string& buf) {
+  if (m_fd >= 0 && m_root != cm_fs_root()) {
+    cm_mon_close(m_fd);
+    m_fd = -1;
+  }
+  if (m_fd < 0) {
+    char path[kPathCap];
+    if (!cm_fs_path(m_path, path, sizeof path)) return false;
+    m_fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (m_fd < 0) return false;
+    m_root = cm_fs_root();
+  }
+  if (cm_mon_reread(m_fd, buf)) return true;
+  cm_mon_close(m_fd);  // opened again next time
+  m_fd = -1;
+  return false;
 }
 
 bool cm_mon_read_task_file(const char* taskDir, int tid, const char* leaf, std::string& buf) {
