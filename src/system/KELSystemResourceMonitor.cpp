@@ -132,7 +132,10 @@ void KELSystemResourceMonitor::refreshGpu() {
   m_gpuUsage = cm_monitor_gpu_usage(usage) ? static_cast<uint32_t>(usage) : kNoGpu;
 }
 
-unsigned int KELSystemResourceMonitor::getCPUCores() { return m_cores; }
+unsigned int KELSystemResourceMonitor::getCPUCores() {
+  refresh();
+  return m_cores;
+}
 
 bool KELSystemResourceMonitor::getTotalCPUUsage(float& usage) {
   Guard guard(m_lock);

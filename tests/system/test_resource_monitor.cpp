@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <string>
+#include <thread>
 
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
@@ -146,6 +147,15 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   EXPECT_EQ(42u, mine);
   EXPECT_TRUE(monitor->getGPUUsage(gpu));
   EXPECT_EQ(0xFFFFFFFFu, gpu);
+  // A shorter interval refreshes sooner; a 0 percent does not replace the last one.
+  monitor->setRefreshInterval(100);
+  clock.AdvanceMs(100);
+  tree.Write("/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 1000 kB\n");
+  EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine));
+  monitor->setRefreshInterval(1000);
+  EXPECT_FLOAT_EQ(75, percent);
+  EXPECT_EQ(0u, used);
+  EXPECT_EQ(std::thread::hardware_concurrency(), monitor->getCPUCores());
 }
 
 TEST(ResourceMonitor, UnreadableMemoryIsTraced) {
