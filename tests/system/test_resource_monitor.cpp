@@ -118,6 +118,7 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
       {200, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 0, 0},      // 200 ms later: not refreshed
       {800, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 75, 50},    // busy 150 of 200; 500 ms CPU in 1 s
       {1000, "cpu  300 900 150 1040 0 0 0 0 0 0\n", 60, 100, 50},  // idle went back: 0; CPU unchanged: kept
+      {1000, "cpu  300 900 150 1040 0 0 0 0 0 0\n", 60, 100, 50},  // no tick passed: kept
   };
   CmFsTree tree(
       {{"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 250 kB\n"}, {"/proc/self/status", "VmRSS:\t42 kB\n"}});
