@@ -60,3 +60,5 @@
 #include "cmutil/thread/CmThreadHeartBeat.h"
 #include "cmutil/system/CmSystemInfo.h"
 #include "cmutil/system/CmSystemInformation.h"
+#include "cmutil/system/KELSystemResourceMonitor.h"
+#include "cmutil/system/CmKelPerfsStats.h"

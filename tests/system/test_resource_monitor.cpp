@@ -1,0 +1,316 @@
+// The resource monitor and the sampler on hand-made /proc and /sys trees, with a fake
+// clock and samples taken by hand, plus the parsers they read through.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "cmutil/system/CmKelPerfsStats.h"
+#include "cmutil/system/KELSystemResourceMonitor.h"
+#include "common/CmFsTree.h"
+#include "common/CmTraceCapture.h"
+#include "system/CmKelPerfsStatsTestHook.h"
+#include "system/CmMonitorClock.h"
+#include "system/CmMonitorParsers.h"
+#include "system/CmThreadCpuSampler.h"
+
+namespace {
+
+std::atomic<int64_t> g_nowUs{0};
+int64_t fake_now() { return g_nowUs.load(); }
+
+/// Installs the fake monitor clock at a fixed start for the object's lifetime.
+struct FakeMonitorClock {
+  FakeMonitorClock() {
+    g_nowUs = 5000000000LL;
+    cm_set_monitor_clock_for_test(&fake_now);
+  }
+  ~FakeMonitorClock() { cm_set_monitor_clock_for_test(nullptr); }
+  void AdvanceMs(int ms) { g_nowUs += ms * 1000LL; }
+};
+
+/// A task stat line with the given name and utime/stime (fields 14 and 15).
+std::string task_stat(int tid, const std::string& name, int utime, int stime) {
+  return std::to_string(tid) + " (" + name + ") S 1 1 1 0 -1 4194560 100 0 0 0 " + std::to_string(utime) + " " +
+         std::to_string(stime) + " 0 0 20 0 1 0 100 0 0\n";
+}
+
+TEST(MonitorParsers, StatLinesFoldIrqAndStealIntoSystemAndIowaitIntoIdle) {
+  struct Case {
+    const char* text;
+    bool ok;
+    CmCpuTicks total;
+    size_t cores;
+    unsigned lastIndex;
+  };
+  const Case cases[] = {
+      // user nice system idle iowait irq softirq steal guest guest_nice
+      {"cpu  10 2 3 40 5 6 7 8 9 9\ncpu0 1 1 1 1\ncpu3 2 2 2 2 2\nintr 5\n", true, {10, 2, 24, 45}, 2, 3},
+      {"cpu 1 2 3\ncpu0 1 2 3\ncpuX 1 2 3 4\n", false, {}, 0, 0},   // too few numbers, no index
+      {"intr 1\ncpu0 1 2 3 4x\ncpu1  4 3 2 1\n", false, {}, 1, 1},  // a glued token ends the line
+      {"", false, {}, 0, 0},
+  };
+  for (const Case& c : cases) {
+    CmCpuTicks t;
+    EXPECT_EQ(c.ok, cm_parse_stat_total(c.text, t)) << c.text;
+    if (c.ok) {
+      EXPECT_EQ(c.total.user, t.user);
+      EXPECT_EQ(c.total.nice, t.nice);
+      EXPECT_EQ(c.total.system, t.system);
+      EXPECT_EQ(c.total.idle, t.idle);
+    }
+    CmCoreTicks cores[4];
+    ASSERT_EQ(c.cores, cm_parse_stat_cores(c.text, cores, 4)) << c.text;
+    if (c.cores) {
+      EXPECT_EQ(c.lastIndex, cores[c.cores - 1].index);
+    }
+  }
+}
+
+TEST(MonitorParsers, TaskStatCountsFieldsAfterTheLastParenthesis) {
+  struct Case {
+    std::string text;
+    bool ok;
+    uint64_t utime, stime;
+  };
+  const Case cases[] = {
+      {task_stat(7, "a) b (c", 31, 4), true, 31, 4},        {task_stat(7, "))", 0, 99), true, 0, 99},
+      {"7 (x) S 1 1 1 0 -1 4 100 0 0 0 12", false, 0, 0},  // stime missing
+      {"7 x S 1 1 1 0 -1 4 100 0 0 0 1 2", false, 0, 0},   // no parenthesis
+      {"7 (x) S 1 1 1 0 -1 4 100 0 0 0 -1 2", false, 0, 0},
+  };
+  for (const Case& c : cases) {
+    uint64_t u = 0, s = 0;
+    EXPECT_EQ(c.ok, cm_parse_task_stat_times(c.text, u, s)) << c.text;
+    EXPECT_EQ(c.utime, u);
+    EXPECT_EQ(c.stime, s);
+  }
+  EXPECT_EQ("a) b (c", cm_trim_comm("a) b (c\n", 15));
+  EXPECT_EQ("0123456789abcde", cm_trim_comm("0123456789abcdefgh\n", 15));
+  uint64_t v = 0;
+  EXPECT_TRUE(cm_find_status_number("Name:\tx\nvoluntary_ctxt_switches:\t12\n", "voluntary_ctxt_switches", v));
+  EXPECT_EQ(12u, v);
+  EXPECT_FALSE(cm_find_status_number("VmRSS: 12kB\n", "VmRSS", v));
+}
+
+TEST(MonitorParsers, MeminfoUsedFallsBackWithoutMemAvailable) {
+  uint64_t total = 0, used = 0;
+  ASSERT_TRUE(cm_meminfo_used_kb("MemTotal: 1000 kB\nMemAvailable: 1200 kB\n", total, used));
+  EXPECT_EQ(0u, used);  // never below 0
+  ASSERT_TRUE(cm_meminfo_used_kb(
+      "MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 50 kB\nCached: 200 kB\nSReclaimable: 50 kB\nShmem: 30 kB\n", total,
+      used));
+  EXPECT_EQ(630u, used);
+  EXPECT_FALSE(cm_meminfo_used_kb("MemFree: 1 kB\n", total, used));
+}
+
+TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
+  struct Step {
+    int advanceMs;
+    const char* stat;
+    int utime;
+    float total, process;
+  };
+  const Step steps[] = {
+      {0, "cpu  100 50 100 1000 0 0 0 0 0 0\n", 10, 0, 0},         // first refresh: no previous sample
+      {200, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 0, 0},      // 200 ms later: not refreshed
+      {800, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 75, 50},    // busy 150 of 200; 500 ms CPU in 1 s
+      {1000, "cpu  300 900 150 1040 0 0 0 0 0 0\n", 60, 100, 50},  // idle went back: 0; CPU unchanged: kept
+      {1000, "cpu  300 900 150 1040 0 0 0 0 0 0\n", 60, 100, 50},  // no tick passed: kept
+  };
+  CmFsTree tree(
+      {{"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 250 kB\n"}, {"/proc/self/status", "VmRSS:\t42 kB\n"}});
+  FakeMonitorClock clock;
+  IKELSystemResourceMonitor* monitor = nullptr;
+  for (const Step& s : steps) {
+    clock.AdvanceMs(s.advanceMs);
+    tree.Write("/proc/stat", s.stat);
+    tree.Write("/proc/self/stat", task_stat(1, "self", s.utime, 0));
+    monitor = getKELSystemResourceMonitor();
+    float total = -1, process = -1;
+    unsigned int totalInt = 0;
+    EXPECT_TRUE(monitor->getTotalCPUUsage(total));
+    EXPECT_TRUE(monitor->getProcessUsage(process));
+    EXPECT_TRUE(monitor->getTotalCPUUsage(totalInt));
+    EXPECT_FLOAT_EQ(s.total, total) << s.advanceMs;
+    EXPECT_FLOAT_EQ(s.process, process) << s.advanceMs;
+    EXPECT_EQ(static_cast<unsigned>(s.total), totalInt);
+  }
+  float percent = 0;
+  unsigned long long used = 0, all = 0, mine = 0;
+  unsigned int gpu = 0;
+  EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine));
+  EXPECT_FLOAT_EQ(75, percent);
+  EXPECT_EQ(750u, used);
+  EXPECT_EQ(1000u, all);
+  EXPECT_EQ(42u, mine);
+  EXPECT_TRUE(monitor->getGPUUsage(gpu));
+  EXPECT_EQ(0xFFFFFFFFu, gpu);
+  // A shorter interval refreshes sooner; a 0 percent does not replace the last one.
+  monitor->setRefreshInterval(100);
+  clock.AdvanceMs(100);
+  tree.Write("/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 1000 kB\n");
+  EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine));
+  monitor->setRefreshInterval(1000);
+  EXPECT_FLOAT_EQ(75, percent);
+  EXPECT_EQ(0u, used);
+  EXPECT_EQ(std::thread::hardware_concurrency(), monitor->getCPUCores());
+}
+
+TEST(ResourceMonitor, UnreadableMemoryIsTraced) {
+  CmFsTree tree(CmFsTree::Files{{"/proc/stat", "cpu  1 1 1 1\n"}});
+  FakeMonitorClock clock;
+  CmTraceCapture capture;
+  getKELSystemResourceMonitor();
+  EXPECT_TRUE(capture.contains("get system memory usage info failed!"));
+  EXPECT_TRUE(capture.contains("get process memory usage info failed!"));
+}
+
+TEST(PerfsStats, RoundCpuCapsTheSumBelowCoresTimesHundred) {
+  struct Case {
+    int cores;
+    float in, out;
+    bool traced;
+  };
+  const Case cases[] = {{8, 850, 799.99f, false}, {8, 500, 500, false}, {1, 100, 99.99f, false}, {0, 850, 850, true}};
+  for (const Case& c : cases) {
+    CmTraceCapture capture;
+    float v = c.in;
+    CKelPerfsStats::RoundCpu(c.cores, v);
+    EXPECT_FLOAT_EQ(c.out, v);
+    EXPECT_EQ(c.traced, capture.contains("CKelPerfsStats::RoundCpu, rate = "));
+  }
+  float v = 850;
+  CKelPerfsStats::RoundCpu(8, v);
+  EXPECT_NEAR(99.99875, v / 8, 1e-4);
+}
+
+TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
+  struct Case {
+    int busyTicks11, busyTicks12;
+    float process;
+  };
+  // Two cores: the average is (90 + 50) / 2 = 70 in the second sample.
+  const Case cases[] = {{50, 20, 35},    // 70 % of one core over two cores
+                        {190, 20, 70}};  // 210 % caps at 199.99, then at the machine average
+  for (const Case& c : cases) {
+    CmFsTree tree({{"/proc/stat", "cpu  1 1 1 1\ncpu0 60 10 20 10 0 0 0 0 0 0\ncpu1 100 0 0 0\n"},
+                   {"/proc/meminfo", "MemTotal: 2000 kB\nMemAvailable: 500 kB\n"},
+                   {"/proc/self/status", "VmRSS: 77 kB\nvoluntary_ctxt_switches:\t100\n"},
+                   {"/proc/self/stat", task_stat(1, "self", 0, 0)},
+                   {"/proc/self/task/11/stat", task_stat(11, "a) b (c", 5, 5)},
+                   {"/proc/self/task/11/comm", "a) b (c\n"},
+                   {"/proc/self/task/12/stat", task_stat(12, "worker", 1, 0)},
+                   {"/proc/self/task/12/comm", "worker\n"},
+                   {"/proc/self/task/13/comm", "gone\n"},  // ended between listing and reading
+                   {"/sys/class/powercap/intel-rapl:0/name", "package-0\n"},
+                   {"/sys/class/powercap/intel-rapl:0/energy_uj", "1000000\n"},
+                   {"/sys/class/powercap/intel-rapl:0:0/name", "core\n"},
+                   {"/sys/class/powercap/intel-rapl:0:0/energy_uj", "999999999\n"}});
+    FakeMonitorClock clock;
+    CKelPerfsStats stats;
+    _tagKelCPUUsage cpu;
+    EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, stats.get_cpu_statistics(cpu));
+    CKelPerfsStatsTestHook::StartWithoutTimer(stats, 1000);
+    CKelPerfsStatsTestHook::Sample(stats);
+    ASSERT_EQ(CM_OK, stats.get_cpu_statistics(cpu));
+    EXPECT_EQ(2u, cpu.coreCount);
+    EXPECT_FLOAT_EQ(90, cpu.cores[0]);
+    EXPECT_FLOAT_EQ(99.99f, cpu.cores[1]);  // 100 before the cap
+    EXPECT_FLOAT_EQ(190, cpu.rawSum);
+    EXPECT_FLOAT_EQ(95, cpu.average);
+    EXPECT_EQ(0, cpu.threadCount);  // nothing to compare with yet
+    EXPECT_FALSE(stats.WaitUntilReady(0));
+
+    clock.AdvanceMs(1000);
+    tree.Write("/proc/stat", "cpu  1 1 1 1\ncpu0 60 10 20 10\ncpu1 110 0 0 10\n");
+    tree.Write("/proc/self/task/11/stat", task_stat(11, "a) b (c", 5 + c.busyTicks11, 5));
+    tree.Write("/proc/self/task/12/stat", task_stat(12, "worker", 1 + c.busyTicks12, 0));
+    tree.Write("/proc/self/status", "VmRSS: 77 kB\nvoluntary_ctxt_switches:\t300\n");
+    tree.Write("/sys/class/powercap/intel-rapl:0/energy_uj", "3000000\n");
+    CKelPerfsStatsTestHook::Sample(stats);
+    EXPECT_TRUE(stats.WaitUntilReady(0));
+    ASSERT_EQ(CM_OK, stats.get_cpu_statistics(cpu));
+    EXPECT_FLOAT_EQ(90, cpu.cores[0]);  // no ticks passed: the last usage stands
+    EXPECT_FLOAT_EQ(50, cpu.cores[1]);
+    EXPECT_FLOAT_EQ(70, cpu.average);
+    EXPECT_FLOAT_EQ(c.process, cpu.process);
+    ASSERT_EQ(2, cpu.threadCount);
+    EXPECT_STREQ("a) b (c", cpu.threads[0].name);
+    EXPECT_FLOAT_EQ(static_cast<float>(c.busyTicks11), cpu.threads[0].usage);
+    EXPECT_STREQ("worker", cpu.threads[1].name);
+    EXPECT_EQ(200u, cpu.wakeups);  // 200 switches in 1000 ms
+    EXPECT_EQ(2000u, cpu.energy);  // 2 J in 1 s: 2000 nJ per microsecond
+    _tagKelMemoryUsage memory;
+    ASSERT_EQ(CM_OK, stats.get_memory_statistics(memory));
+    EXPECT_FLOAT_EQ(75, memory.percent);
+    EXPECT_EQ(1500u, memory.used);
+    EXPECT_EQ(2000u, memory.total);
+    EXPECT_EQ(77u, memory.process);
+    stats.stop();
+    EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, stats.get_memory_statistics(memory));
+  }
+}
+
+TEST(PerfsStats, SensorsPreferThePackageTemperature) {
+  struct Case {
+    CmFsTree::Files files;
+    double celsius;
+    unsigned rpm;
+  };
+  const Case cases[] = {
+      {{{"/sys/class/hwmon/hwmon0/name", "nvme\n"},
+        {"/sys/class/hwmon/hwmon0/temp1_input", "40000\n"},
+        {"/sys/class/hwmon/hwmon1/name", "coretemp\n"},
+        {"/sys/class/hwmon/hwmon1/temp1_label", "Core 0\n"},
+        {"/sys/class/hwmon/hwmon1/temp1_input", "50000\n"},
+        {"/sys/class/hwmon/hwmon1/temp2_label", "Package id 0\n"},
+        {"/sys/class/hwmon/hwmon1/temp2_input", "61500\n"},
+        {"/sys/class/hwmon/hwmon2/fan1_input", "broken\n"},
+        {"/sys/class/hwmon/hwmon2/fan2_input", "1200\n"}},
+       61.5,
+       1200},
+      {{{"/sys/class/thermal/thermal_zone0/type", "acpitz\n"},
+        {"/sys/class/thermal/thermal_zone0/temp", "45000\n"},
+        {"/sys/class/thermal/thermal_zone1/type", "x86_pkg_temp\n"},
+        {"/sys/class/thermal/thermal_zone1/temp", "55000\n"}},
+       55,
+       0},
+      {{{"/sys/class/hwmon/hwmon0/name", "k10temp\n"},
+        {"/sys/class/hwmon/hwmon0/temp1_label", "Tctl\n"},
+        {"/sys/class/hwmon/hwmon0/temp1_input", "-5000\n"}},
+       -5,
+       0},
+      {{}, 0, 0},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CKelPerfsStats stats;
+    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature());
+    EXPECT_EQ(c.rpm, stats.get_fan_speed());
+  }
+}
+
+TEST(ThreadCpuSampler, SkipsIdleAndVanishedThreads) {
+  CmFsTree tree({{"/proc/42/task/1/stat", task_stat(1, "main", 10, 0)},
+                 {"/proc/42/task/2/stat", task_stat(2, "idle", 10, 0)},
+                 {"/proc/42/task/3/stat", task_stat(3, "busy", 10, 0)}});
+  CmThreadCpuSampler sampler("/proc/42/task");
+  ASSERT_TRUE(sampler.Sample(0, 1));
+  EXPECT_TRUE(sampler.Threads().empty());
+  tree.Write("/proc/42/task/1/stat", task_stat(1, "main", 5, 0));  // went backwards: idle
+  tree.Write("/proc/42/task/3/stat", task_stat(3, "busy", 30, 0));
+  tree.Write("/proc/42/task/4/stat", task_stat(4, "new", 30, 0));  // no previous pass
+  tree.Write("/proc/42/task/3/comm", "busy\n");
+  ASSERT_TRUE(sampler.Sample(500000, 1));
+  ASSERT_EQ(1u, sampler.Threads().size());
+  EXPECT_EQ(3, sampler.Threads()[0].tid);
+  EXPECT_STREQ("busy", sampler.Threads()[0].name);
+  EXPECT_FLOAT_EQ(40, sampler.Threads()[0].percent);  // 20 ticks in 50
+  EXPECT_EQ(4u, sampler.ThreadCount());
+  EXPECT_FALSE(CmThreadCpuSampler("/proc/43/task").Sample(0, 1));
+}
+
+}  // namespace
