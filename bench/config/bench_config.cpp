@@ -86,6 +86,28 @@ void BM_Cmutil_JsonParse(benchmark::State& state) {
 }
 BENCHMARK(BM_Cmutil_JsonParse)->Arg(0)->Arg(1);
 
+// How parse time grows with the document: arrays of 25,000 to 200,000 small objects.
+// Linear growth is the contract (a copy of the remaining text per step would make it
+// quadratic); the fitted complexity is printed beside the peer's.
+std::string scaling_document(size_t count) {
+  std::string s = "[";
+  for (size_t i = 0; i < count; ++i) {
+    if (i) s += ',';
+    s += "{\"id\":" + std::to_string(i) + ",\"name\":\"item\",\"on\":true}";
+  }
+  return s + "]";
+}
+
+void BM_Cmutil_JsonParseScaling(benchmark::State& state) {
+  const std::string text = scaling_document(static_cast<size_t>(state.range(0)));
+  for (auto _ : state) {
+    json::Value v = json::Deserialize(text);
+    benchmark::DoNotOptimize(v);
+  }
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_Cmutil_JsonParseScaling)->RangeMultiplier(2)->Range(25000, 200000)->Complexity(benchmark::oN);
+
 void BM_Cmutil_JsonSerialize(benchmark::State& state) {
   const int which = static_cast<int>(state.range(0));
   json::Value v = json::Deserialize(document(which));
@@ -108,6 +130,16 @@ void BM_Nlohmann_JsonParse(benchmark::State& state) {
   label_document(state, which);
 }
 BENCHMARK(BM_Nlohmann_JsonParse)->Arg(0)->Arg(1);
+
+void BM_Nlohmann_JsonParseScaling(benchmark::State& state) {
+  const std::string text = scaling_document(static_cast<size_t>(state.range(0)));
+  for (auto _ : state) {
+    nlohmann::json v = nlohmann::json::parse(text);
+    benchmark::DoNotOptimize(v);
+  }
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_Nlohmann_JsonParseScaling)->RangeMultiplier(2)->Range(25000, 200000)->Complexity(benchmark::oN);
 
 void BM_Nlohmann_JsonSerialize(benchmark::State& state) {
   const int which = static_cast<int>(state.range(0));
