@@ -62,3 +62,4 @@
 #include "cmutil/system/CmSystemInformation.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
 #include "cmutil/system/CmKelPerfsStats.h"
+#include "cmutil/net/CmPrimaryAddress.h"
