@@ -63,3 +63,4 @@
 #include "cmutil/system/KELSystemResourceMonitor.h"
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/net/CmPrimaryAddress.h"
+#include "cmutil/net/CmNetworkType.h"

@@ -45,12 +45,12 @@ class CmFsTree {
   std::string m_root;
 };
 
-/// Points the filesystem root at a captured tree under tests/fixtures/system for the
+/// Points the filesystem root at a captured tree under tests/fixtures/<folder> for the
 /// object's lifetime.
 class CmFixtureRoot {
  public:
-  explicit CmFixtureRoot(const std::string& tree) {
-    cm_set_fs_root_for_test((std::string(CMUTIL_TEST_FIXTURES) + "/system/" + tree).c_str());
+  explicit CmFixtureRoot(const std::string& tree, const std::string& folder = "system") {
+    cm_set_fs_root_for_test((std::string(CMUTIL_TEST_FIXTURES) + "/" + folder + "/" + tree).c_str());
   }
   ~CmFixtureRoot() { cm_set_fs_root_for_test(nullptr); }
 };

@@ -1,0 +1,163 @@
+// Link type names, Wi-Fi conversions, and network type detection on captured and
+// hand-made sysfs trees.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "cmutil/net/CmNetworkType.h"
+#include "common/CmFsTree.h"
+#include "common/CmTraceCapture.h"
+#include "net/CmNetTextParsers.h"
+
+namespace {
+
+TEST(NetworkType, NamesOfTypesModesAndBands) {
+  const char* types[] = {"NotDetected", "Wifi",  "3G",  "Edge", "2G", "BlueTooth", "Modem",      "PPP",
+                         "WWAN",        "Wired", "LTE", "3.5G", "5G", "Wifi",      "NotDetected"};
+  for (int t = 0; t <= 14; ++t) EXPECT_EQ(types[t], NetWorkTypeToString(static_cast<kel::eNetworkStatus>(t))) << t;
+  const char* modes[] = {"Unknown", "802.11a", "802.11b", "802.11g", "802.11n", "802.11ac", "802.11", "Unknown"};
+  for (int m = 0; m <= 7; ++m) EXPECT_EQ(modes[m], WifiPhyModeToString(static_cast<eWifiPhyMode>(m))) << m;
+  const std::pair<int, const char*> bands[] = {
+      {0, "NotDetected"}, {1, "2.4GHz"}, {2, "5GHz"}, {3, "NotDetected"}, {255, "Unknown"}};
+  for (const auto& b : bands) EXPECT_EQ(b.second, WifiChannelFrequencyToString(static_cast<eWifiChFrequency>(b.first)));
+}
+
+TEST(NetworkType, RadioConversions) {
+  struct Frequency {
+    int mhz, channel;
+    eWifiChFrequency band;
+  } frequencies[] = {{2411, 0, WifiChFrequencyUnknown}, {2412, 1, WifiChFrequency2_4GHz},
+                     {2437, 6, WifiChFrequency2_4GHz},  {2484, 15, WifiChFrequency2_4GHz},
+                     {2485, 0, WifiChFrequencyUnknown}, {4915, 0, WifiChFrequency5GHz},
+                     {5170, 34, WifiChFrequency5GHz},   {5180, 36, WifiChFrequency5GHz},
+                     {5825, 165, WifiChFrequency5GHz},  {5826, 0, WifiChFrequencyUnknown}};
+  for (const Frequency& f : frequencies) {
+    EXPECT_EQ(f.channel, ConvertFrequencyToChannel(f.mhz)) << f.mhz;
+    EXPECT_EQ(f.band, CheckWifiChannelBand(f.mhz)) << f.mhz;
+  }
+  const std::pair<int, int> strengths[] = {{-50, 100}, {-1, 100}, {-51, 98}, {-99, 2}, {-100, 0}, {0, 0}, {5, 0}};
+  for (const auto& s : strengths) EXPECT_EQ(s.second, ConvertRssiToStrength(s.first)) << s.first;
+  EXPECT_EQ(35, CalculateSnr(-60, -95));
+  EXPECT_EQ(0, CalculateSnr(0, -95));
+  EXPECT_EQ(0, CalculateSnr(-60, 0));
+  const std::pair<CWChannelBand, eWifiChFrequency> cwBands[] = {{0, WifiChFrequencyUnknown},
+                                                                {1, WifiChFrequency2_4GHz},
+                                                                {2, WifiChFrequency5GHz},
+                                                                {3, WifiChFrequencyNotDetected}};
+  for (const auto& b : cwBands) EXPECT_EQ(b.second, ConvertCWChannelBandToWifiChFrequency(b.first));
+  for (CWPHYMode m = 0; m <= 7; ++m)
+    EXPECT_EQ(m >= 1 && m <= 5 ? static_cast<eWifiPhyMode>(m) : WifiPhyModeUnknown, ConvertCWPHYModeToWifiPHYMode(m));
+  for (const char* vpn : {"utun3", "UTUN0", "tun0", "wg0"}) EXPECT_TRUE(IsVPNInterface(vpn)) << vpn;
+  for (const char* plain : {"ipsec0", "eth0", "u", ""}) EXPECT_FALSE(IsVPNInterface(plain)) << plain;
+}
+
+// A default IPv4 route through dev, metric 0.
+std::string route_via(const std::string& dev) {
+  return "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n" + dev +
+         "\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n";
+}
+
+CmFsTree::Files link(const std::string& name, const std::string& type, const std::string& devtype,
+                     const std::string& state = "up") {
+  return {{"/sys/class/net/" + name + "/type", type + "\n"},
+          {"/sys/class/net/" + name + "/operstate", state + "\n"},
+          {"/sys/class/net/" + name + "/flags", "0x1003\n"},
+          {"/sys/class/net/" + name + "/uevent",
+           "INTERFACE=" + name + (devtype.empty() ? "" : "\nDEVTYPE=" + devtype) + "\n"}};
+}
+
+CmFsTree::Files operator+(CmFsTree::Files a, const CmFsTree::Files& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+TEST(NetworkType, DetectionFromTheDefaultRouteInterface) {
+  struct Case {
+    const char* name;
+    CmFsTree::Files files;
+    kel::eNetworkStatus type;
+    bool vpn, split;
+  } cases[] = {
+      {"wired", link("eth0", "1", "") + CmFsTree::Files{{"/proc/net/route", route_via("eth0")}}, kel::NetworkWired,
+       false, false},
+      {"wifi with a split tunnel",
+       link("wlan0", "1", "wlan") + link("wg0", "65534", "wireguard", "unknown") +
+           CmFsTree::Files{{"/proc/net/route", route_via("wlan0")}},
+       kel::NetworkWifi, true, true},
+      {"full tunnel",
+       link("tun0", "65534", "") +
+           CmFsTree::Files{{"/sys/class/net/tun0/tun_flags", "0x1001\n"}, {"/proc/net/route", route_via("tun0")}},
+       kel::NetworkNotDetected, true, false},
+      {"cellular modem", link("wwan0", "519", "") + CmFsTree::Files{{"/proc/net/route", route_via("wwan0")}},
+       kel::NetworkCellular, false, false},
+      {"bridge over wifi",
+       link("br0", "1", "bridge") + link("wlp2s0", "1", "") +
+           CmFsTree::Files{{"/sys/class/net/br0/brif/wlp2s0", ""},
+                           {"/sys/class/net/wlp2s0/wireless/x", ""},
+                           {"/proc/net/route", route_via("br0")}},
+       kel::NetworkWifi, false, false},
+      {"vlan over nothing known",
+       link("eth0.5", "1", "vlan") + CmFsTree::Files{{"/proc/net/route", route_via("eth0.5")}}, kel::NetworkWired,
+       false, false},
+      {"route down", link("eth0", "1", "", "down") + CmFsTree::Files{{"/proc/net/route", route_via("eth0")}},
+       kel::NetworkNotDetected, false, false},
+      {"no route", link("eth0", "1", ""), kel::NetworkNotDetected, false, false},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CmTraceCapture capture;
+    kel::_NetworkTypeInfo info = DetectNetWork();
+    EXPECT_EQ(c.type, info.networkType) << c.name;
+    EXPECT_EQ(c.vpn, info.isVPNConnected) << c.name;
+    EXPECT_EQ(c.split, info.isVPNSplitTunneling) << c.name;
+    EXPECT_EQ(c.type, getNetworkStatus().networkType) << c.name;
+    EXPECT_TRUE(capture.contains(2, "DetectNetWorkApple: networkType: " + std::to_string(c.type) + ", isVPNConnected:" +
+                                        std::to_string(c.vpn) + ", isVPNSplitTunneling:" + std::to_string(c.split)));
+  }
+}
+
+TEST(NetworkType, CapturedVmIsWiredThroughEth0) {
+  CmFixtureRoot root("vm-debian12-kvm-2c", "net");
+  CmTraceCapture capture;
+  EXPECT_EQ(kel::NetworkWired, DetectNetWork().networkType);
+  // eth0 carries both default routes (IPv4 and IPv6): it is asked once.
+  EXPECT_EQ(1u, capture.count("DetectNetWorkApple: network interfaceType is 3"));
+  WifiStats stats;
+  EXPECT_EQ(-1, GetWifiStats(stats));  // wired: the record stays untouched
+  EXPECT_EQ("NotDetected", stats.ssid);
+  EXPECT_EQ(CM_ERROR_GENERIC, GetWifiStatsP(stats));
+  EXPECT_EQ("NotDetected", GetWiFiSSID());
+}
+
+TEST(NetworkType, WifiStatsFromTheWirelessTable) {
+  const std::string table =
+      "Inter-| sta-|   Quality        |   Discarded packets\n face | tus | link level noise |  nwid\n"
+      " wlan0: 0000   54.  -56.  -95.       0      0      0\n";
+  setNetworkStatus({kel::NetworkWifi2, false, false});
+  {
+    CmFsTree tree(link("wlan0", "1", "wlan") + CmFsTree::Files{{"/proc/net/wireless", table}});
+    WifiStats stats;
+    ASSERT_EQ(CM_OK, GetWifiStats(stats));
+    EXPECT_EQ(-56, stats.rssi);
+    EXPECT_EQ(-95, stats.noise);
+    EXPECT_EQ(88, stats.strength);
+    EXPECT_EQ(39, stats.snr);
+    EXPECT_EQ("NotAvailable", stats.ssid);
+  }
+  {
+    CmFsTree tree(link("wlan0", "1", "wlan") + CmFsTree::Files{{"/sys/class/net/wlan0/flags", "0x1002\n"}});
+    CmTraceCapture capture;
+    WifiStats stats;
+    EXPECT_EQ(CM_ERROR_GENERIC, GetWifiStats(stats));  // radio off
+    EXPECT_TRUE(capture.contains(3, "GetWifiStats: Get wifi stats failed"));
+  }
+  setNetworkStatus({kel::NetworkNotDetected, false, false});
+  int rssi = 0, noise = 0;
+  EXPECT_TRUE(cm_parse_proc_wireless(" wlan0: 0000 54. 200. -256.\n", "wlan0", rssi, noise));  // old byte encoding
+  EXPECT_EQ(-56, rssi);
+  EXPECT_EQ(0, noise);
+  EXPECT_FALSE(cm_parse_proc_wireless("wlan0: 1 2\n", "wlan0", rssi, noise));
+}
+
+}  // namespace
