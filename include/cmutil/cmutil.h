@@ -64,3 +64,4 @@
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/net/CmPrimaryAddress.h"
 #include "cmutil/net/CmNetworkType.h"
+#include "cmutil/system/CmStaticPerformanceScore.h"

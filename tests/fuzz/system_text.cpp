@@ -1,10 +1,11 @@
 // Feeds arbitrary text to the parsers of machine-fact files: cpuinfo, meminfo, cpulists
-// and kernel releases. Each must answer or refuse without reading past the text.
+// kernel releases and CPU brand texts. Each must answer or refuse without reading past the text.
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "cmutil/system/CmSystemInfo.h"
 #include "system/CmSystemTextParsers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -18,5 +19,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (cm_parse_cpulist(text, cpus) && cpus.size() > (1u << 16)) __builtin_trap();
   unsigned major = 0, minor = 0, patch = 0;
   cm_parse_release(text, major, minor, patch);
+  std::string model, series;
+  uint32_t number = 0;
+  bool intel = false;
+  std::vector<char> numberText(size + 2);  // holds the longest word of the brand
+  getCpuModelAndGeneration(text, model, number, intel, series, numberText.data());
   return 0;
 }

@@ -1,0 +1,245 @@
+// The brand parser and the static performance score: bands, the desktop path with its
+// classifier and rounding, the mobile paths, overrides and tuning tables.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "cmutil/system/CmStaticPerformanceScore.h"
+#include "cmutil/system/CmSystemInfo.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+TEST(CpuBrand, ParsesIntelAndRyzenLayouts) {
+  struct Case {
+    const char* brand;
+    bool result, intel;
+    const char *series, *model;
+    uint32_t number;
+    const char* text;
+  } cases[] = {
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", true, true, "Core(TM)", "i7", 8750, "8750H"},
+      {"Intel(R) Core(TM) m3-7Y30 CPU @ 1.00GHz", true, true, "Core(TM)", "m3", 7030, "7030"},
+      {"Intel(R) Core(TM) Ultra 7 155H", true, true, "Core(TM)", "7", 155, "155H"},
+      {"Intel(R) Core(TM) i7 CPU 920 @ 2.67GHz", true, true, "Core(TM)", "i7", 920, "920"},
+      {"Intel(R) Core(TM) i5 750", true, true, "Core(TM)", "i5", 750, "750"},
+      {"Intel(R) Core(TM)2 Duo CPU E8400 @ 3.00GHz", true, true, "Core(TM)2", "Duo", 0, ""},
+      {"Intel(R) Xeon(R) Gold 6248R CPU @ 3.00GHz", false, true, "Xeon(R)", "", 0, ""},
+      {"Intel(R) Celeron(R) N4020 CPU @ 1.10GHz", true, true, "Celeron(R)", "N4020", 0, ""},
+      {"Intel(R) N100", true, true, "N", "", 100, ""},
+      {"Intel(R) Pentium(R) CPU G4560 @ 3.50GHz", false, true, "Pentium(R)", "", 0, ""},
+      {"Intel", false, true, "", "", 0, ""},
+      {"AMD Ryzen 9 7950X 16-Core Processor", true, false, "", "", 9, "09"},
+      {"AMD Ryzen", true, false, "", "", 0, "0"},
+      {"AMD EPYC 7B13", true, false, "", "", 0, "0"},
+      {"Apple M2", true, false, "", "", 0, "0"},
+  };
+  for (const Case& c : cases) {
+    std::string model = "x", series = "x";
+    uint32_t number = 77;
+    bool intel = !c.intel;
+    char text[64] = {};
+    EXPECT_EQ(c.result, getCpuModelAndGeneration(c.brand, model, number, intel, series, text)) << c.brand;
+    EXPECT_EQ(c.intel, intel) << c.brand;
+    EXPECT_EQ(c.series, series) << c.brand;
+    EXPECT_EQ(c.model, model) << c.brand;
+    EXPECT_EQ(c.number, number) << c.brand;
+    EXPECT_STREQ(c.text, text) << c.brand;
+  }
+}
+
+class StaticScore : public ::testing::Test {
+ protected:
+  void SetUp() override { score_ = CmStaticPerformanceScore::Instance(false); }
+  void TearDown() override { CmStaticPerformanceScore::Instance(true); }
+
+  // A fresh instance holding exactly these facts and, for family os, these parameters.
+  CmStaticPerformanceScore* With(const std::string& brand, uint32_t cores, KelCurrentOS os, uint64_t memory = 8000,
+                                 _tagKelSPCParamOffset offset = {}, std::vector<int> params = std::vector<int>(7, 0),
+                                 uint32_t cpuClass = 0) {
+    CmStaticPerformanceScore::Instance(true);
+    score_ = CmStaticPerformanceScore::Instance(false);
+    score_->OverrideAllSystemOption(brand, 2800, cores, 2, memory, os, 0, cpuClass, 0);
+    EXPECT_EQ(CM_OK, score_->ConfigureParameters(os, params, offset));
+    return score_;
+  }
+
+  int ScoreAt(int level) {
+    int value = -1;
+    score_->ResetScore();
+    EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, static_cast<kel::KelPerformanceLevel>(level)));
+    return value;
+  }
+
+  CmStaticPerformanceScore* score_ = nullptr;
+};
+
+TEST_F(StaticScore, BandsPerLevelFamilyAndCores) {
+  struct Case {
+    KelCurrentOS os;
+    uint32_t cores;
+    int level, minimum, maximum;
+  } cases[] = {{KelOSLinux, 8, 0, 50, 60},  {KelOSLinux, 8, 4, 90, 100}, {KelOSLinux, 8, 5, 100, 128},
+               {KelOSWin, 15, 5, 100, 110}, {KelOSWin, 16, 5, 110, 120}, {KelOSWin, 31, 5, 110, 120},
+               {KelOSWin, 32, 5, 120, 128}, {KelOSMac, 64, 5, 100, 128}};
+  for (const Case& c : cases) {
+    With("", c.cores, c.os);
+    int minimum = 0, maximum = 0;
+    EXPECT_EQ(CM_OK, score_->GetLimitScore(minimum, maximum, static_cast<kel::KelPerformanceLevel>(c.level)));
+    EXPECT_EQ(c.minimum, minimum);
+    EXPECT_EQ(c.maximum, maximum);
+  }
+  CmTraceCapture capture;
+  int minimum = 0, maximum = 0;
+  EXPECT_EQ(CM_ERROR_GENERIC,
+            score_->GetLimitScore(minimum, maximum, kel::KelPerformanceLevel3, kel::KelPerformanceLevel1));
+  EXPECT_TRUE(capture.contains(0, "CmStaticPerformanceScore::GetLimitScore error maxValue = 70, minValue = 80 [this="));
+  EXPECT_EQ(CM_ERROR_GENERIC, score_->GetLimitScore(minimum, maximum, static_cast<kel::KelPerformanceLevel>(6)));
+}
+
+TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
+  struct Case {
+    const char* brand;
+    KelCurrentOS os;
+    uint32_t cores;
+    _tagKelSPCParamOffset offset;
+    std::vector<int> params;
+    int level, expected;
+  } cases[] = {
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 86},
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 0, 50},
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 1, 60},
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 2, 75},
+      {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {0, 1, 0}, {0, 0, 0, 0, 0, 0, 0}, 3, 87},
+      // P suffix, raw 87: max(83, 85) = 85; U suffix, raw 87: 83.
+      {"Intel(R) Core(TM) i7-1360P", KelOSLinux, 12, {0, 3, 0}, {-6, 0, 0, 0, 0, 0, 0}, 3, 85},
+      {"Intel(R) Core(TM) i7-8550U CPU @ 1.80GHz", KelOSLinux, 4, {0, 1, 0}, {0, 0, 0, 0, 0, 0, 0}, 3, 83},
+      // Raw 95 at level 3 ends one below the band's maximum.
+      {"Intel(R) Core(TM) i9-9900K CPU @ 3.60GHz", KelOSLinux, 8, {}, {2, 0, 0, 0, 0, 0, 0}, 3, 89},
+      // k (8) above i (7): the bonus X + 1 is added.
+      {"AMD Ryzen 7 5800X 8-Core Processor", KelOSWin, 8, {0, 0, 3}, {0, 0, -3, 0, 0, 0, 0}, 3, 80 + 2 * 2 + 4},
+      {"AMD Ryzen 7 PRO 4750U", KelOSWin, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 4, 90 + 2 * 2},
+      {"Apple M1 Max", KelOSMac, 10, {}, {0, 0, 0, 0, 0, 0, 0}, 5, 100 + 2 * (1 + 10 + 9 - 17)},
+      {"Apple M2", KelOSMac, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 4, 90 + 2 * (2 + 10 + 5 - 14)},
+      // 64 cores, family 3, level 5: (64 - 32) / 16 + B + 120.
+      {"AMD EPYC 7B13", KelOSWin, 64, {0, 3, 0}, {0, 0, 0, 0, 0, 0, 0}, 5, 125},
+      {"Intel(R) Core(TM) i9-13900K", KelOSLinux, 24, {}, {0, 0, 0, 0, 0, 0, 0}, 5, 110 + 2 * (13 + 9 - 22)},
+      // Rejected or unknown CPUs below 32 cores take the band's minimum.
+      {"Apple Virtual CPU", KelOSMac, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 4, 90},
+      {"Intel(R) Xeon(R) Gold 6248R CPU @ 3.00GHz", KelOSLinux, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 80},
+      {"Intel(R) Core(TM) i7-99999K", KelOSLinux, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 80},
+      {"Mystery CPU", KelOSMac, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 80},
+  };
+  for (const Case& c : cases) {
+    With(c.brand, c.cores, c.os, 8000, c.offset, c.params);
+    EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.brand << " level " << c.level;
+  }
+}
+
+TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {
+  struct Case {
+    KelCurrentOS os;
+    uint32_t cpuClass;
+    int level, expected;
+  } cases[] = {{KelOSIPhone, 2, 1, 67}, {KelOSIPhone, 12, 3, 84}, {KelOSIPhone, 17, 5, 102},
+               {KelOSIPhone, 4, 1, 69}, {KelOSIPad, 2, 2, 70},    {KelOSIPad, 14, 4, 94},
+               {KelOSIPad, 17, 5, 102}, {KelOSIPad, 1, 2, 70},    {KelOSTvOS, 14, 4, 95},
+               {KelOSTvOS, 1, 1, 64},   {KelOSTvOS, 4, 5, 100},   {KelOSVisionOS, 15, 5, 104},
+               {KelOSIPhone, 4, 0, 50}};
+  for (const Case& c : cases) {
+    With("", 4, c.os, 8000, {}, std::vector<int>(7, 0), c.cpuClass);
+    EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.os << " level " << c.level;
+  }
+  // Android: Init runs again after configuring, so the class comes through an override.
+  With("", 4, KelOSAndroid);
+  uint32_t cpuClass = 83;
+  KelCurrentOS android = KelOSAndroid;
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCurrentOS, &android, 4));
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCpuClass, &cpuClass, 4));
+  EXPECT_EQ(83, ScoreAt(3));
+  int unused = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetStaticPerformanceScoreForLinux(unused, kel::KelPerformanceLevel3));
+
+  // A remembered score inside the asked band is returned as it is; outside, it is recomputed.
+  With("", 4, KelOSLinux);
+  score_->OverrideStaticPerformanceScore(83);
+  int value = 0;
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel3));
+  EXPECT_EQ(83, value);
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel4));
+  EXPECT_EQ(90, value);
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value));
+  EXPECT_EQ(90, value);
+}
+
+TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
+  With("", 4, KelOSLinux);
+  uint64_t memory = 9000;
+  uint32_t four = 4;
+  std::string brand = "Intel(R) Core(TM) i5-8250U";
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(KelSystemOptionMemSize, &memory, 4));
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionMemSize, &memory, 8));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(KelSystemOptionCpuFrequency, nullptr, 4));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(static_cast<KelSystemOption>(10), &four, 4));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(KelSystemOptionCpuInfo, &brand, 4));
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCpuInfo, &brand, sizeof brand));
+  EXPECT_EQ(brand, score_->GetSystemOSInfo()->cpuInfo);
+  EXPECT_EQ(9000u, score_->GetSystemOSInfo()->m_memSize);
+
+  CmTraceCapture capture;
+  EXPECT_EQ(CM_ERROR_FAILURE, score_->ConfigureParameters(KelOSLinux, std::vector<int>(6, 1), {}));
+  EXPECT_TRUE(capture.contains(0, "spcCpuParam error, spcCpuParam.size() = 6 [this="));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->ConfigureParameters(KelOSWin, std::vector<int>(7, 1), {}));
+  EXPECT_TRUE(capture.contains(0, "ConfigureParameters fail,  OS not match, m_currOS = 2, os = 3 [this="));
+  // Nine values: the last two land in the Windows row (its Intel and three-digit bases).
+  EXPECT_EQ(CM_OK, score_->ConfigureParameters(KelOSLinux, {0, 0, 0, 0, 0, 0, 0, 5, 6}, {}));
+  EXPECT_EQ(5, score_->GetSystemOSInfo()->spcCpuParam[KelOSWin][0]);
+  EXPECT_EQ(6, score_->GetSystemOSInfo()->spcCpuParam[KelOSWin][1]);
+  EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::ConfigureParameters success [this="));
+
+  KelCurrentOS os = KelOSNone;
+  std::string text;
+  const char* texts[] = {"", "android", "linux", "win", "win-uwp", "mac", "ios-iphone", "ios-ipad", "tvos", "visionos"};
+  for (uint32_t family = 1; family <= 9; ++family) {
+    score_->GetSystemOSInfo()->m_currOS = static_cast<KelCurrentOS>(family);
+    EXPECT_EQ(CM_OK, score_->GetOSType(os, text));
+    EXPECT_EQ(texts[family], text);
+  }
+  score_->GetSystemOSInfo()->m_currOS = static_cast<KelCurrentOS>(12);
+  EXPECT_EQ(CM_OK, score_->GetOSType(os, text));
+  EXPECT_TRUE(capture.contains(0, "GetOSType not support OS, currOS = 12"));
+  int value = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel3));
+  EXPECT_TRUE(capture.contains(0, "CmStaticPerformanceScore::GetStaticPerformanceScore error currOS = 12 [this="));
+  EXPECT_TRUE(capture.contains(
+      2, "CmStaticPerformanceScore m_currOS = 12, m_osVersion = 0.000, m_cpuClass = 0, m_specificModel0"));
+  score_->Reset();
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetOSType(os, text));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->ConfigureParameters(KelOSNone, std::vector<int>(7, 0), {}));
+  EXPECT_TRUE(capture.contains(0, "ConfigureParameters fail, need init OS, m_currOS = 0"));
+  EXPECT_EQ(KelOSLinux, score_->GetSystemOSInfo()->m_currOS);
+}
+
+TEST_F(StaticScore, ClassifierRoundingModesAndTraces) {
+  CmTraceCapture capture;
+  With("Intel(R) Core(TM) i5-1035G1 CPU @ 1.00GHz", 4, KelOSLinux);
+  _tagKelCPUModelInfo info;
+  EXPECT_EQ(CM_OK, score_->CheckCPUInfo(info));
+  EXPECT_EQ(10, info.gen);  // 1035: Intel base + 1035 / 100
+  EXPECT_EQ(3, info.k);
+  EXPECT_EQ(2u, score_->GetSystemOSInfo()->m_ScoreOffset);  // G as the next-to-last character
+  EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::CheckCPUInfo gen = 10, i = 5, k = 3 [this="));
+  score_->GetSystemOSInfo()->cpuInfo = "Mystery CPU";  // classified as nothing: the offset stays
+  score_->GetSystemOSInfo()->m_ScoreOffset = 7;
+  ScoreAt(3);
+  EXPECT_TRUE(capture.contains(2, "GetStaticPerformanceScoreForDesktop error scoreOffset, scoreOffset = 7"));
+  EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::CmStaticPerformanceScore [this="));
+  CmStaticPerformanceScore::DestroyInstance();
+  score_ = CmStaticPerformanceScore::Instance(false);
+  EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::~CmStaticPerformanceScore [this="));
+  EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::DestroyInstance [this="));
+}
+
+}  // namespace
