@@ -4,12 +4,8 @@
 
 #include <atomic>
 
+#include "cmutil/system/CmSystemInfo.h"
 #include "cmutil/timer/CmTimer.h"
-
-// The GPU reader is built separately from the monitor; a weak reference keeps the
-// monitor usable (reporting "no GPU") in a build that does not carry it.
-bool kel_get_GPU_usage(long long& usage) __attribute__((weak, visibility("default")));
-float getGpuUsage() __attribute__((weak, visibility("default")));
 
 namespace {
 std::atomic<CmMonitorClockFn> g_testClock{nullptr};
@@ -32,6 +28,6 @@ int64_t cm_monitor_steady_us() {
 
 void cm_set_monitor_clock_for_test(CmMonitorClockFn fn) { g_testClock.store(fn, std::memory_order_release); }
 
-bool cm_monitor_gpu_usage(long long& usage) { return kel_get_GPU_usage && kel_get_GPU_usage(usage); }
+bool cm_monitor_gpu_usage(long long& usage) { return kel_get_GPU_usage(usage); }
 
-float cm_monitor_gpu_percent() { return getGpuUsage ? getGpuUsage() : 0.0f; }
+float cm_monitor_gpu_percent() { return getGpuUsage(); }

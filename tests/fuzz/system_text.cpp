@@ -1,11 +1,12 @@
-// Feeds arbitrary text to the parsers of machine-fact files: cpuinfo, meminfo, cpulists
-// kernel releases and CPU brand texts. Each must answer or refuse without reading past the text.
+// Feeds arbitrary text to the parsers of machine-fact files: cpuinfo, meminfo, cpulists,
+// kernel releases, CPU brand texts and the PCI ID database. Each must answer or refuse without reading past the text.
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "cmutil/system/CmSystemInfo.h"
+#include "system/CmPciIds.h"
 #include "system/CmSystemTextParsers.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -24,5 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool intel = false;
   std::vector<char> numberText(size + 2);  // holds the longest word of the brand
   getCpuModelAndGeneration(text, model, number, intel, series, numberText.data());
+  std::string vendor, device;
+  if (!cm_pci_ids_lookup(text, 0x10de, 0x20b0, vendor, device) && !device.empty()) __builtin_trap();
   return 0;
 }

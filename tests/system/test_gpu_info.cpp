@@ -1,0 +1,171 @@
+// GPU facts on captured trees (an AMD desktop with an Intel iGPU, a GPU server without
+// NVML) and hand-made hostile ones, and the pci.ids parser.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "cmutil/system/CmSystemInfo.h"
+#include "common/CmFsTree.h"
+#include "common/CmTraceCapture.h"
+#include "system/CmPciIds.h"
+
+namespace {
+
+struct Gpus {
+  CmResult result;
+  std::vector<std::string> names;
+  std::vector<uint32_t> memory;
+  std::string defaultName;
+  bool usageReported;
+  long long usage;
+};
+
+Gpus read_gpus(long long startUsage = 0) {
+  Gpus g;
+  g.result = getGpuInfo(g.names, g.memory);
+  g.defaultName = getDefaultGpuName();
+  g.usage = startUsage;
+  g.usageReported = kel_get_GPU_usage(g.usage);
+  return g;
+}
+
+TEST(GpuInfo, CapturedTrees) {
+  {
+    CmFixtureRoot root("amdgpu-desktop");
+    CmTraceCapture capture;
+    Gpus g = read_gpus();
+    EXPECT_EQ(CM_OK, g.result);
+    EXPECT_EQ((std::vector<std::string>{"Navi 21 [Radeon RX 6800/6800 XT / 6900 XT]", "AlderLake-S GT1"}), g.names);
+    EXPECT_EQ((std::vector<uint32_t>{16368, 0}), g.memory);
+    EXPECT_EQ(g.names[0], g.defaultName);
+    EXPECT_TRUE(g.usageReported);
+    EXPECT_EQ(37, g.usage);
+    EXPECT_TRUE(capture.contains(2, "getGpuInfo: default gpu is Navi 21"));
+    EXPECT_TRUE(capture.contains(2, "getGpuInfo: name=AlderLake-S GT1, memory=0"));
+  }
+  {
+    // Without NVML the NVIDIA card is named from pci.ids and nothing drives a display:
+    // the BMC adapter is boot VGA but never the default.
+    CmFixtureRoot root("gpu-server");
+    Gpus g = read_gpus(55);
+    EXPECT_EQ((std::vector<std::string>{"ASPEED Graphics Family", "GA100 [A100 SXM4 40GB]"}), g.names);
+    EXPECT_EQ("", g.defaultName);
+    EXPECT_FALSE(g.usageReported);
+    EXPECT_EQ(55, g.usage);
+  }
+}
+
+TEST(GpuInfo, HostileAndMissingSources) {
+  const std::string dev = "/sys/devices/pci0000:00/0000:03:00.0";
+  struct Case {
+    const char* name;
+    CmFsTree::Files files;
+    CmResult result;
+    const char* firstName;
+    bool usageReported;
+    long long usage;
+  } cases[] = {
+      {"no drm folder", {}, CM_ERROR_GENERIC, "", false, 7},
+      {"empty drm folder", {{"/sys/class/drm/version", "x"}}, CM_ERROR_GENERIC, "", false, 7},
+      {"garbage ids",
+       {{"/sys/class/drm/card0/device/vendor", "0xzz"}, {"/sys/class/drm/card0/device/device", "99999999999999999999"}},
+       CM_OK,
+       "GPU 0000:0000",
+       false,
+       7},
+      {"vendor only in pci.ids",
+       {{"/sys/class/drm/card3/device/vendor", "0x1002"},
+        {"/sys/class/drm/card3/device/device", "0x1234"},
+        {"/usr/share/misc/pci.ids", "1002  AMD\n\t73bf  Navi"}},
+       CM_OK,
+       "AMD device 1234",
+       false,
+       7},
+      {"amdgpu busy beyond range",
+       {{"/sys/class/drm/card0/device/vendor", "0x1002"},
+        {"/sys/class/drm/card0/device/gpu_busy_percent", "250"},
+        {"/sys/class/drm/card0/device/driver/x", ""},
+        {"/sys/class/drm/card0/device/product_name", "Radeon Pro W6800\n"}},
+       CM_OK,
+       "Radeon Pro W6800",
+       false,
+       7},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CmTraceCapture capture;
+    Gpus g = read_gpus(7);
+    EXPECT_EQ(c.result, g.result) << c.name;
+    EXPECT_EQ(c.firstName, g.names.empty() ? std::string() : g.names[0]) << c.name;
+    EXPECT_EQ(c.result != CM_OK, capture.contains(0, "getGpuInfo: fail to get gpu")) << c.name;
+    EXPECT_EQ(c.usageReported, g.usageReported) << c.name;
+    EXPECT_EQ(c.usage, g.usage) << c.name;
+  }
+}
+
+TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
+  const std::string a = "/sys/devices/pci0000:00/0000:03:00.0", b = "/sys/devices/pci0000:00/0000:04:00.0";
+  CmFsTree tree({{a + "/vendor", "0x1002"},
+                 {a + "/gpu_busy_percent", "120"},
+                 {b + "/vendor", "0x1002"},
+                 {b + "/gpu_busy_percent", "90"},
+                 {b + "/power/runtime_status", "suspended"},
+                 {"/sys/class/drm/card0/uevent", ""},
+                 {"/sys/class/drm/card1/uevent", ""}});
+  for (const auto& card : {std::make_pair("card0", a), std::make_pair("card1", b)}) {
+    const std::string at = tree.root() + "/sys/class/drm/" + card.first + "/device";
+    ASSERT_EQ(0, symlink(("../../.." + card.second.substr(4)).c_str(), at.c_str()));
+    ASSERT_EQ(0, symlink("../../../../bus/pci/drivers/amdgpu", (tree.root() + card.second + "/driver").c_str()));
+  }
+  long long usage = 0;
+  EXPECT_TRUE(kel_get_GPU_usage(usage));
+  EXPECT_EQ(100, usage);  // 120 clamped; the suspended card counts 0, its 90 unread
+  tree.Write(a + "/gpu_busy_percent", "12");
+  EXPECT_EQ(12, kel_get_GPU_usage());
+}
+
+TEST(GpuInfo, ListIsRememberedAfterTheFirstSuccess) {
+  CmFsTree tree({{"/sys/class/drm/card0/device/vendor", "0x8086"}, {"/sys/class/drm/card0/device/device", "0x4680"}});
+  std::vector<std::string> names{"kept"};
+  std::vector<uint32_t> memory;
+  ASSERT_EQ(CM_OK, getGpuInfo(names, memory));
+  EXPECT_EQ((std::vector<std::string>{"kept", "GPU 8086:4680"}), names);  // a fill appends
+  tree.Write("/sys/class/drm/card1/device/vendor", "0x1002");
+  ASSERT_EQ(CM_OK, getGpuInfo(names, memory));
+  EXPECT_EQ((std::vector<std::string>{"GPU 8086:4680"}), names);  // the cache is copied out
+}
+
+TEST(GpuInfo, PciIdsLookup) {
+  const std::string ids =
+      "# comment\n10de  NVIDIA Corporation\n\t20b0  GA100\n\t\t10de 1450  A100 SXM4\n"
+      "1002  Advanced Micro Devices\n\t73bF  Navi 21\nC 03  Display controller\n";
+  struct Case {
+    unsigned vendor, device;
+    bool found;
+    const char *vendorName, *deviceName;
+  } cases[] = {{0x10de, 0x20b0, true, "NVIDIA Corporation", "GA100"},
+               {0x10de, 0x1450, true, "NVIDIA Corporation", ""},  // a subsystem line is no device
+               {0x1002, 0x73bf, true, "Advanced Micro Devices", "Navi 21"},
+               {0x8086, 0x1234, false, "", ""}};
+  for (const Case& c : cases) {
+    std::string vendor = "x", device = "x";
+    EXPECT_EQ(c.found, cm_pci_ids_lookup(ids, c.vendor, c.device, vendor, device)) << std::hex << c.device;
+    EXPECT_EQ(c.vendorName, vendor);
+    EXPECT_EQ(c.deviceName, device);
+  }
+  std::string vendor, device;
+  for (const char* bad : {"", "10de", "10de\n\t20b0", "zzzz  x\n", "\t\t\t", "10de  N\n\t"})
+    EXPECT_FALSE(cm_pci_ids_lookup(bad, 0x10df, 0x20b0, vendor, device)) << bad;
+}
+
+// The live machine: the CI log shows what this host reports.
+TEST(GpuInfo, LiveMachine) {
+  cm_set_fs_root_for_test(nullptr);
+  Gpus g = read_gpus();
+  std::printf("gpus: %zu, default \"%s\", usage %lld (%s)\n", g.names.size(), g.defaultName.c_str(), g.usage,
+              g.usageReported ? "reported" : "none");
+  EXPECT_EQ(g.names.empty(), g.result != CM_OK);
+  EXPECT_LE(g.usage, 100);
+}
+
+}  // namespace
