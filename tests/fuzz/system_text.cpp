@@ -1,5 +1,6 @@
 // Feeds arbitrary text to the parsers of machine-fact files: cpuinfo, meminfo, cpulists,
-// kernel releases, CPU brand texts and the PCI ID database. Each must answer or refuse without reading past the text.
+// kernel releases, CPU brand texts and the PCI ID database. Each must answer or refuse
+// without reading past the text.
 #include <cstddef>
 #include <cstdint>
 #include <string>
