@@ -6,11 +6,15 @@
 #include <benchmark/benchmark.h>
 
 #include <fstream>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "cmutil/system/CmSystemInfo.h"
 #include "platform/CmFsRoot.h"
+#include "system/CmPciIds.h"
 
 namespace {
 
@@ -107,7 +111,59 @@ void BM_Cmutil_ProcessMemory(benchmark::State& state) {
   RunFact(state, [&] { benchmark::DoNotOptimize(get_process_memory(rss)); });
 }
 
-// Everything the probe program shows about the CPU, memory and OS.
+void BM_Cmutil_GpuList(benchmark::State& state) {
+  std::vector<std::string> names;
+  std::vector<uint32_t> memory;
+  RunFact(state, [&] {
+    names.clear();
+    memory.clear();
+    benchmark::DoNotOptimize(getGpuInfo(names, memory));
+  });
+}
+void BM_Cmutil_GpuUsage(benchmark::State& state) {
+  long long usage = 0;
+  RunFact(state, [&] { benchmark::DoNotOptimize(kel_get_GPU_usage(usage)); });
+}
+
+// A device name from the PCI ID database text: our parser against a plain line-by-line
+// iostream lookup of the same text. The last vendor in the file is the worst case.
+const std::string& PciIdsText() {
+  static const std::string text = [] {
+    std::ifstream in("/usr/share/misc/pci.ids");
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }();
+  return text;
+}
+
+void BM_Cmutil_PciIdsLookup(benchmark::State& state) {
+  std::string vendor, device;
+  for (auto _ : state) benchmark::DoNotOptimize(cm_pci_ids_lookup(PciIdsText(), 0x10de, 0x20b0, vendor, device));
+  state.SetLabel(device);
+}
+
+void BM_Plain_IostreamPciIdsLookup(benchmark::State& state) {
+  std::string device;
+  for (auto _ : state) {
+    std::istringstream in(PciIdsText());
+    std::string line;
+    bool inVendor = false;
+    device.clear();
+    while (std::getline(in, line)) {
+      if (line.empty() || line[0] == '#') continue;
+      if (line[0] != '\t') {
+        if (inVendor) break;
+        inVendor = line.compare(0, 4, "10de") == 0;
+      } else if (inVendor && line.size() > 7 && line[1] != '\t' && line.compare(1, 4, "20b0") == 0) {
+        device = line.substr(7);
+        break;
+      }
+    }
+    benchmark::DoNotOptimize(device);
+  }
+  state.SetLabel(device);
+}
+
+// Everything the probe program shows about the CPU, memory, GPUs and OS.
 void BM_Cmutil_FullFactSet(benchmark::State& state) {
   char text[256];
   unsigned a, b, mhz;
@@ -126,6 +182,11 @@ void BM_Cmutil_FullFactSet(benchmark::State& state) {
     benchmark::DoNotOptimize(kel_get_osinfo());
     benchmark::DoNotOptimize(kel_get_devicemodel());
     benchmark::DoNotOptimize(kel_get_devicemanufacturer());
+    std::vector<std::string> names;
+    std::vector<uint32_t> memory;
+    getGpuInfo(names, memory);
+    long long usage = 0;
+    kel_get_GPU_usage(usage);
   });
 }
 
@@ -145,6 +206,10 @@ BENCHMARK(BM_Cmutil_CpuCore)->Arg(2);
 BENCHMARK(BM_Cmutil_MemorySize)->Arg(2);
 BENCHMARK(BM_Cmutil_MemoryUsage)->Arg(2);
 BENCHMARK(BM_Cmutil_ProcessMemory)->Arg(2);
+FACT(BM_Cmutil_GpuList);
+BENCHMARK(BM_Cmutil_GpuUsage)->Arg(2);
+BENCHMARK(BM_Cmutil_PciIdsLookup);
+BENCHMARK(BM_Plain_IostreamPciIdsLookup);
 FACT(BM_Cmutil_FullFactSet);
 BENCHMARK(BM_Plain_IostreamCpuinfoMeminfo);
 
