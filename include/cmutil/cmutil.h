@@ -65,3 +65,5 @@
 #include "cmutil/net/CmPrimaryAddress.h"
 #include "cmutil/net/CmNetworkType.h"
 #include "cmutil/system/CmStaticPerformanceScore.h"
+#include "cmutil/net/CmIpAddress.h"
+#include "cmutil/net/CmLocalAddress.h"

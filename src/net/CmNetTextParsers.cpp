@@ -94,3 +94,27 @@ bool cm_parse_proc_wireless(const std::string& text, const std::string& name, in
   });
   return found;
 }
+
+std::vector<CmInet6Row> cm_parse_if_inet6(const std::string& text) {
+  std::vector<CmInet6Row> rows;
+  for_each_line(text, [&](const std::string& line) {
+    std::vector<std::string> w = words_of(line);
+    if (w.size() != 6 || w[0].size() != 32) return;
+    CmInet6Row row;
+    unsigned long long value = 0;
+    for (size_t i = 0; i < 16; ++i) {
+      if (!hex_value(w[0].substr(2 * i, 2), value)) return;
+      row.address[i] = static_cast<unsigned char>(value);
+    }
+    unsigned long long fields[4];
+    for (size_t i = 0; i < 4; ++i)
+      if (!hex_value(w[i + 1], fields[i]) || fields[i] > 0xffffffffULL) return;
+    row.ifindex = static_cast<unsigned>(fields[0]);
+    row.prefixLength = static_cast<unsigned>(fields[1]);
+    row.scope = static_cast<unsigned>(fields[2]);
+    row.flags = static_cast<unsigned>(fields[3]);
+    row.name = w[5];
+    rows.push_back(row);
+  });
+  return rows;
+}

@@ -3,6 +3,7 @@
 // touch the filesystem; every one is safe on arbitrary bytes.
 
 #include <string>
+#include <vector>
 
 #include "cmutil/base/CmExport.h"
 
@@ -18,3 +19,14 @@ CM_EXPORT std::string cm_parse_default_route_v6(const std::string& text);
 /// report unsigned bytes (values above 0 are taken minus 256); noise -256 is unknown
 /// (0). False when the interface has no row.
 CM_EXPORT bool cm_parse_proc_wireless(const std::string& text, const std::string& name, int& rssi, int& noise);
+
+/// One row of /proc/net/if_inet6: address, interface index, prefix length, scope (00
+/// global, 10 host, 20 link, 40 site), 8-bit flags and interface name.
+struct CmInet6Row {
+  unsigned char address[16] = {};
+  unsigned ifindex = 0, prefixLength = 0, scope = 0, flags = 0;
+  std::string name;
+};
+
+/// The well-formed rows of /proc/net/if_inet6 text; malformed rows are skipped.
+CM_EXPORT std::vector<CmInet6Row> cm_parse_if_inet6(const std::string& text);

@@ -27,3 +27,12 @@ enum class CmRouteStep { kOk, kSocketFailed, kConnectFailed, kGetsocknameFailed 
 /// error holds errno of the failing step.
 CmRouteStep cm_net_route_source_v4(const sockaddr_in& destination, sockaddr_in& local, socklen_t& localLength,
                                    int& error);
+
+/// First address the host lookup gives for name (any family); false when none.
+bool cm_net_resolve_first(const char* name, sockaddr_storage& address);
+
+/// This host's name; false when it cannot be read.
+bool cm_net_host_name(char* name, size_t size);
+
+/// True when a datagram socket of family (AF_INET, AF_INET6) can be opened.
+bool cm_net_family_available(int family);

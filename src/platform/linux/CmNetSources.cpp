@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <ifaddrs.h>
+#include <netdb.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -42,4 +43,22 @@ CmRouteStep cm_net_route_source_v4(const sockaddr_in& destination, sockaddr_in& 
   error = errno;
   close(fd);
   return step;
+}
+
+bool cm_net_resolve_first(const char* name, sockaddr_storage& address) {
+  addrinfo* result = nullptr;
+  if (getaddrinfo(name, nullptr, nullptr, &result) != 0 || !result) return false;
+  const bool ok = result->ai_addr && result->ai_addrlen <= sizeof address;
+  if (ok) memcpy(&address, result->ai_addr, result->ai_addrlen);
+  freeaddrinfo(result);
+  return ok;
+}
+
+bool cm_net_host_name(char* name, size_t size) { return gethostname(name, size) == 0; }
+
+bool cm_net_family_available(int family) {
+  int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  close(fd);
+  return true;
 }

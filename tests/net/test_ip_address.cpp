@@ -1,0 +1,133 @@
+// IP address text utilities, and IPv6-only detection against the kernel in private
+// network namespaces.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <string>
+
+#include "cmutil/net/CmIpAddress.h"
+#include "common/CmNetNamespace.h"
+#include "common/CmTraceCapture.h"
+
+namespace {
+
+TEST(IpAddress, Classification) {
+  for (const char* yes : {"10.0.0.1", "10 . 0", "", "\t1"}) EXPECT_EQ(1, is_ip_address(yes)) << yes;
+  for (const char* no : {"fe80::1", "host1", "1.2.3.4a"}) EXPECT_EQ(0, is_ip_address(no)) << no;
+  CmTraceCapture capture;
+  EXPECT_EQ(0, is_ip_address(nullptr));
+  EXPECT_TRUE(capture.contains(0, "is_ip_address: ip string is null"));
+  EXPECT_TRUE(isIPv4("192.168.1.2"));
+  EXPECT_FALSE(isIPv4("192.168.1"));
+  EXPECT_TRUE(isIPv6("fe80::1"));
+  EXPECT_FALSE(isIPv6("10.0.0.1"));
+}
+
+TEST(IpAddress, IdentifiersAndResolution) {
+  struct Case {
+    const char* text;
+    unsigned long id;
+    const char* back;
+  } cases[] = {{"192.168.1.2", 3232235778ul, "192.168.1.2"},
+               {"0.0.0.1", 1, "0.0.0.1"},
+               {"10.1", 10ul << 24 | 1ul << 16, "10.1.0.0"},
+               {"localhost", 0x7f000001ul, "127.0.0.1"},
+               {"", 0, "0.0.0.0"}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(c.id, ip_2_id(c.text)) << c.text;
+    EXPECT_STREQ(c.back, id_2_ip(c.id)) << c.text;
+  }
+  CmTraceCapture capture;
+  char out[64] = "kept";
+  EXPECT_EQ(-1, resolve_2_ip(nullptr, out));
+  EXPECT_EQ(-1, resolve_2_ip("no-such-host.invalid", out));
+  EXPECT_STREQ("kept", out);
+  EXPECT_TRUE(capture.contains(0, "resolve_2_ip: No host_name: "));
+  EXPECT_TRUE(capture.contains(0, "resolve_2_ip: can't resolve host_name: no-such-host.invalid"));
+  EXPECT_EQ(0u, ip_2_id("no-such-host.invalid"));
+  EXPECT_STRNE("", get_local_ip());
+  EXPECT_EQ(get_local_ip(), get_local_ip());  // remembered
+}
+
+TEST(IpAddress, TransportAddressParse) {
+  struct Case {
+    const char* text;
+    int protoSize, ipSize;
+    int result;
+    const char *proto, *ip;
+    unsigned short port;
+  } cases[] = {
+      {"udp://10.1.2.3:5004", 16, 64, 1, "udp", "10.1.2.3", 5004},
+      {"udp://10.1.2.3:", 16, 64, 0, "udp", "10.1.2.3", 0},  // written before the empty port fails
+      {"udp://10.1.2.3", 16, 64, 0, "", "", 0},
+      {"10.1.2.3:5004", 16, 64, 0, "", "", 0},
+      {"https://localhost:70000", 4, 64, 1, "htt", "127.0.0.1", 70000 & 0xffff},
+      {"tcp://10.1.2.3:443", 16, 5, 1, "tcp", "10.1", 443},
+      {"tcp://no-such-host.invalid:443", 16, 64, 0, "tcp", "", 0},
+      // 64 characters pass, 65 fail.
+      {"udp://10.1.2.3:5004/aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", 16, 64, 1, "udp", "10.1.2.3", 5004},
+      {"udp://10.1.2.3:5004/aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", 16, 64, 0, "", "", 0},
+  };
+  for (const Case& c : cases) {
+    char proto[16] = {}, ip[64] = {};
+    unsigned short port = 0;
+    EXPECT_EQ(c.result, transport_address_parse(c.text, proto, c.protoSize, ip, c.ipSize, port)) << c.text;
+    EXPECT_STREQ(c.proto, proto) << c.text;
+    EXPECT_STREQ(c.ip, ip) << c.text;
+    EXPECT_EQ(c.port, port) << c.text;
+  }
+}
+
+TEST(IpAddress, ExpansionAndPrefixes) {
+  const std::pair<const char*, const char*> expansions[] = {
+      {"fe80::1", "fe80:0000:0000:0000:0000:0000:0000:0001"},
+      {"2001:db8:0:0:0:0:0:1", "2001:0db8:0000:0000:0000:0000:0000:0001"},
+      {"1::", "0001:0000:0000:0000:0000:0000:0000:0000"},
+      // Every empty group adds the missing ones: a leading "::" gives thirteen groups.
+      {"::1", "0000:0000:0000:0000:0000:0000:0000:0000:0000:0000:0000:0000:0001"},
+      {"", ""}};
+  for (const auto& e : expansions) EXPECT_EQ(e.second, ExpandIPv6Address(e.first)) << e.first;
+  struct Prefix {
+    bool v6;
+    const char *a, *b, *mask;
+    bool same;
+  } prefixes[] = {{false, "10.1.2.3", "10.1.9.9", "255.255.0.0", true},
+                  {false, "10.1.2.3", "10.1.9.9", "255.255.255.0", false},
+                  {false, "10.1.2.3", "10.1.2.3", "255.255.0", false},
+                  {true, "2001:db8::1", "2001:db8::ffff", "ffff:ffff::", true},
+                  {true, "2001:db8::1", "2001:db9::1", "ffff:ffff::", false},
+                  {true, "2001:db8::1", "x", "ffff::", false}};
+  CmTraceCapture capture;
+  for (const Prefix& p : prefixes)
+    EXPECT_EQ(p.same, (p.v6 ? isSamePrefixIPv6 : isSamePrefixIPv4)(p.a, p.b, p.mask)) << p.a << " " << p.mask;
+  EXPECT_TRUE(capture.contains(
+      3, "isSamePrefixIPv4, Invalid IPv4 address or mask, ip1 = 10.1.2.3, ip2 = 10.1.2.3, mask = 255.255.0"));
+  EXPECT_TRUE(capture.contains(3, "isSamePrefixIPv6, Invalid IPv6 address or mask, ip1 = 2001:db8::1"));
+}
+
+TEST(IpAddress, FamilyProbesAndIpv6OnlyHosts) {
+  EXPECT_EQ(1u, ipv4_enabled());
+  EXPECT_EQ(ipv4_enabled(), cm_ipv4_enabled);
+  unsigned int cache = 0;
+  EXPECT_EQ(0u, ip_check(&cache, AF_INET));  // a filled cache answers without probing
+  const std::string up = "ip link set lo up";
+  struct Case {
+    const char* name;
+    std::vector<std::string> setup;
+    const char* pure;
+  } cases[] = {
+      {"link-local and self-assigned only",
+       {up, "ip -6 addr add fe80::5/64 dev lo", "ip addr add 169.254.1.1/16 dev lo"},
+       "0"},
+      {"global IPv6 only", {up, "ip -6 addr add 2001:db8::5/64 dev lo"}, "1"},
+      {"global IPv6 beside IPv4", {up, "ip -6 addr add 2001:db8::5/64 dev lo", "ip addr add 10.0.0.5/8 dev lo"}, "0"},
+  };
+  for (const Case& c : cases) {
+    CmNetnsResult result = cm_run_in_netns(c.setup, [] { return std::to_string(isPureIp6()); });
+    if (!result.ran) GTEST_SKIP() << result.skipReason;
+    EXPECT_EQ(c.pure, result.output) << c.name;
+  }
+}
+
+}  // namespace

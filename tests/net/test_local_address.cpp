@@ -1,0 +1,314 @@
+// The local address list against the real kernel in a private network namespace, the
+// pruning rules on lists built here, and the netlink parsers on hostile bytes.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cmutil/net/CmLocalAddress.h"
+#include "common/CmFsTree.h"
+#include "common/CmNetNamespace.h"
+#include "common/CmTraceCapture.h"
+#include "net/CmNetlink.h"
+
+namespace {
+
+local_addr_t* make_node(const char* text, const char* ifname = "en0", uint32_t flag = 0, uint64_t expire = 0) {
+  local_addr_t* node = new local_addr_t();
+  if (std::strchr(text, ':')) {
+    node->addr.sin6_family = AF_INET6;
+    inet_pton(AF_INET6, text, &node->addr.sin6_addr);
+  } else {
+    auto* v4 = reinterpret_cast<sockaddr_in*>(&node->addr);
+    v4->sin_family = AF_INET;
+    inet_pton(AF_INET, text, &v4->sin_addr);
+  }
+  std::snprintf(node->ifname, sizeof node->ifname, "%s", ifname);
+  node->flag = flag;
+  node->expire = expire;
+  return node;
+}
+
+std::string text_of(const local_addr_t* node) {
+  char text[INET6_ADDRSTRLEN] = {};
+  if (node->addr.sin6_family == AF_INET6)
+    inet_ntop(AF_INET6, &node->addr.sin6_addr, text, sizeof text);
+  else
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(&node->addr)->sin_addr, text, sizeof text);
+  return text;
+}
+
+std::string describe(const local_addr_t* list) {
+  std::string out;
+  for (; list; list = list->next) out += (out.empty() ? "" : " ") + text_of(list);
+  return out;
+}
+
+struct Spec {
+  const char* text;
+  const char* ifname;
+  uint32_t flag;
+  uint64_t expire;
+};
+
+// With the third option off, kept IPv6 removes the 464XLAT group and sets the flag,
+// even when that group is empty.
+TEST(LocalAddressPrune, DecisionsInOrder) {
+  const uint64_t future = static_cast<uint64_t>(time(nullptr)) + 3600, past = 1000;
+  const prune_local_addr_options strict = {false, false, false};
+  struct Case {
+    const char* name;
+    std::vector<Spec> list;
+    const prune_local_addr_options* options;
+    const char* kept;
+    bool xlatRemoved;
+  } cases[] = {
+      {"xlat dropped beside real IPv6",
+       {{"127.0.0.1", "lo", 0, 0},
+        {"192.168.1.5", "en0", 0, 0},
+        {"192.0.0.2", "v4", 0, 0},
+        {"2600::5", "en0", 1, future}},
+       &strict,
+       "192.168.1.5 2600::5",
+       true},
+      {"xlat kept at the end without IPv6",
+       {{"192.0.0.2", "v4", 0, 0},
+        {"192.168.1.5", "en0", 0, 0},
+        {"2001:db8::5", "en0", 1, 0},
+        {"3fff::1", "en0", 1, 0}},
+       &strict,
+       "192.168.1.5 192.0.0.2",
+       false},
+      {"temporary replaces autoconfigured in place",
+       {{"2600::1", "en0", 1, future}, {"10.0.0.1", "en0", 0, 0}, {"2600::2", "en0", 2, future}},
+       &strict,
+       "2600::2 10.0.0.1",
+       true},
+      {"autoconfigured loses to a kept temporary",
+       {{"2600::2", "en0", 2, future}, {"2600::1", "en0", 1, future}},
+       &strict,
+       "2600::2",
+       true},
+      {"of two temporaries the earlier end stays",
+       {{"2600::2", "en0", 2, future + 50}, {"2600::3", "en0", 2, future}, {"2600::4", "en0", 2, future + 9}},
+       &strict,
+       "2600::3",
+       true},
+      {"other interfaces and other kinds do not decide",
+       {{"2600::1", "en0", 1, 0}, {"2600::5", "en1", 1, 0}, {"2600::6", "en0", 4, 0}, {"2600::7", "en0", 16, 0}},
+       &strict,
+       "2600::1 2600::5 2600::6 2600::7",
+       true},
+      {"kind 8 and expired manual addresses go",
+       {{"2600::8", "en0", 8, 0}, {"2600::9", "en0", 16, past}, {"2600::a", "en0", 16, future}},
+       &strict,
+       "2600::a",
+       true},
+      {"null options keep link-local, unique-local and xlat",
+       {{"fe80::1", "en0", 1, 0},
+        {"fd00::1", "en0", 4, 0},
+        {"192.0.0.2", "v4", 0, 0},
+        {"2600::1", "en1", 1, 0},
+        {"ff02::1", "en0", 1, 0}},
+       nullptr,
+       "fe80::1 fd00::1 2600::1 192.0.0.2",
+       false},
+  };
+  for (const Case& c : cases) {
+    local_addr_t* list = nullptr;
+    local_addr_t** tail = &list;
+    for (const Spec& s : c.list) {
+      *tail = make_node(s.text, s.ifname, s.flag, s.expire);
+      tail = &(*tail)->next;
+    }
+    CmTraceCapture capture;
+    bool removed = !c.xlatRemoved;
+    prune_local_addr(&list, c.options, &removed);
+    EXPECT_EQ(c.kept, describe(list)) << c.name;
+    EXPECT_EQ(c.xlatRemoved, removed) << c.name;
+    free_local_addr(list);
+  }
+  CmTraceCapture capture;
+  local_addr_t* list = make_node("2600::7", "en0", 16, 0);
+  list->next = make_node("127.0.0.1", "lo");
+  prune_local_addr(&list, nullptr);
+  EXPECT_TRUE(
+      capture.contains(2, "prune_local_addr, statically configured IPv6 address [2600::7] is permanent, not expire"));
+  EXPECT_TRUE(capture.contains(3, "prune_local_addr, keep global unicast IPv6 Address= 2600::7, expire=0, flag=16"));
+  EXPECT_TRUE(capture.contains(3, "prune_local_addr, delete loopback IPv4 Address= 127.0.0.1"));
+  EXPECT_TRUE(capture.contains(2, "prune_local_addr, IP Address= 127.0.0.1, flag=0"));
+  free_local_addr(list);
+  free_local_addr(nullptr);
+}
+
+TEST(LocalAddressPrune, StrcpyForsafe) {
+  char out[4];
+  EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", 2, sizeof out));
+  EXPECT_STREQ("ab", out);
+  EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", 6, sizeof out));
+  EXPECT_STREQ("abc", out);
+  EXPECT_EQ(-1, strcpy_forsafe(nullptr, "a", 1, 4));
+  EXPECT_EQ(-1, strcpy_forsafe(out, nullptr, 1, 4));
+  EXPECT_EQ(-1, strcpy_forsafe(out, "a", 0, 4));
+  EXPECT_EQ(-1, strcpy_forsafe(out, "a", 1, 0));
+}
+
+// The kernel's own flags and lifetimes, read back through get_local_addr.
+TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
+  const std::vector<std::string> setup = {"ip link set lo up",
+                                          "ip -6 addr add 2001:db8::5/64 dev lo valid_lft 3600 preferred_lft 1800",
+                                          "ip -6 addr add 2001:470::7/64 dev lo mngtmpaddr",
+                                          "ip -6 addr add 2001:470::8/64 dev lo",
+                                          "ip -6 addr add fd00::1/64 dev lo",
+                                          "ip -6 addr add 2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000",
+                                          "ip addr add 192.0.0.2/29 dev lo"};
+  CmNetnsResult result = cm_run_in_netns(setup, [] {
+    local_addr_t* list = nullptr;
+    std::string out = std::to_string(get_local_addr(&list)) + "\n";
+    const uint64_t now = static_cast<uint64_t>(time(nullptr));
+    for (local_addr_t* n = list; n; n = n->next) {
+      const uint64_t left = n->expire ? n->expire - now : 0;  // about 1800 or 1000 seconds
+      out += text_of(n) + " " + n->ifname + " " + std::to_string(n->flag) + " " +
+             (n->expire == 0               ? "never"
+              : left > 900 && left <= 1800 ? std::to_string((left + 50) / 100 * 100)
+                                           : "bad") +
+             "\n";
+    }
+    const prune_local_addr_options strict = {false, false, false};
+    bool removed = false;
+    prune_local_addr(&list, &strict, &removed);
+    out += "pruned: " + describe(list) + (removed ? " (xlat removed)" : "");
+    free_local_addr(list);
+    return out;
+  });
+  if (!result.ran) GTEST_SKIP() << result.skipReason;
+  const std::string& out = result.output;
+  EXPECT_EQ(0u, out.find("0\n")) << out;
+  // Loopback and permanent addresses were configured by hand; the /128 with a finite
+  // lifetime came from DHCPv6; mngtmpaddr and a finite /64 from autoconfiguration.
+  for (const char* line :
+       {"127.0.0.1 lo 0 never\n", "192.0.0.2 lo 0 never\n", "::1 lo 16 never\n", "fd00::1 lo 16 never\n",
+        "2001:470::7 lo 1 never\n", "2001:470::8 lo 16 never\n", "2001:470::9 lo 4 1000\n", "2001:db8::5 lo 1 1800\n"})
+    EXPECT_NE(std::string::npos, out.find(line)) << line << " in\n" << out;
+  EXPECT_NE(std::string::npos, out.find("pruned: ")) << out;
+  const std::string pruned = out.substr(out.find("pruned: "));
+  for (const char* kept : {"2001:470::7", "2001:470::8", "2001:470::9", "(xlat removed)"})
+    EXPECT_NE(std::string::npos, pruned.find(kept)) << kept << " in " << pruned;
+  for (const char* gone : {"127.0.0.1", "192.0.0.2", "::1 ", "fd00::1", "2001:db8::5"})
+    EXPECT_EQ(std::string::npos, pruned.find(gone)) << gone << " in " << pruned;
+}
+
+TEST(LocalAddressKernel, ProcFallbackWhenNetlinkIsRefused) {
+  // A captured tree stands in for the kernel: netlink is not asked, if_inet6 answers.
+  CmFixtureRoot root("vm-debian12-kvm-2c", "net");
+  local_addr_t node = {};
+  node.addr.sin6_family = AF_INET6;
+  inet_pton(AF_INET6, "fd00::2", &node.addr.sin6_addr);
+  CmTraceCapture capture;
+  EXPECT_FALSE(cm_fill_v6_addr_detail("eth0", &node));  // no lifetimes in if_inet6
+  EXPECT_EQ(16u, node.flag);                            // 0x82: permanent
+  EXPECT_STREQ("eth0", node.ifname);
+  EXPECT_TRUE(capture.contains(2, "get_v6_lifetime, errno="));
+  disable_detect_manual_ipv6(true);
+  cm_fill_v6_addr_detail("eth0", &node);
+  EXPECT_EQ(8u, node.flag);
+  disable_detect_manual_ipv6(false);
+  inet_pton(AF_INET6, "2001:db8::77", &node.addr.sin6_addr);
+  EXPECT_FALSE(cm_fill_v6_addr_detail("eth0", &node));
+  EXPECT_TRUE(capture.contains(2, "get_v6_lifetime: ioctl(SIOCGIFAFLAG_IN6), errno="));
+}
+
+// ---- netlink bytes ----
+
+struct Bytes {
+  std::vector<uint8_t> data;
+  template <class T>
+  void put(T value) {
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
+    data.insert(data.end(), p, p + sizeof value);
+  }
+  void pad() {
+    while (data.size() % 4) data.push_back(0);
+  }
+};
+
+// One RTM_NEWADDR message for 2600::1/64 on ifindex 3 with flags, proto and cache info.
+Bytes address_message(uint32_t seq, uint32_t flags, uint8_t proto, uint32_t preferred) {
+  Bytes attrs;
+  attrs.put<uint16_t>(20), attrs.put<uint16_t>(1);  // IFA_ADDRESS
+  uint8_t address[16] = {0x26, 0x00};
+  address[15] = 1;
+  attrs.data.insert(attrs.data.end(), address, address + 16);
+  attrs.put<uint16_t>(8), attrs.put<uint16_t>(8), attrs.put<uint32_t>(flags);  // IFA_FLAGS
+  attrs.put<uint16_t>(5), attrs.put<uint16_t>(11), attrs.put<uint8_t>(proto);  // IFA_PROTO
+  attrs.pad();
+  attrs.put<uint16_t>(20), attrs.put<uint16_t>(6);  // IFA_CACHEINFO
+  attrs.put<uint32_t>(preferred), attrs.put<uint32_t>(7200), attrs.put<uint32_t>(0), attrs.put<uint32_t>(0);
+  Bytes m;
+  m.put<uint32_t>(static_cast<uint32_t>(16 + 8 + attrs.data.size())), m.put<uint16_t>(20), m.put<uint16_t>(2);
+  m.put<uint32_t>(seq), m.put<uint32_t>(0);
+  m.put<uint8_t>(10), m.put<uint8_t>(64), m.put<uint8_t>(0), m.put<uint8_t>(0), m.put<uint32_t>(3);
+  m.data.insert(m.data.end(), attrs.data.begin(), attrs.data.end());
+  return m;
+}
+
+Bytes control_message(uint32_t seq, uint16_t type, int32_t error = 0) {
+  Bytes m;
+  m.put<uint32_t>(type == 2 ? 36 : 20), m.put<uint16_t>(type), m.put<uint16_t>(0), m.put<uint32_t>(seq),
+      m.put<uint32_t>(0);
+  m.put<int32_t>(error);
+  if (type == 2) m.data.resize(36);
+  return m;
+}
+
+TEST(Netlink, AddressDumpsAndHostileBytes) {
+  Bytes good = address_message(7, 0x100, 2, 1800);
+  Bytes done = control_message(7, 3);
+  std::vector<uint8_t> dump = good.data;
+  dump.insert(dump.end(), done.data.begin(), done.data.end());
+  std::vector<CmNlAddress> out;
+  int error = 0;
+  ASSERT_EQ(CmNlStatus::kDone, cm_nl_parse_address_dump(dump.data(), dump.size(), 7, out, error));
+  ASSERT_EQ(1u, out.size());
+  EXPECT_EQ(3u, out[0].ifindex);
+  EXPECT_EQ(0x100u, out[0].flags);
+  EXPECT_EQ(2, out[0].proto);
+  EXPECT_EQ(1800u, out[0].preferred);
+  EXPECT_EQ(0x26, out[0].address[0]);
+
+  struct Case {
+    const char* name;
+    std::vector<uint8_t> bytes;
+    CmNlStatus status;
+    int error;
+  } cases[] = {
+      {"wrong sequence", address_message(8, 0, 0, 0).data, CmNlStatus::kError, -74},
+      {"truncated header", std::vector<uint8_t>(good.data.begin(), good.data.begin() + 10), CmNlStatus::kError, -74},
+      {"length past the end", std::vector<uint8_t>(good.data.begin(), good.data.end() - 4), CmNlStatus::kError, -74},
+      {"kernel error", control_message(7, 2, -13).data, CmNlStatus::kError, -13},
+      {"acknowledgement inside a dump", control_message(7, 2, 0).data, CmNlStatus::kError, -74},
+      {"no end yet", good.data, CmNlStatus::kMore, 0},
+      {"empty", {}, CmNlStatus::kMore, 0},
+  };
+  for (const Case& c : cases) {
+    out.clear();
+    EXPECT_EQ(c.status, cm_nl_parse_address_dump(c.bytes.data(), c.bytes.size(), 7, out, error)) << c.name;
+    EXPECT_EQ(c.error, error) << c.name;
+  }
+  // An attribute whose length runs past the message, and a zero-length one: the address
+  // is refused, the walk goes on.
+  for (uint16_t badLength : {uint16_t(200), uint16_t(0)}) {
+    Bytes bad = address_message(7, 0, 0, 0);
+    std::memcpy(bad.data.data() + 24, &badLength, 2);
+    out.clear();
+    EXPECT_EQ(CmNlStatus::kMore, cm_nl_parse_address_dump(bad.data.data(), bad.data.size(), 7, out, error));
+    EXPECT_TRUE(out.empty());
+  }
+}
+
+}  // namespace
