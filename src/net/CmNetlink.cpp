@@ -39,7 +39,9 @@ CmNlStatus cm_nl_walk(const uint8_t* data, size_t length, uint32_t seq, int& err
     if (type == kNlmsgDone) return CmNlStatus::kDone;
     if (type == kNlmsgError) {
       error = payloadLength >= 4 ? read_le<int32_t>(payload) : -74;
-      if (error == 0) error = -74;  // an acknowledgement has no place in a dump
+      // The kernel reports a negative errno; an acknowledgement (0) has no place in a
+      // dump and a positive value is no errno at all.
+      if (error >= 0) error = -74;
       return CmNlStatus::kError;
     }
     onMessage(type, payload, payloadLength);

@@ -307,6 +307,7 @@ TEST(Netlink, AddressDumpsAndHostileBytes) {
       {"length past the end", std::vector<uint8_t>(good.data.begin(), good.data.end() - 4), CmNlStatus::kError, -74},
       {"kernel error", control_message(7, 2, -13).data, CmNlStatus::kError, -13},
       {"acknowledgement inside a dump", control_message(7, 2, 0).data, CmNlStatus::kError, -74},
+      {"positive error", control_message(7, 2, 13).data, CmNlStatus::kError, -74},  // found by the fuzzer
       {"no end yet", good.data, CmNlStatus::kMore, 0},
       {"empty", {}, CmNlStatus::kMore, 0},
   };
