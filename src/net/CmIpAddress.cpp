@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <sstream>
 #include <vector>
 
 #include "cmutil/trace/CmTraceMacros.h"
@@ -39,11 +38,61 @@ void copy_cut(char* out, int size, const char* text, size_t length) {
   out[n] = '\0';
 }
 
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// IPv6 text of hex groups and at most one "::" (the common form) without the C
+// library's general parser; anything else (an IPv4 tail) is left to inet_pton. Accepts
+// and refuses exactly what inet_pton does for these forms.
+bool parse_ipv6(const char* p, unsigned char* out) {
+  if (std::strchr(p, '.')) return inet_pton(AF_INET6, p, out) == 1;
+  uint16_t words[8];
+  int count = 0, gap = -1;
+  if (*p == ':') {
+    if (p[1] != ':') return false;
+    p += 2;
+    gap = 0;
+  }
+  while (*p) {
+    int value = 0, digits = 0;
+    for (int d; (d = hex_digit(*p)) >= 0; ++p) {
+      if (++digits > 4) return false;
+      value = value * 16 + d;
+    }
+    if (digits == 0 || count == 8) return false;
+    words[count++] = static_cast<uint16_t>(value);
+    if (*p == '\0') break;
+    if (*p != ':') return false;
+    if (*++p == ':') {
+      if (gap >= 0) return false;
+      gap = count;
+      ++p;
+    } else if (*p == '\0') {
+      return false;  // a single trailing colon
+    }
+  }
+  if (gap < 0 ? count != 8 : count > 7) return false;
+  const int zeros = 8 - count;
+  for (int i = 0, w = 0; i < 8; ++i) {
+    const uint16_t word = (gap >= 0 && i >= gap && i < gap + zeros) ? 0 : words[w++];
+    out[2 * i] = static_cast<unsigned char>(word >> 8);
+    out[2 * i + 1] = static_cast<unsigned char>(word & 0xff);
+  }
+  return true;
+}
+
+bool parse_address(int family, const std::string& text, unsigned char* out) {
+  return family == AF_INET6 ? parse_ipv6(text.c_str(), out) : inet_pton(AF_INET, text.c_str(), out) == 1;
+}
+
 template <size_t N>
 bool same_prefix(int family, const std::string& ip1, const std::string& ip2, const std::string& mask) {
   unsigned char a[N], b[N], m[N];
-  if (inet_pton(family, ip1.c_str(), a) != 1 || inet_pton(family, ip2.c_str(), b) != 1 ||
-      inet_pton(family, mask.c_str(), m) != 1) {
+  if (!parse_address(family, ip1, a) || !parse_address(family, ip2, b) || !parse_address(family, mask, m)) {
     CM_DETAIL_TRACE((family == AF_INET ? "isSamePrefixIPv4, Invalid IPv4" : "isSamePrefixIPv6, Invalid IPv6")
                     << " address or mask, ip1 = " << ip1.c_str() << ", ip2 = " << ip2.c_str()
                     << ", mask = " << mask.c_str());
@@ -62,8 +111,8 @@ bool isIPv4(const std::string& text) {
 }
 
 bool isIPv6(const std::string& text) {
-  in6_addr address;
-  return inet_pton(AF_INET6, text.c_str(), &address) == 1;
+  unsigned char address[16];
+  return parse_ipv6(text.c_str(), address);
 }
 
 int is_ip_address(const char* text) {
@@ -155,20 +204,28 @@ int transport_address_parse(const char* address, char* protocol, int protocol_si
 }
 
 std::string ExpandIPv6Address(const std::string& text) {
-  std::vector<std::string> groups;
-  std::istringstream in(text);
-  for (std::string group; std::getline(in, group, ':');) groups.push_back(group);
+  // Groups are the pieces between ":" separators; a trailing separator adds none.
+  size_t groups = 0;
+  for (size_t i = 0; i < text.size(); ++i)
+    if (text[i] == ':') ++groups;
+  if (!text.empty() && text.back() != ':') ++groups;
+  const size_t fill = groups < 9 ? 9 - groups : 0;
   std::string out;
-  out.reserve(48);
-  for (const std::string& group : groups) {
-    if (group.empty()) {
+  out.reserve(5 * (groups + fill * groups));
+  size_t start = 0;
+  for (size_t g = 0; g < groups; ++g) {
+    size_t end = text.find(':', start);
+    if (end == std::string::npos) end = text.size();
+    const size_t length = end - start;
+    if (length == 0) {
       // The missing groups, once for every empty one.
-      for (size_t i = groups.size(); i < 9; ++i) out += "0000:";
+      for (size_t i = 0; i < fill; ++i) out.append("0000:", 5);
     } else {
-      if (group.size() < 4) out.append(4 - group.size(), '0');
-      out += group;
+      if (length < 4) out.append(4 - length, '0');
+      out.append(text, start, length);
       out += ':';
     }
+    start = end + 1;
   }
   if (!out.empty()) out.pop_back();
   return out;
