@@ -1,11 +1,13 @@
 // Feeds arbitrary bytes to the netlink readers: the message walk with its length and
-// sequence checks, the attribute walk, and the IPv6 address dump parser.
+// sequence checks, the attribute walk, the IPv6 address dump parser and the Wi-Fi
+// (nl80211) reply parsers.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
 #include "net/CmNetlink.h"
+#include "net/CmNl80211.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A copy of exactly the input's size, so that any read past it is caught.
@@ -22,5 +24,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (length > size) __builtin_trap();
     ++count;
   });
+  uint16_t family = 0;
+  cm_genl_family_id(copy.data(), copy.size(), seq, family, error);
+  std::vector<CmWifiLink> links;
+  cm_nl80211_parse_interfaces(copy.data(), copy.size(), seq, links, error);
+  CmWifiLink link;
+  cm_nl80211_parse_station(copy.data(), copy.size(), seq, link, error);
+  cm_nl80211_parse_survey(copy.data(), copy.size(), seq, link, error);
+  for (const CmWifiLink& l : links)
+    if (l.ssid.size() > 32) __builtin_trap();
   return 0;
 }

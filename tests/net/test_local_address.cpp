@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "NetlinkBytes.h"
 #include "cmutil/net/CmLocalAddress.h"
 #include "common/CmFsTree.h"
 #include "common/CmNetNamespace.h"
@@ -226,18 +227,6 @@ TEST(LocalAddressKernel, ProcFallbackWhenNetlinkIsRefused) {
 }
 
 // ---- netlink bytes ----
-
-struct Bytes {
-  std::vector<uint8_t> data;
-  template <class T>
-  void put(T value) {
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
-    data.insert(data.end(), p, p + sizeof value);
-  }
-  void pad() {
-    while (data.size() % 4) data.push_back(0);
-  }
-};
 
 // One RTM_NEWADDR message for 2600::1/64 on ifindex 3 with flags, proto and cache info.
 Bytes address_message(uint32_t seq, uint32_t flags, uint8_t proto, uint32_t preferred) {

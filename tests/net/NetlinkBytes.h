@@ -1,0 +1,59 @@
+#pragma once
+// Builds netlink messages byte by byte for the parser tests: headers, attributes
+// (nested ones too) and padding, as the kernel lays them out.
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+struct Bytes {
+  std::vector<uint8_t> data;
+  template <class T>
+  Bytes& put(T value) {
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
+    data.insert(data.end(), p, p + sizeof value);
+    return *this;
+  }
+  Bytes& pad() {
+    while (data.size() % 4) data.push_back(0);
+    return *this;
+  }
+  /// An attribute holding raw bytes.
+  Bytes& attr(uint16_t type, const void* value, size_t size) {
+    put<uint16_t>(static_cast<uint16_t>(4 + size)).put<uint16_t>(type);
+    const uint8_t* p = static_cast<const uint8_t*>(value);
+    data.insert(data.end(), p, p + size);
+    return pad();
+  }
+  template <class T>
+  Bytes& attr(uint16_t type, T value) {
+    return attr(type, &value, sizeof value);
+  }
+  Bytes& attr(uint16_t type, const Bytes& nested) { return attr(type, nested.data.data(), nested.data.size()); }
+  Bytes& append(const Bytes& other) {
+    data.insert(data.end(), other.data.begin(), other.data.end());
+    return *this;
+  }
+};
+
+/// A netlink message of type with seq around payload.
+inline Bytes nl_message(uint16_t type, uint32_t seq, const Bytes& payload) {
+  Bytes m;
+  m.put<uint32_t>(static_cast<uint32_t>(16 + payload.data.size())).put<uint16_t>(type).put<uint16_t>(2);
+  m.put<uint32_t>(seq).put<uint32_t>(0);
+  return m.append(payload);
+}
+
+/// A generic netlink message: command header then attributes.
+inline Bytes genl_message(uint16_t family, uint32_t seq, uint8_t command, const Bytes& attributes) {
+  Bytes payload;
+  payload.put<uint8_t>(command).put<uint8_t>(1).put<uint16_t>(0).append(attributes);
+  return nl_message(family, seq, payload);
+}
+
+inline Bytes nl_done(uint32_t seq) {
+  Bytes zero;
+  zero.put<int32_t>(0);
+  return nl_message(3, seq, zero);
+}
