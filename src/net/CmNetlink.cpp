@@ -103,3 +103,21 @@ CmNlStatus cm_nl_parse_address_dump(const uint8_t* data, size_t length, uint32_t
     if (type == kRtmNewAddr && cm_nl_parse_address(payload, size, address)) out.push_back(address);
   });
 }
+
+bool cm_nl_parse_route_oif(const uint8_t* data, size_t length, uint32_t seq, uint32_t& oif, int& error) {
+  constexpr uint16_t kRtmNewRoute = 24, kRtaOif = 4;
+  constexpr size_t kRtmsg = 12;
+  bool found = false;
+  const CmNlStatus status =
+      cm_nl_walk(data, length, seq, error, [&](uint16_t type, const uint8_t* payload, size_t size) {
+        if (found || type != kRtmNewRoute || size < kRtmsg) return;
+        cm_nl_attributes(payload + kRtmsg, size - kRtmsg,
+                         [&](uint16_t attribute, const uint8_t* value, size_t valueSize) {
+                           if (attribute == kRtaOif && valueSize >= 4) {
+                             oif = read_le<uint32_t>(value);
+                             found = true;
+                           }
+                         });
+      });
+  return status != CmNlStatus::kError && found;
+}

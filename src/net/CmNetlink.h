@@ -44,3 +44,7 @@ CM_EXPORT bool cm_nl_parse_address(const uint8_t* payload, size_t length, CmNlAd
 /// of the walk is returned.
 CM_EXPORT CmNlStatus cm_nl_parse_address_dump(const uint8_t* data, size_t length, uint32_t seq,
                                               std::vector<CmNlAddress>& out, int& error);
+
+/// Output interface (RTA_OIF) of an RTM_GETROUTE reply; false for an error reply (error
+/// holds its negative errno, such as -101 for no route) or a malformed one.
+CM_EXPORT bool cm_nl_parse_route_oif(const uint8_t* data, size_t length, uint32_t seq, uint32_t& oif, int& error);

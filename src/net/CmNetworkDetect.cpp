@@ -1,7 +1,12 @@
 // Network type detection: the interfaces of the default routes, classified by their
 // sysfs facts (Wi-Fi, cellular, VPN, bridge/VLAN/bond lowers, wired).
 
+#include <arpa/inet.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -10,7 +15,9 @@
 #include "cmutil/trace/CmTraceMacros.h"
 #include "net/CmNetLinkKind.h"
 #include "net/CmNetTextParsers.h"
+#include "net/CmNetlink.h"
 #include "platform/CmFsRoot.h"
+#include "platform/CmNetlinkPlatform.h"
 
 namespace {
 
@@ -80,8 +87,51 @@ nw_interface_type_t interface_type(CmLinkKind kind) {
   }
 }
 
+// The interface the kernel would send to destination through (a route lookup that
+// honours policy rules, as VPN clients use); "" when there is no route. False when
+// netlink is refused.
+bool route_interface(int family, const void* destination, size_t size, std::string& name) {
+  std::vector<uint8_t> request(16 + 12 + 4 + size, 0);
+  const uint32_t length = static_cast<uint32_t>(request.size());
+  const uint16_t type = RTM_GETROUTE, flags = NLM_F_REQUEST, attributeLength = static_cast<uint16_t>(4 + size),
+                 attribute = RTA_DST;
+  std::memcpy(&request[0], &length, 4);
+  std::memcpy(&request[4], &type, 2);
+  std::memcpy(&request[6], &flags, 2);
+  request[16] = static_cast<uint8_t>(family);
+  request[17] = static_cast<uint8_t>(size * 8);  // destination prefix length
+  std::memcpy(&request[28], &attributeLength, 2);
+  std::memcpy(&request[30], &attribute, 2);
+  std::memcpy(&request[32], destination, size);
+  uint32_t seq = 0, oif = 0;
+  int error = 0;
+  bool found = false;
+  const bool asked = cm_netlink_request(
+      NETLINK_ROUTE, request, seq,
+      [&](const uint8_t* data, size_t n) {
+        found = cm_nl_parse_route_oif(data, n, seq, oif, error);
+        return false;
+      },
+      error);
+  if (!asked) return false;
+  name = found ? cm_net_if_name(oif) : std::string();
+  return true;
+}
+
+// Default routes of both families: a kernel route lookup toward a public address of
+// each, else the main routing table as /proc shows it.
 std::vector<std::string> default_route_interfaces() {
   std::vector<std::string> names;
+  in_addr v4 = {};
+  in6_addr v6 = {};
+  inet_pton(AF_INET, "8.8.8.8", &v4);
+  inet_pton(AF_INET6, "2001:4860:4860::8888", &v6);
+  std::string name4, name6;
+  if (route_interface(AF_INET, &v4, sizeof v4, name4) && route_interface(AF_INET6, &v6, sizeof v6, name6)) {
+    for (const std::string& name : {name4, name6})
+      if (!name.empty() && name != "lo" && (names.empty() || names[0] != name)) names.push_back(name);
+    return names;
+  }
   std::string text;
   if (cm_read_fs_file("/proc/net/route", text)) names.push_back(cm_parse_default_route_v4(text));
   if (cm_read_fs_file("/proc/net/ipv6_route", text)) names.push_back(cm_parse_default_route_v6(text));

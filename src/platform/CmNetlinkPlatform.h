@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 /// Sends request (a whole netlink message; its sequence field is filled in and returned
@@ -16,3 +17,6 @@ bool cm_netlink_request(int protocol, std::vector<uint8_t>& request, uint32_t& s
 
 /// Index of the interface name, 0 when there is none.
 unsigned cm_net_if_index(const char* name);
+
+/// Name of the interface with index, "" when there is none.
+std::string cm_net_if_name(unsigned index);

@@ -316,4 +316,20 @@ TEST(Netlink, AddressDumpsAndHostileBytes) {
   }
 }
 
+TEST(Netlink, RouteLookupReplies) {
+  Bytes route;
+  route.put<uint8_t>(2).put<uint8_t>(32).put<uint16_t>(0).put<uint32_t>(0x01fe0400).put<uint32_t>(0);
+  route.attr<uint32_t>(1, 0x08080808).attr<uint32_t>(4, 5);  // RTA_DST, RTA_OIF
+  const Bytes reply = nl_message(24, 4, route);
+  uint32_t oif = 0;
+  int error = 0;
+  EXPECT_TRUE(cm_nl_parse_route_oif(reply.data.data(), reply.data.size(), 4, oif, error));
+  EXPECT_EQ(5u, oif);
+  EXPECT_FALSE(cm_nl_parse_route_oif(reply.data.data(), reply.data.size(), 5, oif, error));  // another request's
+  const Bytes unreachable =
+      nl_message(2, 4, Bytes().put<int32_t>(-101).append(Bytes().put<uint64_t>(0).put<uint64_t>(0)));
+  EXPECT_FALSE(cm_nl_parse_route_oif(unreachable.data.data(), unreachable.data.size(), 4, oif, error));
+  EXPECT_EQ(-101, error);
+}
+
 }  // namespace

@@ -74,3 +74,8 @@ bool cm_netlink_request(int protocol, std::vector<uint8_t>& request, uint32_t& s
 }
 
 unsigned cm_net_if_index(const char* name) { return if_nametoindex(name); }
+
+std::string cm_net_if_name(unsigned index) {
+  char name[IF_NAMESIZE] = {};
+  return if_indextoname(index, name) ? name : "";
+}
