@@ -70,10 +70,10 @@ bool parse_intel(const std::string& brand, std::string& model, std::string& seri
   return false;
 }
 
-// "AMD Ryzen 7 5800X": the tier digits after "Ryzen ", at most five.
+// "AMD Ryzen 7 5800X": the tier digits after "Ryzen ", at most five. A brand that ends
+// before the seventh character from "Ryzen" has none.
 void parse_ryzen(const std::string& brand, std::string& numberText) {
   const size_t at = brand.find("Ryzen");
-  if (brand.size() - at < 7) return;
   for (size_t i = at + 6, n = 0; i < brand.size() && n < 5 && std::isdigit(static_cast<unsigned char>(brand[i]));
        ++i, ++n)
     numberText += brand[i];

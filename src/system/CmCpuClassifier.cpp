@@ -37,8 +37,9 @@ CmResult CmStaticPerformanceScore::ClassifyIntel(_tagKelCPUModelInfo& info) {
   std::string model, series;
   uint32_t n = 0;
   bool intel = false;
-  char numberText[1024] = {};
-  getCpuModelAndGeneration(s.cpuInfo, model, n, intel, series, numberText);
+  // The number text is one word of the brand; an overridden brand may be of any length.
+  std::vector<char> numberText(s.cpuInfo.size() + 2, '\0');
+  getCpuModelAndGeneration(s.cpuInfo, model, n, intel, series, numberText.data());
   const int cls = intel_class(model);
   if (series != "Core(TM)" || cls == 0 || n > 19999) return CM_ERROR_GENERIC;
   info.i = cls;
@@ -53,7 +54,7 @@ CmResult CmStaticPerformanceScore::ClassifyIntel(_tagKelCPUModelInfo& info) {
     info.k = static_cast<int32_t>(n % 1000 / 100);
   }
   // The suffix tells the power class: P rounds gently, U/V and G* strongly.
-  const std::string suffix = numberText;
+  const std::string suffix = numberText.data();
   const size_t len = suffix.size();
   if (len >= 1 && suffix[len - 1] == 'P')
     s.m_ScoreOffset = 1;
@@ -84,7 +85,7 @@ void CmStaticPerformanceScore::ClassifyAmd(_tagKelCPUModelInfo& info) {
   for (std::string w; in >> w;) words.push_back(w);
   for (size_t i = 0; i + 2 < words.size(); ++i) {
     if (words[i] != "Ryzen") continue;
-    const int32_t tier = starts_with_digit(words[i + 1]) ? std::atoi(words[i + 1].c_str()) : 0;
+    const int32_t tier = starts_with_digit(words[i + 1]) ? std::atoi(words[i + 1].substr(0, 9).c_str()) : 0;
     size_t modelAt = i + 2;
     if (words[modelAt] == "PRO") ++modelAt;
     if (modelAt >= words.size() || !starts_with_digit(words[modelAt])) continue;

@@ -222,6 +222,17 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   EXPECT_EQ(KelOSLinux, score_->GetSystemOSInfo()->m_currOS);
 }
 
+// Regression: the classifier copied the brand's number into a fixed 1024-byte buffer, so
+// an overridden brand longer than that overran it.
+TEST_F(StaticScore, BrandOfAnyLengthIsClassified) {
+  std::string brand = "Intel(R) Core(TM) i7-" + std::string(5000, '8') + "P";
+  With(brand, 8, KelOSLinux);
+  _tagKelCPUModelInfo info;
+  EXPECT_EQ(CM_ERROR_GENERIC, score_->CheckCPUInfo(info));  // the number is out of range
+  With("AMD Ryzen 99999999999999 5800X", 8, KelOSLinux);
+  EXPECT_EQ(CM_OK, score_->CheckCPUInfo(info));
+}
+
 TEST_F(StaticScore, ClassifierRoundingModesAndTraces) {
   CmTraceCapture capture;
   With("Intel(R) Core(TM) i5-1035G1 CPU @ 1.00GHz", 4, KelOSLinux);
