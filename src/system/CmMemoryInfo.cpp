@@ -35,8 +35,9 @@ int GetMemoryUsageMac64(unsigned long long& used_kib, unsigned long long& total_
   unsigned long long totalKb = 0, usedKb = 0;
   if (!read_meminfo(text) || !cm_parse_meminfo_used(text, totalKb, usedKb)) return -1;
   // Callers were written for 32-bit counters: both outputs keep only their low 32 bits.
+  // The total is MemTotal of the same read (what kel_get_memory_total_memory gives).
   used_kib = usedKb & kLow32;
-  total_kib = (kel_get_memory_total_memory() / 1024) & kLow32;
+  total_kib = totalKb & kLow32;
   return 0;
 }
 
