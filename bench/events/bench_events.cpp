@@ -20,10 +20,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/CmTimerClock.h"
 #include "cmutil/thread/CmThreadTask.h"
 #include "cmutil/thread/CmThreadWaiter.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
-#include "timer/CmTimerClock.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 
 #if CMUTIL_HAVE_BOOST
 #include <boost/asio/executor_work_guard.hpp>

@@ -25,11 +25,11 @@
 #include <random>
 #include <vector>
 
+#include "base/CmTimerClock.h"
 #include "cmutil/timer/CmTimer.h"
-#include "cmutil/timer/CmTimerMinHeapQueue.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
-#include "cmutil/timer/CmTimerWheelQueue.h"
-#include "timer/CmTimerClock.h"
+#include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerWheelQueue.h"
 
 #if CMUTIL_HAVE_BOOST
 #include <boost/asio/io_context.hpp>

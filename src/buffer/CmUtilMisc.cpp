@@ -2,9 +2,9 @@
 #include <cstring>
 
 #include "cmutil/base/CmAssert.h"
+#include "cmutil/base/CmSingleton.h"
 #include "cmutil/buffer/CmCrc16.h"
 #include "cmutil/buffer/CmMessageBlock.h"
-#include "cmutil/thread/CmSingleton.h"
 
 unsigned char CRC16_H_TABLE[256];
 unsigned char CRC16_L_TABLE[256];

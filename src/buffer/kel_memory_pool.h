@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "CmFutexLock.h"
+#include "base/CmFutexLock.h"
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
 #include "cmutil/base/CmThreadAnnotations.h"

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/safe/CmSafeLib.h"
 #include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"
@@ -185,31 +186,9 @@ bool get_bool_param(const char* section, const char* key, bool def) {
   return strcasecmp(buf, "TRUE") == 0;
 }
 
-char* get_exec_name() {
-  // Filled once; a failure is cached as an empty name. The static initialisation is
-  // thread-safe, which keeps concurrent first calls from racing on the buffer.
-  static char s_name[1024];
-  static char* s_cached = [] {
-    s_name[0] = '\0';
-    cm_platform_process_name(s_name, sizeof(s_name));
-    return s_name;
-  }();
-  return s_cached;
-}
-
-const char* cm_process_name_of(const char* exec) {
-  if (!exec || !*exec) return "util";
-  const char* last = exec;
-  for (const char* p = exec; *p; ++p) {
-    if (*p == '/' || *p == '\\') last = p + 1;
-  }
-  return last;
-}
-
-const char* get_process_name() { return cm_process_name_of(get_exec_name()); }
-
+namespace {
 // The trace core's "MachineID" lookup (section "Trace", at most 256 characters).
-void cm_trace_configured_machine_id(char* out, size_t cap) {
+void ReadConfiguredMachineId(char* out, size_t cap) {
   if (!out || cap == 0) return;
   out[0] = '\0';
   char buf[kParamBufSize + 1] = {0};
@@ -218,3 +197,15 @@ void cm_trace_configured_machine_id(char* out, size_t cap) {
   memcpy(out, buf, n);
   out[n] = '\0';
 }
+
+bool ReadDebugInt(const char* key, int* value) {
+  return CKelDebugFileConfig::instance().GetValueInt(key, *value) == CM_OK;
+}
+
+// The trace sits below the configuration and reads these two settings through readers
+// installed here as the library loads.
+[[maybe_unused]] const bool g_traceReadersInstalled = [] {
+  cm_set_trace_settings_readers({&ReadConfiguredMachineId, &ReadDebugInt});
+  return true;
+}();
+}  // namespace

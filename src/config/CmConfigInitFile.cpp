@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cmutil/base/CmMutex.h"
 #include "cmutil/config/CmConfigIO.h"
-#include "cmutil/thread/CmMutex.h"
 #include "cmutil/trace/CmTraceMacros.h"
 
 namespace {

@@ -11,7 +11,3 @@ struct CM_EXPORT CKelDebugFileConfigTestAccess {
 
 // Frees the object's record, as if its allocation had failed.
 CM_EXPORT void cm_debug_config_drop_impl_for_test(CKelDebugFileConfig& config);
-
-// The process name of an executable name: the part after the last '/' or '\\', "util"
-// when the name is empty.
-CM_EXPORT const char* cm_process_name_of(const char* exec);

@@ -6,8 +6,8 @@
 #include <new>
 #include <sstream>
 
+#include "cmutil/base/CmMutex.h"
 #include "cmutil/config/CmJson.h"
-#include "cmutil/thread/CmMutex.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"

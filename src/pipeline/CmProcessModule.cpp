@@ -7,13 +7,13 @@
 #include <unordered_map>
 #include <utility>
 
-#include "buffer/CmFutexLock.h"
+#include "base/CmFutexLock.h"
 #include "cmutil/base/CmAssert.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/pipeline/CmProcessUnit.h"
 #include "cmutil/thread/CmEventQueueBase.h"
-#include "cmutil/thread/CmMutex.h"
 #include "cmutil/thread/CmThread.h"
-#include "cmutil/thread/CmThreadMisc.h"
 #include "cmutil/trace/CmTraceMacros.h"
 
 namespace {

@@ -60,9 +60,8 @@ class CM_EXPORT CmRereadFile {
 /// Reads root + taskDir/<tid>/<leaf> into buf; false when the thread is gone.
 CM_EXPORT bool cm_mon_read_task_file(const char* taskDir, int tid, const char* leaf, std::string& buf);
 
-/// The process's CPU times and voluntary context switches; buf is scratch space for
-/// the file equivalents under a root.
-CM_EXPORT bool cm_mon_process_usage(CmProcessUsage& out, std::string& buf);
+/// The process's CPU times and voluntary context switches (getrusage).
+CM_EXPORT bool cm_mon_process_usage(CmProcessUsage& out);
 
 /// The energy_uj files of the RAPL packages ("intel-rapl:N" zones named "package-*";
 /// sub-zones are inside them). Empty when the machine has none.

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/thread/CmThreadWaiter.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmMonitorPlatform.h"
@@ -271,7 +271,7 @@ void CKelPerfsStats::publishCpu(float coreSum, float processSum) {
 void CKelPerfsStats::sampleWakeups() {
   State& s = *m_state;
   CmProcessUsage usage;
-  if (!cm_mon_process_usage(usage, s.text)) return;  // keep the last rate
+  if (!cm_process_usage(usage, s.text)) return;  // keep the last rate
   s.cpu.wakeups = s.haveWakeups && s.interval > 0
                       ? cm_tick_delta(s.prevWakeups, usage.voluntarySwitches) * 1000 / static_cast<uint64_t>(s.interval)
                       : 0;

@@ -2,6 +2,8 @@
 
 #include "system/CmMonitorParsers.h"
 
+#include "platform/CmFsRoot.h"
+
 namespace {
 
 constexpr uint64_t kMaxTicks = ~0ULL / 16;  // far above any real counter; stops overflow
@@ -120,5 +122,20 @@ bool cm_meminfo_used_kb(std::string_view text, uint64_t& totalKb, uint64_t& used
   cm_find_status_number(text, "SReclaimable", reclaimable);
   cm_find_status_number(text, "Shmem", shmem);
   usedKb = cm_tick_delta(freeKb + buffers + cached + reclaimable, totalKb + shmem);
+  return true;
+}
+
+bool cm_process_usage(CmProcessUsage& out, std::string& buf) {
+  if (!cm_fs_root_is_set()) return cm_mon_process_usage(out);
+  uint64_t utime = 0, stime = 0;
+  if (!cm_read_fs_file("/proc/self/stat", buf) || !cm_parse_task_stat_times(buf, utime, stime)) return false;
+  const int64_t usPerTick = 1000000 / cm_mon_ticks_per_second();
+  out.userUs = static_cast<int64_t>(utime) * usPerTick;
+  out.systemUs = static_cast<int64_t>(stime) * usPerTick;
+  uint64_t switches = 0;
+  out.voluntarySwitches =
+      cm_read_fs_file("/proc/self/status", buf) && cm_find_status_number(buf, "voluntary_ctxt_switches", switches)
+          ? switches
+          : 0;
   return true;
 }

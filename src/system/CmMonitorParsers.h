@@ -6,9 +6,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "cmutil/base/CmExport.h"
+#include "platform/CmMonitorPlatform.h"
 
 /// One CPU's tick counters folded into four: irq, softirq and steal count as system
 /// (time the CPU was taken from the guest is time it was busy), iowait counts as idle.
@@ -52,3 +54,7 @@ CM_EXPORT bool cm_meminfo_used_kb(std::string_view text, uint64_t& totalKb, uint
 
 /// b - a, or 0 when the counter went backwards (iowait may, and a counter may restart).
 inline uint64_t cm_tick_delta(uint64_t a, uint64_t b) { return b > a ? b - a : 0; }
+
+/// The process's CPU times and voluntary context switches: getrusage live, the /proc/self
+/// files under a filesystem root (buf is scratch space for them).
+CM_EXPORT bool cm_process_usage(CmProcessUsage& out, std::string& buf);

@@ -98,7 +98,7 @@ void KELSystemResourceMonitor::refreshCpu() {
 void KELSystemResourceMonitor::refreshProcess() {
   std::string scratch;
   CmProcessUsage usage;
-  if (!cm_mon_process_usage(usage, scratch)) return;
+  if (!cm_process_usage(usage, scratch)) return;
   const int64_t cpuMs = (usage.userUs + usage.systemUs) / 1000;
   const int64_t wallMs = cm_monitor_wall_us() / 1000;
   if (m_lastRefresh != 0) {

@@ -10,7 +10,7 @@
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThreadPriority.h"
 #include "cmutil/thread/CmThreadRegistry.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmPlatform.h"
 #include "thread/CmThreadInternal.h"

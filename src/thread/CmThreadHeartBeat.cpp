@@ -4,7 +4,7 @@
 
 #include <list>
 
-#include "cmutil/timer/CmTimerQueueOnDemand.h"
+#include "cmutil/timerqueue/CmTimerQueueOnDemand.h"
 #include "cmutil/trace/CmTraceMacros.h"
 
 namespace {

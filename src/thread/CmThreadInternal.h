@@ -1,7 +1,7 @@
 #pragma once
 // Internal bookkeeping shared by the thread sources.
 
-#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/base/CmThreadMisc.h"
 
 // Kernel ids of the threads started by ACmThread, so that the nice fallback of the
 // priority setters can reach a thread other than the caller.

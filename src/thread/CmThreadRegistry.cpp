@@ -10,7 +10,7 @@
 
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThreadWaiter.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "cmutil/trace/CmTraceMacros.h"
 
 namespace {

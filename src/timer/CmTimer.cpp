@@ -10,9 +10,9 @@
 #include <chrono>
 
 #include "cmutil/base/CmAssert.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmSingleton.h"
 #include "cmutil/thread/CmEventQueueBase.h"
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmSingleton.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"

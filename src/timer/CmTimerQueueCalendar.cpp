@@ -6,11 +6,11 @@
 #include <map>
 #include <vector>
 
+#include "base/CmTimerClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/trace/CmTraceMacros.h"
-#include "timer/CmTimerClock.h"
 
 namespace {
 

@@ -19,6 +19,7 @@
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "timer/CmTimerWrapperRef.h"
+#include "timerqueue/CmTimerQueueGone.h"
 
 namespace {
 
@@ -95,8 +96,13 @@ struct CmTimerOrphans {
   std::mutex mutex;
   std::vector<std::pair<ICmTimerQueue*, CCmTimerWrapperRef*>> parked;
 
+  // A queue destroyed while it may still hold orphans frees them: the listener is in
+  // place before the first orphan is parked.
   static CmTimerOrphans& Get() {
-    static CmTimerOrphans* orphans = new CmTimerOrphans;
+    static CmTimerOrphans* orphans = [] {
+      cm_set_timer_queue_gone_listener(&cm_timer_release_orphans);
+      return new CmTimerOrphans;
+    }();
     return *orphans;
   }
 

@@ -14,11 +14,11 @@
 #include <atomic>
 #include <cstddef>
 
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmReferenceControl.h"
-#include "cmutil/thread/CmThreadMisc.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmReferenceControl.h"
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/timer/CmTimerWrapperID.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerWrapperRef : public CCmReferenceControlT<CCmMutexThread>, public ICmTimerHandler {
  public:
@@ -60,7 +60,7 @@ class CM_EXPORT CCmTimerWrapperRef : public CCmReferenceControlT<CCmMutexThread>
   friend struct CmTimerOrphans;
 };
 
-/// Frees the orphans parked for aQueue; called by a timer queue as it is destroyed.
+/// Frees the orphans parked for aQueue; the queue-gone listener, run as a queue is destroyed.
 void cm_timer_release_orphans(ICmTimerQueue* aQueue);
 
 /// Test hook: the number of orphans currently parked.

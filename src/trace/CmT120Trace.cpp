@@ -15,8 +15,8 @@
 #include <cstring>
 #include <new>
 
-#include "cmutil/config/CmConfigIO.h"
-#include "cmutil/thread/CmSingleton.h"
+#include "cmutil/base/CmProcessName.h"
+#include "cmutil/base/CmSingleton.h"
 #include "cmutil/trace/CmT120Trace.h"
 #include "cmutil/trace/CmTrace.h"
 #include "platform/CmPlatform.h"

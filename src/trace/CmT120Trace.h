@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmMutex.h"
 #include "cmutil/base/CmThreadAnnotations.h"
-#include "cmutil/thread/CmMutex.h"
 
 // Size of one buffer block and of the header.
 constexpr uint32_t kCmTraceBlockSize = 10240;

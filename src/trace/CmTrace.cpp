@@ -4,10 +4,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "cmutil/config/CmConfigIO.h"
+#include "cmutil/base/CmProcessName.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "cmutil/trace/CmTvxTrace.h"
-#include "config/CmConfigInternal.h"
 #include "platform/CmPlatform.h"
 #include "trace/CmT120Trace.h"
 #include "trace/CmTraceInternal.h"
@@ -149,6 +148,29 @@ void cm_cut_function_name(const char* signature, char* out, unsigned int cap) {
   std::memcpy(out, start, len);
   out[len] = '\0';
 }
+
+namespace {
+std::atomic<void (*)(char*, size_t)> g_machineIdReader{nullptr};
+std::atomic<bool (*)(const char*, int*)> g_debugIntReader{nullptr};
+}  // namespace
+
+void cm_set_trace_settings_readers(const CmTraceSettingsReaders& readers) {
+  g_machineIdReader.store(readers.machineId);
+  g_debugIntReader.store(readers.debugInt);
+}
+
+void cm_trace_configured_machine_id(char* out, size_t cap) {
+  if (!out || cap == 0) return;
+  out[0] = '\0';
+  if (auto reader = g_machineIdReader.load()) reader(out, cap);
+}
+
+bool cm_trace_debug_setting(const char* key, int* value) {
+  auto reader = g_debugIntReader.load();
+  return reader && reader(key, value);
+}
+
+void cm_low_layer_trace(int level, const char* text) { CM_TRACE_AT(level, text); }
 
 void cm_assert_failed(const char* file, int line, const char* expression) {
   const char* slash = file ? std::strrchr(file, '/') : nullptr;

@@ -5,8 +5,20 @@
 
 #include "cmutil/base/CmExport.h"
 
-// The configured machine id ("MachineID" of section "Trace"), empty when none is set.
+// Settings the trace takes from the configuration layer above it, which installs its
+// readers as the library loads. Without readers the trace keeps its defaults.
+struct CmTraceSettingsReaders {
+  // The configured machine id ("MachineID" of section "Trace") into out, "" when none.
+  void (*machineId)(char* out, size_t cap);
+  // An integer of the debug configuration file; false when it is not set.
+  bool (*debugInt)(const char* key, int* value);
+};
+void cm_set_trace_settings_readers(const CmTraceSettingsReaders& readers);
+
+// The configured machine id, empty when none is set or no reader is installed.
 void cm_trace_configured_machine_id(char* out, size_t cap);
+// An integer of the debug configuration file; false when unset or no reader is installed.
+bool cm_trace_debug_setting(const char* key, int* value);
 
 // Builds "<process>.<machine>." into out (at most cap-1 characters), removing a trailing
 // ".exe" from the process name.

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <new>
 
-#include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/trace/CmTrace.h"
 #include "platform/CmPlatform.h"
+#include "trace/CmTraceInternal.h"
 
 std::atomic<int> g_kel_trace_topprocess{0};
 
@@ -29,11 +29,10 @@ CCmTvxTrace::CCmTvxTrace() {
 }
 
 void CCmTvxTrace::UpdateTroubleShotConfigStatus() {
-  CKelDebugFileConfig& config = CKelDebugFileConfig::instance();
   int level = 0;
-  if (config.GetValueInt("kel_trace_level", level) == CM_OK) set_troubleshoot_trace_mask(level);
+  if (cm_trace_debug_setting("kel_trace_level", &level)) set_troubleshoot_trace_mask(level);
   int top = 0;
-  if (config.GetValueInt("kel_trace_topprocess", top) == CM_OK) g_kel_trace_topprocess.store(top);
+  if (cm_trace_debug_setting("kel_trace_topprocess", &top)) g_kel_trace_topprocess.store(top);
 }
 
 bool CCmTvxTrace::LoadFromFolder(const std::string& folder) {

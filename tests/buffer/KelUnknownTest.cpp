@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "cmutil/pipeline/KelUnknown.h"
+#include "cmutil/base/KelUnknown.h"
 #include "common/CmTraceCapture.h"
 
 namespace {

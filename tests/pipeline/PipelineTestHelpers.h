@@ -9,11 +9,11 @@
 #include <mutex>
 #include <vector>
 
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/pipeline/CmProcessModule.h"
 #include "cmutil/pipeline/CmProcessUnit.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
-#include "cmutil/thread/CmThreadMisc.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 
 namespace pipetest {

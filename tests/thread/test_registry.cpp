@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "cmutil/thread/CmSingleton.h"
+#include "cmutil/base/CmSingleton.h"
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/thread/CmThreadTask.h"

@@ -15,11 +15,11 @@
 #include <new>
 #include <thread>
 
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmReferenceControl.h"
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/thread/CmConditionVariable.h"
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmReferenceControl.h"
 #include "cmutil/thread/CmSemaphore.h"
-#include "cmutil/thread/CmThreadMisc.h"
 #include "common/CmTraceCapture.h"
 
 namespace {

@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "cmutil/timer/CmTimeValue.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "base/CmTimerClock.h"
+#include "cmutil/base/CmTimeValue.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "common/CmTraceCapture.h"
-#include "timer/CmTimerClock.h"
 
 /// Installs a fake timer clock for its lifetime. The start is aligned to a whole second
 /// so that the wheel's 10 ms slots line up with round intervals.

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "TimerTestSupport.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 #include "common/CmTraceCapture.h"
 
 namespace {

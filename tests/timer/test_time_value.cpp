@@ -6,7 +6,7 @@
 
 #include <climits>
 
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmTimeValue.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "TimerTestSupport.h"
 #include "TimerThreadSupport.h"
 #include "cmutil/thread/CmThreadRegistry.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "common/CmTraceCapture.h"
 #include "timer/CmTimerWrapperRef.h"
 

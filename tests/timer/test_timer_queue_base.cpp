@@ -11,8 +11,8 @@
 
 #include "TimerTestSupport.h"
 #include "cmutil/thread/CmThreadWaiter.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 #include "cmutil/trace/CmTrace.h"
 #include "common/CmTraceCapture.h"
 

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "TimerTestSupport.h"
-#include "cmutil/timer/CmTimerMinHeapQueue.h"
-#include "cmutil/timer/CmTimerQueueOnDemand.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
-#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
+#include "cmutil/timerqueue/CmTimerQueueOnDemand.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerWheelQueue.h"
 #include "common/CmTraceCapture.h"
-#include "timer/CmTimerPtrSet.h"
-#include "timer/CmTimerWheelInspector.h"
+#include "timerqueue/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerWheelInspector.h"
 
 namespace {
 

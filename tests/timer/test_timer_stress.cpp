@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "TimerThreadSupport.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/thread/CmThreadTask.h"
 #include "cmutil/thread/CmThreadWaiter.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 namespace {
 

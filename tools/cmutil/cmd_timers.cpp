@@ -15,9 +15,9 @@
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadHeartBeat.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
 #include "cmutil/timer/CmTimerQueueCalendar.h"
 #include "cmutil/timer/CmTimerWrapperID.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 namespace {
 

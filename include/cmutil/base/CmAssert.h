@@ -5,7 +5,16 @@
 ///
 ///   CM_ASSERTE_RETURN(pEvent != nullptr, CM_ERROR_INVALID_ARG);
 
-#include "cmutil/trace/CmTrace.h"
+#include "cmutil/base/CmExport.h"
+
+/// Reports a failed assertion: a level-0 trace line "<file base name>:<line> Assert failed:
+/// <expression>", then cm_assertion_report(). Never aborts. The trace layer writes it;
+/// this layer only names it, so that everything may assert without depending on the trace.
+CM_EXPORT void cm_assert_failed(const char* file, int line, const char* expression);
+
+/// A line of the lowest layer (a failed pthread call of the mutex, for instance): written
+/// at <level> with the module tag "UTIL" when the trace mask lets it through.
+CM_EXPORT void cm_low_layer_trace(int level, const char* text);
 
 #define CM_ASSERTE(expr)                                      \
   do {                                                        \

@@ -20,7 +20,7 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmReferenceControl.h"
+#include "cmutil/base/CmReferenceControl.h"
 
 class CM_EXPORT CCmDataBlock : public CCmReferenceControlT<CCmMutexThread> {
  public:

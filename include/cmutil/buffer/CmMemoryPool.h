@@ -24,7 +24,7 @@
 /// when the pool dies are not freed by it.
 
 #include "cmutil/base/CmExport.h"
-#include "cmutil/pipeline/KelUnknown.h"
+#include "cmutil/base/KelUnknown.h"
 
 class CM_EXPORT IKELMemPool : public kel::IKelUnknown {
  public:

@@ -25,8 +25,8 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmReferenceControl.h"
 #include "cmutil/buffer/CmMetaData.h"
-#include "cmutil/thread/CmReferenceControl.h"
 
 class CM_EXPORT CCmParameterByIndex : public CCmReferenceControlT<CCmMutexThread> {
  public:

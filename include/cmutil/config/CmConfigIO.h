@@ -25,6 +25,7 @@
 #include <cstdio>
 
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmProcessName.h"
 #include "cmutil/base/CmString.h"
 
 /// NAME of the environment variable that holds the home directory ("HOME" at start).
@@ -88,9 +89,3 @@ CM_EXPORT unsigned short get_uint16_param(const char* section, const char* key);
 CM_EXPORT unsigned int get_uint32_param(const char* section, const char* key);
 /// True exactly when the value equals "TRUE" ignoring case; `def` when not found.
 CM_EXPORT bool get_bool_param(const char* section, const char* key, bool def);
-
-/// Executable name, filled once (thread-safe) from the base name of the running
-/// program; empty when it cannot be found. The buffer lives until exit.
-CM_EXPORT char* get_exec_name();
-/// Part of the executable name after the last '/' or '\\'; "util" when it is empty.
-CM_EXPORT const char* get_process_name();

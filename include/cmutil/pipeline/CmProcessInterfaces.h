@@ -15,7 +15,7 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/pipeline/KelUnknown.h"
+#include "cmutil/base/KelUnknown.h"
 
 class ACmThread;
 

@@ -56,8 +56,8 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/KelUnknown.h"
 #include "cmutil/pipeline/CmProcessInterfaces.h"
-#include "cmutil/pipeline/KelUnknown.h"
 
 /// Observer table: observers of type T registered under 64-bit listen masks. Events
 /// carry a listen group; an observer is told of an event when its mask shares a bit

@@ -27,9 +27,9 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/KelUnknown.h"
 #include "cmutil/pipeline/CmProcessInterfaces.h"
-#include "cmutil/pipeline/KelUnknown.h"
-#include "cmutil/thread/CmMutex.h"
 
 class CM_EXPORT ProcessUnit : public IProcessUnit, public kel::CKelUnknownImpl {
  public:

@@ -14,7 +14,7 @@
 #include <cstdint>
 
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmMutex.h"
+#include "cmutil/base/CmMutex.h"
 
 class CM_EXPORT IKELSystemResourceMonitor {
  public:

@@ -11,8 +11,8 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmTimeValue.h"
 
 class CM_EXPORT CCmConditionVariableThread {
  public:

@@ -30,10 +30,10 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmThreadMisc.h"
+#include "cmutil/base/CmTimeValue.h"
 #include "cmutil/thread/CmConditionVariable.h"
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmThreadMisc.h"
-#include "cmutil/timer/CmTimeValue.h"
 
 /// The unit of work.
 class CM_EXPORT ICmEvent {

@@ -30,7 +30,7 @@
 #include "cmutil/base/CmExport.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CCmTimerQueueOnDemand;
 

@@ -15,7 +15,7 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/base/CmThreadMisc.h"
 
 typedef int KelThreadPriority;
 constexpr KelThreadPriority KEL_THREAD_PRIORITY_LOWEST = 0;

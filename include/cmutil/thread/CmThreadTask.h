@@ -17,7 +17,7 @@
 
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmThreadTaskWithEventQueueOnly : public ACmThread {
  public:

@@ -14,9 +14,9 @@
 /// and only when its event is not pending (run or discard the event queue first).
 /// Scheduling is O(log n) (handler map), a tick touches one slot.
 
+#include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/thread/CmEventQueueBase.h"
-#include "cmutil/thread/CmThreadMisc.h"
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerQueueCalendar : public ICmTimerQueue, public ICmEvent {
  public:

@@ -24,7 +24,7 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmTimeValue.h"
 
 class ACmThread;
 class CCmTimerWrapperID;

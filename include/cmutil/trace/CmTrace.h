@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "cmutil/base/CmAssert.h"
 #include "cmutil/base/CmExport.h"
 
 /// An external sink receives the level, the decorated text and its length.
@@ -89,7 +90,3 @@ CM_EXPORT const char* get_leading_id();
 /// the last blank before the first "(" up to that "(" ("virtual A::~A()" gives "A::~A").
 /// Writes at most cap-1 characters and a terminator; no "(" gives an empty name.
 CM_EXPORT void cm_cut_function_name(const char* signature, char* out, unsigned int cap);
-
-/// Reports a failed assertion: a level-0 line "<file base name>:<line> Assert failed:
-/// <expression>", then cm_assertion_report(). Never aborts.
-CM_EXPORT void cm_assert_failed(const char* file, int line, const char* expression);

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmMutex.h"
+#include "cmutil/base/CmMutex.h"
 
 /// The plug-in's trace entry and its raw entry.
 typedef void (*CmTvxTraceFn)(int level, const char* module, const char* label, const char* text);

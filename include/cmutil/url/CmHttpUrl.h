@@ -25,9 +25,9 @@
 #include <memory>
 
 #include "cmutil/base/CmExport.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmReferenceControl.h"
 #include "cmutil/base/CmString.h"
-#include "cmutil/thread/CmMutex.h"
-#include "cmutil/thread/CmReferenceControl.h"
 
 class CM_EXPORT CCmHttpUrl : public CCmReferenceControlT<CCmMutexNullSingleThread> {
  public:

@@ -14,7 +14,6 @@
 
 #include "platform/CmFsRoot.h"
 #include "platform/CmMonitorPlatform.h"
-#include "system/CmMonitorParsers.h"
 
 namespace {
 
@@ -188,25 +187,12 @@ bool cm_mon_read_task_file(const char* taskDir, int tid, const char* leaf, std::
   return cm_read_fs_file(path, buf);
 }
 
-bool cm_mon_process_usage(CmProcessUsage& out, std::string& buf) {
-  if (!cm_fs_root_is_set()) {
-    rusage usage;
-    if (getrusage(RUSAGE_SELF, &usage) != 0) return false;
-    out.userUs = static_cast<int64_t>(usage.ru_utime.tv_sec) * 1000000 + usage.ru_utime.tv_usec;
-    out.systemUs = static_cast<int64_t>(usage.ru_stime.tv_sec) * 1000000 + usage.ru_stime.tv_usec;
-    out.voluntarySwitches = static_cast<uint64_t>(usage.ru_nvcsw);
-    return true;
-  }
-  uint64_t utime = 0, stime = 0;
-  if (!cm_read_fs_file("/proc/self/stat", buf) || !cm_parse_task_stat_times(buf, utime, stime)) return false;
-  const int64_t usPerTick = 1000000 / cm_mon_ticks_per_second();
-  out.userUs = static_cast<int64_t>(utime) * usPerTick;
-  out.systemUs = static_cast<int64_t>(stime) * usPerTick;
-  uint64_t switches = 0;
-  out.voluntarySwitches =
-      cm_read_fs_file("/proc/self/status", buf) && cm_find_status_number(buf, "voluntary_ctxt_switches", switches)
-          ? switches
-          : 0;
+bool cm_mon_process_usage(CmProcessUsage& out) {
+  rusage usage;
+  if (getrusage(RUSAGE_SELF, &usage) != 0) return false;
+  out.userUs = static_cast<int64_t>(usage.ru_utime.tv_sec) * 1000000 + usage.ru_utime.tv_usec;
+  out.systemUs = static_cast<int64_t>(usage.ru_stime.tv_sec) * 1000000 + usage.ru_stime.tv_usec;
+  out.voluntarySwitches = static_cast<uint64_t>(usage.ru_nvcsw);
   return true;
 }
 

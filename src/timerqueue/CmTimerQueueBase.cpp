@@ -1,16 +1,18 @@
 // Scheduling, cancelling and firing of the ordered timer queues.
 
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 #include <time.h>
 
+#include <atomic>
+
+#include "base/CmTimerClock.h"
 #include "cmutil/base/CmAssert.h"
-#include "cmutil/timer/CmTimerMinHeapQueue.h"
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
-#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerWheelQueue.h"
 #include "cmutil/trace/CmTraceMacros.h"
-#include "timer/CmTimerClock.h"
-#include "timer/CmTimerWrapperRef.h"
+#include "timerqueue/CmTimerQueueGone.h"
 
 std::atomic<unsigned int> m_defaultQueueType{1};
 
@@ -32,12 +34,22 @@ CCmTimerQueueBase* CCmTimerQueueBase::CreateTimerQueue(ICmObserver* aObserver, C
   }
 }
 
+namespace {
+std::atomic<CmTimerQueueGoneFn> g_queueGoneListener{nullptr};
+}  // namespace
+
+void cm_set_timer_queue_gone_listener(CmTimerQueueGoneFn aListener) { g_queueGoneListener.store(aListener); }
+
+void cm_notify_timer_queue_gone(ICmTimerQueue* aQueue) {
+  if (CmTimerQueueGoneFn listener = g_queueGoneListener.load()) listener(aQueue);
+}
+
 CCmTimerQueueBase::CCmTimerQueueBase(ICmObserver* aObserver)
     : m_pObserver(aObserver), m_pCurrentHandler(nullptr), m_CheckingThread(0) {}
 
 CCmTimerQueueBase::~CCmTimerQueueBase() {
   // Timer handles parked because their queue could still reach them die with it.
-  cm_timer_release_orphans(this);
+  cm_notify_timer_queue_gone(this);
 }
 
 int CCmTimerQueueBase::ResetExpiredTime_l(const CCmTimeValue&) { return 0; }

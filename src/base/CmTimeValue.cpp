@@ -1,6 +1,6 @@
 // CCmTimeValue: construction from doubles and milliseconds, clocks and calendar fields.
 
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmTimeValue.h"
 
 #include <climits>
 

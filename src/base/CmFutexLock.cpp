@@ -1,4 +1,4 @@
-#include "CmFutexLock.h"
+#include "base/CmFutexLock.h"
 
 #include <linux/futex.h>
 #include <sys/syscall.h>

@@ -1,15 +1,15 @@
 // Wheel timer queue: 3000 slots of 10 ms with near and far lists per slot.
 
-#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "cmutil/timerqueue/CmTimerWheelQueue.h"
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "base/CmTimerClock.h"
 #include "cmutil/base/CmAssert.h"
-#include "timer/CmTimerClock.h"
-#include "timer/CmTimerPtrSet.h"
-#include "timer/CmTimerWheelInspector.h"
+#include "timerqueue/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerWheelInspector.h"
 
 namespace {
 

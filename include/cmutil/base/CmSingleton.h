@@ -15,7 +15,7 @@
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmMutex.h"
+#include "cmutil/base/CmMutex.h"
 
 /// The library's singleton mutex (recursive, so nested singleton creation is safe).
 CM_EXPORT CCmMutexThreadRecursive& CmGetSingletonMutex();

@@ -4,7 +4,7 @@
 // clock without sleeping.
 
 #include "cmutil/base/CmExport.h"
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmTimeValue.h"
 
 typedef CCmTimeValue (*CmTimerClockFn)();
 

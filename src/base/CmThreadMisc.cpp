@@ -1,6 +1,6 @@
 // Thread identity helpers, owner record and stop flag.
 
-#include "cmutil/thread/CmThreadMisc.h"
+#include "cmutil/base/CmThreadMisc.h"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 /// Test hook: looks into a wheel's lists.
 
-#include "cmutil/timer/CmTimerWheelQueue.h"
+#include "cmutil/timerqueue/CmTimerWheelQueue.h"
 
 struct CM_EXPORT CmTimerWheelInspector {
   static unsigned int NearCount(const CCmTimerWheelQueue& q, unsigned int slot);

@@ -1,6 +1,6 @@
 // The ordered-list timer queue.
 
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 
 #include <iterator>
 #include <list>

@@ -6,7 +6,7 @@
 /// heartbeat thread) can ask to be called back sooner. Not created by CmQueueType;
 /// construct it directly. One-thread object, like every timer queue.
 
-#include "cmutil/timer/CmTimerQueueOrderedList.h"
+#include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 
 class CM_EXPORT CCmTimerQueueOnDemand : public CCmTimerQueueOrderedList {
  public:

@@ -17,8 +17,8 @@
 
 #include "cmutil/base/CmError.h"
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmThreadMisc.h"
-#include "cmutil/timer/CmTimeValue.h"
+#include "cmutil/base/CmThreadMisc.h"
+#include "cmutil/base/CmTimeValue.h"
 
 /// Timer callback.
 class CM_EXPORT ICmTimerHandler {

@@ -1,14 +1,14 @@
 // Min-heap timer queue: a two-child heap on expiry in a growable array, with a position
 // per node so a cancel is logarithmic.
 
-#include "cmutil/timer/CmTimerMinHeapQueue.h"
+#include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
 
 #include <cstdint>
 #include <vector>
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTrace.h"
-#include "timer/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerPtrSet.h"
 
 // The heap holds small entries (expiry and a slot number) so sifting moves 24 bytes,
 // not whole nodes; each node sits still in its slot, which records the entry's heap

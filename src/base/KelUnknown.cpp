@@ -1,4 +1,4 @@
-#include "cmutil/pipeline/KelUnknown.h"
+#include "cmutil/base/KelUnknown.h"
 
 #include "cmutil/base/CmAssert.h"
 

@@ -1,6 +1,6 @@
 // The timer queues' wall clock, replaceable in tests.
 
-#include "timer/CmTimerClock.h"
+#include "base/CmTimerClock.h"
 
 #include <atomic>
 

@@ -1,25 +1,39 @@
 // POSIX mutexes with the liveness marker.
 
-#include "cmutil/thread/CmMutex.h"
+#include "cmutil/base/CmMutex.h"
 
-#include "cmutil/trace/CmTraceMacros.h"
+#include <cinttypes>
+#include <cstdio>
+
+#include "cmutil/base/CmAssert.h"
 
 // Lock calls test the liveness marker of objects that may already be destroyed; the
 // undefined-behaviour sanitizer's type check would report exactly that test.
 #define CM_MUTEX_LIVENESS_CHECK __attribute__((no_sanitize("vptr")))
 
+namespace {
+// "<what>[ err=<code>] [this=0x<address>]" at error level, as every line of the library.
+void TraceMutexError(const void* self, const char* what, int err = 0, bool withErr = false) {
+  char text[256];
+  char code[32] = "";
+  if (withErr) std::snprintf(code, sizeof code, " err=%d", err);
+  std::snprintf(text, sizeof text, "%s%s [this=0x%" PRIxPTR "]", what, code, reinterpret_cast<uintptr_t>(self));
+  cm_low_layer_trace(0, text);
+}
+}  // namespace
+
 CCmMutexThreadBase::~CCmMutexThreadBase() {
   m_nMarker = 0;
   int nErr = pthread_mutex_destroy(&m_Lock);
   if (nErr != 0) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadBase::~CCmMutexThreadBase, pthread_mutex_destroy() failed! err=" << nErr);
+    TraceMutexError(this, "CCmMutexThreadBase::~CCmMutexThreadBase, pthread_mutex_destroy() failed!", nErr, true);
   }
 }
 
 // The marker is read even on a destroyed object: that is the point of the check.
 CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::Lock() {
   if (m_nMarker != kAliveMarker) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadBase::Lock() object instances already released");
+    TraceMutexError(this, "CCmMutexThreadBase::Lock() object instances already released");
     return CM_ERROR_FAILURE;
   }
   return pthread_mutex_lock(&m_Lock) == 0 ? CM_OK : CM_ERROR_FAILURE;
@@ -28,12 +42,12 @@ CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::Lock() {
 // The marker is read even on a destroyed object: that is the point of the check.
 CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::UnLock() {
   if (m_nMarker != kAliveMarker) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadBase::UnLock() object instances already released");
+    TraceMutexError(this, "CCmMutexThreadBase::UnLock() object instances already released");
     return CM_ERROR_FAILURE;
   }
   int nErr = pthread_mutex_unlock(&m_Lock);
   if (nErr != 0) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadBase::UnLock, pthread_mutex_unlock() failed! err=" << nErr);
+    TraceMutexError(this, "CCmMutexThreadBase::UnLock, pthread_mutex_unlock() failed!", nErr, true);
     return CM_ERROR_FAILURE;
   }
   return CM_OK;
@@ -42,7 +56,7 @@ CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::UnLock() {
 // The marker is read even on a destroyed object: that is the point of the check.
 CM_MUTEX_LIVENESS_CHECK CmResult CCmMutexThreadBase::TryLock() {
   if (m_nMarker != kAliveMarker) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadBase::TryLock() object instances already released");
+    TraceMutexError(this, "CCmMutexThreadBase::TryLock() object instances already released");
     return CM_ERROR_FAILURE;
   }
   return pthread_mutex_trylock(&m_Lock) == 0 ? CM_OK : CM_ERROR_FAILURE;
@@ -55,7 +69,7 @@ CCmMutexThreadRecursive::CCmMutexThreadRecursive() {
   int nErr = pthread_mutex_init(&m_Lock, &attr);
   pthread_mutexattr_destroy(&attr);
   if (nErr != 0) {
-    CM_ERROR_TRACE_THIS("CCmMutexThreadRecursive::CCmMutexThreadRecursive, pthread_mutex_init() failed! err=" << nErr);
+    TraceMutexError(this, "CCmMutexThreadRecursive::CCmMutexThreadRecursive, pthread_mutex_init() failed!", nErr, true);
   }
 }
 
@@ -67,6 +81,6 @@ CCmMutexThread::CCmMutexThread() {
   int nErr = pthread_mutex_init(&m_Lock, &attr);
   pthread_mutexattr_destroy(&attr);
   if (nErr != 0) {
-    CM_ERROR_TRACE_THIS("CCmMutexThread::CCmMutexThread, pthread_mutex_init() failed! err=" << nErr);
+    TraceMutexError(this, "CCmMutexThread::CCmMutexThread, pthread_mutex_init() failed!", nErr, true);
   }
 }

@@ -1,6 +1,6 @@
 // On-demand timer queue: the ordered list with a notice on every new timer.
 
-#include "cmutil/timer/CmTimerQueueOnDemand.h"
+#include "cmutil/timerqueue/CmTimerQueueOnDemand.h"
 
 CCmTimerQueueOnDemand::CCmTimerQueueOnDemand(ICmObserver* aObserver) : CCmTimerQueueOrderedList(aObserver) {}
 

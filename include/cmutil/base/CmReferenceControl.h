@@ -15,7 +15,7 @@
 #include <cstdint>
 
 #include "cmutil/base/CmExport.h"
-#include "cmutil/thread/CmMutex.h"
+#include "cmutil/base/CmMutex.h"
 
 template <class MutexType>
 class CCmReferenceControlT {

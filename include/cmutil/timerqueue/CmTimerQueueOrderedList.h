@@ -9,7 +9,7 @@
 
 #include <memory>
 
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerQueueOrderedList : public CCmTimerQueueBase {
  public:

@@ -15,7 +15,7 @@
 
 #include <cstddef>
 
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerWheelQueue : public CCmTimerQueueBase {
  public:

@@ -8,7 +8,7 @@
 /// Like every timer queue it belongs to one thread: schedule, cancel and
 /// CheckExpire only on the thread that owns it (see CmTimerQueueBase.h).
 
-#include "cmutil/timer/CmTimerQueueBase.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 class CM_EXPORT CCmTimerMinHeapQueue : public CCmTimerQueueBase {
  public:

@@ -1,6 +1,6 @@
 // The singleton mutex and the clean-up list.
 
-#include "cmutil/thread/CmSingleton.h"
+#include "cmutil/base/CmSingleton.h"
 
 CCmMutexThreadRecursive& CmGetSingletonMutex() {
   // Never destroyed: singletons may still be created or cleaned up during static
