@@ -1,8 +1,6 @@
 #include "base/CmFutexLock.h"
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "platform/CmPlatform.h"
 
 namespace {
 
@@ -34,7 +32,7 @@ void CCmFutexLock::LockContended() {
   // Announce a waiter; whoever finds the lock free here owns it, still marked as
   // having waiters (a spurious wake-up at worst).
   while (m_State.exchange(kHeldWithWaiters, std::memory_order_acquire) != kFree)
-    syscall(SYS_futex, FutexWord(m_State), FUTEX_WAIT_PRIVATE, kHeldWithWaiters, nullptr, nullptr, 0);
+    cm_platform_futex_wait(FutexWord(m_State), kHeldWithWaiters, -1);
 }
 
-void CCmFutexLock::WakeOne() { syscall(SYS_futex, FutexWord(m_State), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0); }
+void CCmFutexLock::WakeOne() { cm_platform_futex_wake_one(FutexWord(m_State)); }

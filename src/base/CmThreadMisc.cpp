@@ -2,15 +2,13 @@
 
 #include "cmutil/base/CmThreadMisc.h"
 
-#include <unistd.h>
-
 #include <cstring>
 
 #include "platform/CmPlatform.h"
 
 CM_THREAD_ID GetThreadSelfId() { return pthread_self(); }
 
-pid_t CmGetProcessID() { return getpid(); }
+pid_t CmGetProcessID() { return cm_platform_getpid(); }
 
 uint64_t CmGetThreadID() { return static_cast<uint64_t>(cm_platform_gettid()); }
 

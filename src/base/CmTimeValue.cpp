@@ -1,6 +1,7 @@
 // CCmTimeValue: construction from doubles and milliseconds, clocks and calendar fields.
 
 #include "cmutil/base/CmTimeValue.h"
+#include "platform/CmPlatform.h"
 
 #include <climits>
 
@@ -16,9 +17,8 @@ void CCmTimeValue::SetByTotalMsec(long aMsec) {
 }
 
 CCmTimeValue CCmTimeValue::GetTimeOfDay() {
-  timeval tv;
-  gettimeofday(&tv, nullptr);
-  return CCmTimeValue(tv);
+  const long long us = cm_platform_realtime_us();
+  return CCmTimeValue(static_cast<long>(us / 1000000), static_cast<long>(us % 1000000));
 }
 
 const CCmTimeValue& CCmTimeValue::get_tvZero() {

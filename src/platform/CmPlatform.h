@@ -55,3 +55,42 @@ void* cm_platform_load_library(const char* path);
 void* cm_platform_library_symbol(void* handle, const char* name);
 // Releases a loaded object.
 void cm_platform_free_library(void* handle);
+
+// ---- clocks, futex words and scheduling (src/platform/linux/CmClockPlatform.cpp) ----
+// Wall-clock microseconds since the epoch (CLOCK_REALTIME).
+long long cm_platform_realtime_us();
+// The same clock at tick resolution, much cheaper (CLOCK_REALTIME_COARSE).
+long long cm_platform_realtime_coarse_us();
+// Monotonic nanoseconds (CLOCK_MONOTONIC).
+long long cm_platform_monotonic_ns();
+// Clock ticks since an arbitrary point (times()) and the ticks per second (sysconf,
+// 100 when it cannot be read).
+long long cm_platform_clock_ticks();
+long cm_platform_ticks_per_second();
+// Process id (getpid).
+int cm_platform_getpid();
+// Sleeps while the 32-bit word holds expected, at most relativeNs (negative: no limit).
+// May return early (signal, spurious wake-up): the caller looks again.
+void cm_platform_futex_wait(void* word, unsigned int expected, long long relativeNs);
+// Wakes one sleeper of the word.
+void cm_platform_futex_wake_one(void* word);
+// Gives the processor to another ready thread.
+void cm_platform_yield();
+// Sleeps for the given milliseconds.
+void cm_platform_sleep_ms(unsigned int ms);
+
+// ---- thread creation and scheduling (src/platform/linux/CmThreadPlatform.cpp) ----
+// Starts proc(arg) on a new thread, joinable or detached; its id into *tid. 0 or the
+// error number, with *failedCall naming the call that failed ("pthread_create()").
+int cm_platform_thread_create(unsigned long* tid, bool detached, void* (*proc)(void*), void* arg,
+                              const char** failedCall);
+// Waits for a joinable thread to end; 0 or the error number.
+int cm_platform_thread_join(unsigned long tid);
+// Lets a thread's resources go when it ends, without a join.
+void cm_platform_thread_detach(unsigned long tid);
+// Scheduling policy and priority of a thread; 0 or the error number.
+int cm_platform_get_sched(unsigned long tid, int* policy, int* priority);
+// Sets the priority of a thread under its policy; 0 or the error number.
+int cm_platform_set_sched_priority(unsigned long tid, int policy, int priority);
+// The priority range of a policy.
+void cm_platform_priority_range(int policy, int* min, int* max);

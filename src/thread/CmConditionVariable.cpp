@@ -7,6 +7,7 @@
 
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
+#include "platform/CmPlatform.h"
 
 // Success test whose text the assertion reports.
 #define IS_KEL_OK(rv) ((rv) == CM_OK)
@@ -57,8 +58,8 @@ CmResult CCmConditionVariableThread::Wait(CCmTimeValue* aTimeout) {
 
   // Relative time-out turned into an absolute point of the realtime clock, which is
   // what pthread_cond_timedwait measures against.
-  struct timespec abs;
-  clock_gettime(CLOCK_REALTIME, &abs);
+  const long long nowUs = cm_platform_realtime_us();
+  struct timespec abs = {static_cast<time_t>(nowUs / 1000000), static_cast<long>(nowUs % 1000000) * 1000};
   long sec = aTimeout->GetSec();
   long usec = aTimeout->GetUsec();
   if (sec < 0 || usec < 0) {

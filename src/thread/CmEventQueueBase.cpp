@@ -6,11 +6,6 @@
 #include <cpuid.h>
 #include <x86intrin.h>
 #endif
-#include <linux/futex.h>
-#include <sched.h>
-#include <sys/syscall.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -37,17 +32,13 @@ const unsigned int kLongQueueSize = 100;
 int64_t cm_event_clock_now_us() {
   CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
   if (fn) return fn();
-  struct timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+  return cm_platform_realtime_us();
 }
 
 int64_t cm_event_clock_coarse_us() {
   CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
   if (fn) return fn();
-  struct timespec ts;
-  clock_gettime(CLOCK_REALTIME_COARSE, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+  return cm_platform_realtime_coarse_us();
 }
 
 void cm_set_event_queue_clock_for_test(CmEventClockFn fn) { g_eventClock.store(fn, std::memory_order_release); }
@@ -514,7 +505,7 @@ void CCmEventQueueUsingConditionVariable::YieldToLinkingPoster() {
   // Counted but not linked yet: a poster sits between its two steps, maybe preempted.
   // The next wait returns at once while the count is up, so give it the processor
   // rather than spin.
-  if (PendingCount() != 0) sched_yield();
+  if (PendingCount() != 0) cm_platform_yield();
 }
 
 CmResult CCmEventQueueUsingConditionVariable::WaitAndProcessEvents(CCmTimeValue* aTimeout, unsigned int aMaxCount) {
@@ -534,21 +525,6 @@ const int kSignalClear = 0;
 const int kSignalSet = 1;
 const int kSignalSleeping = 2;
 
-int64_t MonotonicNs() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
-}
-
-// Sleeps while *aWord holds aExpected, at most aTimeout (relative; null: no limit). May
-// return early (interrupted, spurious): the caller looks again.
-void FutexWait(std::atomic<int>* aWord, int aExpected, const struct timespec* aTimeout) {
-  syscall(SYS_futex, reinterpret_cast<int*>(aWord), FUTEX_WAIT_PRIVATE, aExpected, aTimeout, nullptr, 0);
-}
-
-void FutexWakeOne(std::atomic<int>* aWord) {
-  syscall(SYS_futex, reinterpret_cast<int*>(aWord), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
 }  // namespace
 
 CCmEventSynchronous::CCmEventSynchronous(ICmEvent* aEventPost, CCmEventQueueBase* aEventQueue)
@@ -595,30 +571,29 @@ void CCmEventSynchronous::OnDestorySelf() {
 }
 
 void CCmEventSynchronous::SignalSender() {
-  if (m_nSignal.exchange(kSignalSet, std::memory_order_acq_rel) == kSignalSleeping) FutexWakeOne(&m_nSignal);
+  if (m_nSignal.exchange(kSignalSet, std::memory_order_acq_rel) == kSignalSleeping)
+    cm_platform_futex_wake_one(&m_nSignal);
 }
 
 CmResult CCmEventSynchronous::WaitSignal(CCmTimeValue* aTimeout) {
   int64_t llDeadlineNs = 0;
   if (aTimeout) {
     int64_t llWaitUs = static_cast<int64_t>(aTimeout->GetSec()) * 1000000 + aTimeout->GetUsec();
-    llDeadlineNs = MonotonicNs() + (llWaitUs > 0 ? llWaitUs * 1000 : 0);
+    llDeadlineNs = cm_platform_monotonic_ns() + (llWaitUs > 0 ? llWaitUs * 1000 : 0);
   }
   int nValue = m_nSignal.load(std::memory_order_acquire);
   for (;;) {
     if (nValue == kSignalSet) return CM_OK;
-    struct timespec tsLeft = {0, 0};
+    int64_t llLeftNs = -1;  // no limit
     if (aTimeout) {
-      int64_t llLeftNs = llDeadlineNs - MonotonicNs();
+      llLeftNs = llDeadlineNs - cm_platform_monotonic_ns();
       if (llLeftNs <= 0) return CM_ERROR_TIMEOUT;
-      tsLeft.tv_sec = static_cast<time_t>(llLeftNs / 1000000000);
-      tsLeft.tv_nsec = static_cast<long>(llLeftNs % 1000000000);
     }
     // Announce the sleep; a signal given meanwhile fails the exchange and is seen.
     if (nValue == kSignalClear &&
         !m_nSignal.compare_exchange_strong(nValue, kSignalSleeping, std::memory_order_acq_rel))
       continue;
-    FutexWait(&m_nSignal, kSignalSleeping, aTimeout ? &tsLeft : nullptr);
+    cm_platform_futex_wait(&m_nSignal, kSignalSleeping, llLeftNs);
     nValue = m_nSignal.load(std::memory_order_acquire);
   }
 }

@@ -2,8 +2,6 @@
 
 #include "cmutil/thread/CmThread.h"
 
-#include <time.h>
-
 #include <climits>
 
 #include "cmutil/base/CmAssert.h"
@@ -87,27 +85,14 @@ CmResult ACmThread::Create(const char* aName, int aType, TFlag aFlag, bool aRegi
       CCmMutexGuardT<CCmMutexThread> guard(m_StateMutex);
       m_nRunState = 1;
     }
-    pthread_attr_t attr;
-    int nErr = pthread_attr_init(&attr);
-    if (nErr != 0) {
-      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_init() failed! err=" << nErr);
-      return CM_ERROR_THREAD_CREATE;
-    }
-    int nDetach = FlagIsDetached(m_Flag) ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE;
-    nErr = pthread_attr_setdetachstate(&attr, nDetach);
-    if (nErr != 0) {
-      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_attr_setdetachstate() failed! err=" << nErr);
-      pthread_attr_destroy(&attr);
-      return CM_ERROR_THREAD_CREATE;
-    }
     // The event must be read before the new thread can end (a detached thread may
     // delete this object as soon as its body returns).
     CCmEventThread* pStartEvent = m_pEvent;
-    pthread_t tid = 0;
-    nErr = pthread_create(&tid, &attr, &ACmThread::ThreadProc, this);
-    pthread_attr_destroy(&attr);
+    CM_THREAD_ID tid = 0;
+    const char* failedCall = "";
+    int nErr = cm_platform_thread_create(&tid, FlagIsDetached(m_Flag), &ACmThread::ThreadProc, this, &failedCall);
     if (nErr != 0) {
-      CM_ERROR_TRACE_THIS("ACmThread::Create, pthread_create() failed! err=" << nErr);
+      CM_ERROR_TRACE_THIS("ACmThread::Create, " << failedCall << " failed! err=" << nErr);
       CCmMutexGuardT<CCmMutexThread> guard(m_Mutex);
       delete m_pEvent;
       m_pEvent = nullptr;
@@ -188,7 +173,7 @@ void ACmThread::threadProc() {
   }
   if (bDelete) {
     // Nobody can join a thread whose object is gone: let the system reclaim it.
-    if (bJoinable) pthread_detach(self);
+    if (bJoinable) cm_platform_thread_detach(self);
     delete this;
   }
 }
@@ -231,7 +216,7 @@ CmResult ACmThread::Join() {
   if (tid != 0 && pthread_equal(tid, pthread_self())) return CM_ERROR_FAILURE;
   if (tid == 0 || FlagIsDetached(m_Flag) || m_Type == TT_CURRENT) return CM_OK;
 
-  int nErr = pthread_join(tid, nullptr);
+  int nErr = cm_platform_thread_join(tid);
   if (nErr == 0) {
     m_Tid.store(0, std::memory_order_release);
     m_Tid2.store(0, std::memory_order_release);
@@ -239,8 +224,7 @@ CmResult ACmThread::Join() {
     CM_ERROR_TRACE_THIS("ACmThread::Join, pthread_join() failed! err=" << nErr);
   }
   while (!GetStopFlag()) {
-    struct timespec ts = {0, 50 * 1000 * 1000};
-    nanosleep(&ts, nullptr);
+    cm_platform_sleep_ms(50);
   }
   CM_INFO_TRACE_THIS("ACmThread::Join, GetStopFlag()=" << static_cast<int>(GetStopFlag()));
   return CM_OK;
@@ -265,7 +249,7 @@ CmResult ACmThread::Destory(int aReason) {
   if (bDelete) {
     // A late-delete thread that ended without being joined: release its system thread.
     CM_THREAD_ID tid = GetThreadId();
-    if (m_bLateDelete && tid != 0 && m_Type != TT_CURRENT && !FlagIsDetached(m_Flag)) pthread_detach(tid);
+    if (m_bLateDelete && tid != 0 && m_Type != TT_CURRENT && !FlagIsDetached(m_Flag)) cm_platform_thread_detach(tid);
     delete this;
   }
   return CM_OK;

@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <pthread.h>
-#include <sched.h>
 
 #include <map>
 #include <mutex>
@@ -41,24 +40,23 @@ CmResult SetNicePriority(CM_THREAD_ID aThread, int aPercent) {
 
 CmResult SetRawImpl(CM_THREAD_ID aThread, int aPriority) {
   int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(aThread, &policy, &param) != 0) {
+  int nOld = 0;
+  if (cm_platform_get_sched(aThread, &policy, &nOld) != 0) {
     CM_ERROR_TRACE("_SetPosixThreadPriorityRawImpl: pthread_getschedparam failed");
     return CM_ERROR_FAILURE;
   }
-  int nMin = sched_get_priority_min(policy);
-  int nMax = sched_get_priority_max(policy);
-  int nOld = param.sched_priority;
+  int nMin = 0, nMax = 0;
+  cm_platform_priority_range(policy, &nMin, &nMax);
   int nRaw = aPriority < nMin ? nMin : (aPriority > nMax ? nMax : aPriority);
-  param.sched_priority = nRaw;
-  int nErr = pthread_setschedparam(aThread, policy, &param);
+  int nErr = cm_platform_set_sched_priority(aThread, policy, nRaw);
   if (nErr != 0) {
     CM_WARNING_TRACE("_SetPosixThreadPriorityRawImpl: pthread_setschedparam failed, error=" << nErr
                                                                                             << ", policy=" << policy);
     return CM_ERROR_FAILURE;
   }
   int nNew = nRaw;
-  if (pthread_getschedparam(aThread, &policy, &param) == 0) nNew = param.sched_priority;
+  int nRead = 0;
+  if (cm_platform_get_sched(aThread, &policy, &nRead) == 0) nNew = nRead;
   CM_INFO_TRACE("_SetPosixThreadPriorityRawImpl: Priority [" << nMin << "," << nMax << "] from " << nOld << " to "
                                                              << nNew << "; policy=" << policy);
   return CM_OK;
@@ -66,13 +64,13 @@ CmResult SetRawImpl(CM_THREAD_ID aThread, int aPriority) {
 
 CmResult SetPortableImpl(CM_THREAD_ID aThread, KelThreadPriority aPriority) {
   int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(aThread, &policy, &param) != 0) {
+  int nCurrent = 0;
+  if (cm_platform_get_sched(aThread, &policy, &nCurrent) != 0) {
     CM_ERROR_TRACE("_TrySetSchedPriority: pthread_getschedparam failed");
     return CM_ERROR_FAILURE;
   }
-  int nMin = sched_get_priority_min(policy);
-  int nMax = sched_get_priority_max(policy);
+  int nMin = 0, nMax = 0;
+  cm_platform_priority_range(policy, &nMin, &nMax);
   int nPercent = ThreadPriorityToNative(aPriority);
   CmResult rv = SetRawImpl(aThread, ThreadPriorityPercentToRaw(nPercent, nMin, nMax));
   // Under a policy without a priority range (SCHED_OTHER) the nice value is the only
@@ -142,16 +140,16 @@ CmResult SetThreadPriorityById(CM_THREAD_ID aThread, KelThreadPriority aPriority
 
 CmResult GetCurrentThreadPriority(KelThreadPriority& aPriority) {
   int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(pthread_self(), &policy, &param) != 0) {
+  int nCurrent = 0;
+  if (cm_platform_get_sched(pthread_self(), &policy, &nCurrent) != 0) {
     CM_ERROR_TRACE("_GetPosixCurrentThreadPriority: pthread_getschedparam failed");
     return CM_ERROR_FAILURE;
   }
-  int nMin = sched_get_priority_min(policy);
-  int nMax = sched_get_priority_max(policy);
+  int nMin = 0, nMax = 0;
+  cm_platform_priority_range(policy, &nMin, &nMax);
   int nPercent = 50;
   if (nMax > nMin) {
-    nPercent = ((param.sched_priority - nMin) * 100) / (nMax - nMin);
+    nPercent = ((nCurrent - nMin) * 100) / (nMax - nMin);
   } else {
     int nice = 0;
     if (cm_platform_get_thread_nice(cm_platform_gettid(), &nice) == 0) nPercent = NiceToPercent(nice);
@@ -181,27 +179,32 @@ CmResult GetCurrentThreadPriorityRaw(int& aPriority) { return GetThreadPriorityR
 
 CmResult GetThreadPriorityRawByHandle(CM_THREAD_ID aThread, int& aPriority) {
   int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(aThread, &policy, &param) != 0) {
+  if (cm_platform_get_sched(aThread, &policy, &aPriority) != 0) {
     CM_ERROR_TRACE("_GetPosixThreadPriorityRaw: pthread_getschedparam failed");
     return CM_ERROR_FAILURE;
   }
-  aPriority = param.sched_priority;
   return CM_OK;
 }
 
+namespace {
+// The priority range of the calling thread's policy (the default policy when unknown).
+void CurrentPriorityRange(int* nMin, int* nMax) {
+  int policy = 0, priority = 0;
+  if (cm_platform_get_sched(pthread_self(), &policy, &priority) != 0) policy = SCHED_OTHER;
+  cm_platform_priority_range(policy, nMin, nMax);
+}
+}  // namespace
+
 int GetThreadPriorityMax() {
-  int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(pthread_self(), &policy, &param) != 0) policy = SCHED_OTHER;
-  return sched_get_priority_max(policy);
+  int nMin = 0, nMax = 0;
+  CurrentPriorityRange(&nMin, &nMax);
+  return nMax;
 }
 
 int GetThreadPriorityMin() {
-  int policy = 0;
-  sched_param param;
-  if (pthread_getschedparam(pthread_self(), &policy, &param) != 0) policy = SCHED_OTHER;
-  return sched_get_priority_min(policy);
+  int nMin = 0, nMax = 0;
+  CurrentPriorityRange(&nMin, &nMax);
+  return nMin;
 }
 
 CmResult SetCurrentThreadPolicy(KelThreadPolicy aPolicy) {

@@ -2,10 +2,6 @@
 
 #include "cmutil/timer/CmTimer.h"
 
-#include <sys/time.h>
-#include <sys/times.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 
@@ -17,22 +13,17 @@
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/trace/CmTraceMacros.h"
+#include "platform/CmPlatform.h"
 #include "timer/CmLowTickHooks.h"
 
 // ---- PretInitialationTimer and the policies ----
 
 PretInitialationTimer::PretInitialationTimer() : m_dwMsPerTick(10) {
-  long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
-  if (ticksPerSecond <= 0) ticksPerSecond = 100;  // the usual Linux value; never divide by zero
-  const long ms = 1000 / ticksPerSecond;
+  const long ms = 1000 / cm_platform_ticks_per_second();
   m_dwMsPerTick = ms > 0 ? static_cast<unsigned int>(ms) : 1;
 }
 
-long long timer_policy::now() {
-  struct timeval tv;
-  ::gettimeofday(&tv, nullptr);
-  return static_cast<long long>(tv.tv_sec) * 1000000LL + tv.tv_usec;
-}
+long long timer_policy::now() { return cm_platform_realtime_us(); }
 
 namespace {
 unsigned int ms_per_tick() {
@@ -45,17 +36,9 @@ unsigned int ms_per_tick() {
 }
 }  // namespace
 
-long long tick_policy::now() {
-  struct tms unused;
-  const clock_t ticks = ::times(&unused);
-  return static_cast<long long>(ticks) * ms_per_tick() * 1000LL;
-}
+long long tick_policy::now() { return cm_platform_clock_ticks() * ms_per_tick() * 1000LL; }
 
-long long tick_policy::now_us() {
-  const auto ns =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
-  return static_cast<long long>(ns / 1000);
-}
+long long tick_policy::now_us() { return cm_platform_monotonic_ns() / 1000; }
 
 namespace {
 // The generator, cached so that a reading costs two loads instead of the singleton's
@@ -81,11 +64,7 @@ void low_tick_policy::stop() {
   if (low_tick_generator* gen = low_tick_generator::instance()) gen->stop();
 }
 
-unsigned long long get_tick_count() {
-  struct timeval tv;
-  ::gettimeofday(&tv, nullptr);
-  return static_cast<unsigned long long>(tv.tv_sec) * 1000ULL + static_cast<unsigned long long>(tv.tv_usec) / 1000ULL;
-}
+unsigned long long get_tick_count() { return static_cast<unsigned long long>(cm_platform_realtime_us()) / 1000ULL; }
 
 long long get_tick_count_us() { return tick_policy::now_us(); }
 

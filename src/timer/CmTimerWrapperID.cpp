@@ -2,8 +2,6 @@
 
 #include "cmutil/timer/CmTimerWrapperID.h"
 
-#include <time.h>
-
 #include <pthread.h>
 
 #include <algorithm>
@@ -18,6 +16,7 @@
 #include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/trace/CmTraceMacros.h"
+#include "platform/CmPlatform.h"
 #include "timer/CmTimerWrapperRef.h"
 #include "timerqueue/CmTimerQueueGone.h"
 
@@ -26,14 +25,6 @@ namespace {
 constexpr ICmEventQueue::EPriority kTimerEventPriority = ICmEventQueue::EPRIORITY_NORMAL;
 
 std::atomic<int> g_cancelWaitRounds{25};
-
-void sleep_ms(unsigned int ms) {
-  struct timespec ts;
-  ts.tv_sec = ms / 1000;
-  ts.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
-  while (::nanosleep(&ts, &ts) != 0) {
-  }
-}
 
 ICmTimerQueue* current_timer_queue() {
   ACmThread* current = getCurrentThread();
@@ -234,7 +225,7 @@ CmResult CCmTimerWrapperRef::Cancel() {
 
   // Foreign thread: wait for a callback that is running right now.
   const int rounds = g_cancelWaitRounds.load();
-  for (int i = 0; i < rounds && m_bExecuting.load(); ++i) sleep_ms(i < 5 ? 30 : 100);
+  for (int i = 0; i < rounds && m_bExecuting.load(); ++i) cm_platform_sleep_ms(i < 5 ? 30 : 100);
   if (m_bExecuting.load()) {
     CM_ERROR_TRACE_THIS("CCmTimerWrapperRef::Cancel, the timer has been executed too long time, parent="
                         << static_cast<const void*>(m_pParent.load()) << ", thread=" << m_ThreadId.load());

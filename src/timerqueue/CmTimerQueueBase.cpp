@@ -2,8 +2,6 @@
 
 #include "cmutil/timerqueue/CmTimerQueueBase.h"
 
-#include <time.h>
-
 #include <atomic>
 
 #include "base/CmTimerClock.h"
@@ -12,6 +10,7 @@
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 #include "cmutil/timerqueue/CmTimerWheelQueue.h"
 #include "cmutil/trace/CmTraceMacros.h"
+#include "platform/CmPlatform.h"
 #include "timerqueue/CmTimerQueueGone.h"
 
 std::atomic<unsigned int> m_defaultQueueType{1};
@@ -103,8 +102,7 @@ CmResult CCmTimerQueueBase::CancelTimer(ICmTimerHandler* aEh) {
     CM_THREAD_ID checking = m_CheckingThread.load(std::memory_order_acquire);
     if (m_pCurrentHandler.load(std::memory_order_acquire) != aEh || checking == 0 || pthread_equal(checking, self))
       break;
-    struct timespec ts = {0, 10 * 1000 * 1000};
-    nanosleep(&ts, nullptr);
+    cm_platform_sleep_ms(10);
   }
 
   if (nRet == 0) return CM_OK;

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,10 +27,9 @@ namespace {
 constexpr size_t kCurrentPointLen = sizeof(kCmTraceCurrentPoint) - 1;
 
 void real_clock(int64_t* sec, int32_t* usec) {
-  struct timespec ts;
-  clock_gettime(CLOCK_REALTIME, &ts);
-  *sec = ts.tv_sec;
-  *usec = static_cast<int32_t>(ts.tv_nsec / 1000);
+  const long long us = cm_platform_realtime_us();
+  *sec = us / 1000000;
+  *usec = static_cast<int32_t>(us % 1000000);
 }
 
 std::atomic<CmTraceClockFn> g_traceClock{&real_clock};
@@ -42,7 +40,7 @@ void trace_now(int64_t* sec, int32_t* usec) { g_traceClock.load(std::memory_orde
 std::atomic<int> g_tracePid{0};
 std::once_flag g_tracePidOnce;
 
-void refresh_pid() { g_tracePid.store(static_cast<int>(getpid()), std::memory_order_relaxed); }
+void refresh_pid() { g_tracePid.store(cm_platform_getpid(), std::memory_order_relaxed); }
 
 int trace_pid() {
   std::call_once(g_tracePidOnce, [] {

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <pthread.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -70,3 +71,52 @@ int cm_platform_sem_wait(void* sem) {
 }
 
 int cm_platform_sem_post(void* sem) { return sem_post(static_cast<sem_t*>(sem)) == 0 ? 0 : errno; }
+
+static_assert(sizeof(pthread_t) == sizeof(unsigned long), "a thread id travels as unsigned long");
+
+int cm_platform_thread_create(unsigned long* tid, bool detached, void* (*proc)(void*), void* arg,
+                              const char** failedCall) {
+  pthread_attr_t attr;
+  int err = pthread_attr_init(&attr);
+  if (err != 0) {
+    *failedCall = "pthread_attr_init()";
+    return err;
+  }
+  err = pthread_attr_setdetachstate(&attr, detached ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE);
+  if (err != 0) {
+    *failedCall = "pthread_attr_setdetachstate()";
+    pthread_attr_destroy(&attr);
+    return err;
+  }
+  pthread_t created = 0;
+  err = pthread_create(&created, &attr, proc, arg);
+  pthread_attr_destroy(&attr);
+  if (err != 0) {
+    *failedCall = "pthread_create()";
+    return err;
+  }
+  *tid = created;
+  return 0;
+}
+
+int cm_platform_thread_join(unsigned long tid) { return pthread_join(tid, nullptr); }
+
+void cm_platform_thread_detach(unsigned long tid) { pthread_detach(tid); }
+
+int cm_platform_get_sched(unsigned long tid, int* policy, int* priority) {
+  sched_param param;
+  const int err = pthread_getschedparam(tid, policy, &param);
+  if (err == 0) *priority = param.sched_priority;
+  return err;
+}
+
+int cm_platform_set_sched_priority(unsigned long tid, int policy, int priority) {
+  sched_param param;
+  param.sched_priority = priority;
+  return pthread_setschedparam(tid, policy, &param);
+}
+
+void cm_platform_priority_range(int policy, int* min, int* max) {
+  *min = sched_get_priority_min(policy);
+  *max = sched_get_priority_max(policy);
+}
