@@ -10,6 +10,9 @@
 #include <new>
 #include <vector>
 
+#include "cmutil/base/CmAssert.h"
+#include "cmutil/thread/CmEventQueueBase.h"
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define CM_EVENT_POOL_DISABLED 1
 #elif defined(__has_feature)
@@ -23,7 +26,7 @@
 // Sanitizer builds use the heap directly, so that use-after-free of events is caught.
 void* cm_event_alloc(size_t aSize) {
   void* p = std::malloc(aSize);
-  if (!p) throw std::bad_alloc();
+  CM_ASSERTE(p);  // out of memory: the new-expression yields null
   return p;
 }
 
@@ -152,7 +155,7 @@ void* cm_event_alloc(size_t aSize) {
   }
   if (c >= 0) aSize = kGranule * static_cast<size_t>(c + 1);
   void* p = std::malloc(aSize);
-  if (!p) throw std::bad_alloc();
+  CM_ASSERTE(p);  // out of memory: the new-expression yields null
   return p;
 }
 
@@ -194,3 +197,34 @@ long cm_event_cached_blocks_for_test() {
 }
 
 #endif
+
+// ---- the event classes' allocation functions ----
+
+void* ICmEvent::operator new(size_t aSize) noexcept { return cm_event_alloc(aSize); }
+
+void ICmEvent::operator delete(void* aBlock, size_t aSize) { cm_event_free(aBlock, aSize); }
+
+void* ICmEvent::operator new(size_t aSize, const std::nothrow_t&) noexcept { return cm_event_alloc(aSize); }
+
+// Only reached when a nothrow construction throws; the size is not known here, so the
+// block goes back to the heap (cm_event_alloc blocks are plain heap blocks too).
+void ICmEvent::operator delete(void* aBlock, const std::nothrow_t&) noexcept { std::free(aBlock); }
+
+void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign) noexcept {
+  void* p = ::operator new(aSize, aAlign, std::nothrow);
+  CM_ASSERTE(p);  // out of memory: the new-expression yields null
+  return p;
+}
+
+// The unsized form: sized deallocation is not declared by every compiler mode.
+void ICmEvent::operator delete(void* aBlock, size_t, std::align_val_t aAlign) noexcept {
+  ::operator delete(aBlock, aAlign);
+}
+
+void* ICmEvent::operator new(size_t aSize, std::align_val_t aAlign, const std::nothrow_t&) noexcept {
+  return ::operator new(aSize, aAlign, std::nothrow);
+}
+
+void ICmEvent::operator delete(void* aBlock, std::align_val_t aAlign, const std::nothrow_t&) noexcept {
+  ::operator delete(aBlock, aAlign);
+}

@@ -55,7 +55,7 @@ TEST(Crc16, NullDataReturnsZeroAndKeepsTheRunningValue) {
   unsigned short crc = 0x5555;
   EXPECT_EQ(0, CalcCRC16(crc, nullptr, 4));
   EXPECT_EQ(0x5555, crc);
-  EXPECT_TRUE(cap.contains(0, "CmUtilMisc.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "CmCrc16.cpp:"));
   EXPECT_TRUE(cap.contains(0, "Assert failed: pData"));
 }
 

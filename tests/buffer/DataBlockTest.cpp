@@ -145,7 +145,7 @@ TEST(DataBlockNoMalloc, BadArguments) {
   char buf[4] = {};
   CCmDataBlockNoMalloc cursor(buf, 4);
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Read(nullptr, 1));
-  EXPECT_TRUE(cap.contains("CmUtilClasses.cpp:"));
+  EXPECT_TRUE(cap.contains("CmDataBlockNoMalloc.cpp:"));
   EXPECT_TRUE(cap.contains("Assert failed: aDst"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Write(nullptr, 1));
   EXPECT_TRUE(cap.contains("Assert failed: aSrc"));

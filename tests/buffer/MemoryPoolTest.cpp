@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "buffer/kel_memory_pool.h"
+#include "buffer/KELMemPool.h"
 #include "cmutil/buffer/CmMemoryPool.h"
 #include "common/CmTraceCapture.h"
 
@@ -106,7 +106,7 @@ TEST(MemoryPool, FreeNull) {
   pool.p->Free(nullptr);
   EXPECT_TRUE(cap.lines().empty());
   EXPECT_EQ(CM_ERROR_NULL_POINTER, pool.internal()->Free(nullptr));
-  EXPECT_TRUE(cap.contains(0, "kel_memory_pool.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "KELMemPool.cpp:"));
   EXPECT_TRUE(cap.contains(0, "Assert failed: pPointer!=nullptr"));
 }
 

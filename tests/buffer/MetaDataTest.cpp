@@ -155,7 +155,7 @@ TEST(MetaData, TypeNeverChanges) {
   EXPECT_EQ(static_cast<unsigned int>(CM_DATA_UNKNOW), m.GetType());
   ASSERT_EQ(CM_OK, m.Set("first"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, m.Set(5));
-  EXPECT_TRUE(cap.contains(0, "paramlist.cpp:"));
+  EXPECT_TRUE(cap.contains(0, "CmParameterList.cpp:"));
   EXPECT_TRUE(cap.contains(0, "Assert failed: CM_DATA_INT == m_nType || m_nType == CM_DATA_UNKNOW"));
   EXPECT_EQ(static_cast<unsigned int>(CM_DATA_STRING), m.GetType());
   ASSERT_EQ(CM_OK, m.Set("second"));  // frees the first (ASan checks)

@@ -256,15 +256,19 @@ TEST(JsonValue, OutOfRangeAccessIsReportedNotFatal) {
   EXPECT_TRUE(arr[5ul].IsNull());
   EXPECT_TRUE(Value(3)["k"].IsNull());
   EXPECT_EQ(before + 2, cm_get_assertions_count());
-  EXPECT_TRUE(cap.contains(0, "CmJson.cpp"));
+  EXPECT_TRUE(cap.contains(0, "CmJsonValue.cpp"));
   EXPECT_TRUE(cap.contains(0, "Assert failed: i < m_values.size()"));
 }
 
-TEST(JsonValueDeathTest, TypedAccessorOnAnotherKindStops) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  Value s("text");
-  EXPECT_DEATH(s.ToInt(), "");
-  EXPECT_DEATH(Value(1).ToString(), "");
+TEST(JsonValue, TypedAccessorOnAnotherKindAssertsAndGivesTheNeutralValue) {
+  CmTraceCapture cap;
+  const int64_t before = cm_get_assertions_count();
+  EXPECT_EQ(0, Value("text").ToInt());
+  EXPECT_EQ("", Value(1).ToString());
+  EXPECT_FALSE(Value(1).ToBool());
+  EXPECT_EQ(0u, Value(true).ToArray().size());
+  EXPECT_EQ(before + 4, cm_get_assertions_count());
+  EXPECT_TRUE(cap.contains(0, "Assert failed: m_type == kString"));
 }
 
 TEST(JsonRead, DeepNestingIsRefusedNotOverflowed) {

@@ -19,7 +19,7 @@
 /// deeper than 512 levels are refused (null).
 ///
 /// Typed accessors (ToInt, ToString, ...) on a value of another kind are programming
-/// errors: they report an assertion and abort the process.
+/// errors: they report an assertion and give the neutral value (0, false, "", empty).
 ///
 /// Values are plain data: not thread-safe, copy freely.
 

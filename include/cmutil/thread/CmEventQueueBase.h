@@ -52,14 +52,15 @@ class CM_EXPORT ICmEvent {
 
   /// Events are allocated from a recycling pool (cheap when one thread allocates and
   /// another frees); create them with new and let OnDestorySelf delete them as usual.
-  /// Pool blocks are aligned for any type of alignment up to 16 bytes.
-  static void* operator new(size_t aSize);
+  /// Pool blocks are aligned for any type of alignment up to 16 bytes. Out of memory
+  /// reports an assertion and the new-expression yields null (no exception).
+  static void* operator new(size_t aSize) noexcept;
   static void operator delete(void* aBlock, size_t aSize);
   static void* operator new(size_t aSize, const std::nothrow_t&) noexcept;
   static void operator delete(void* aBlock, const std::nothrow_t&) noexcept;
   /// Event classes aligned above 16 bytes (alignas(32) and more) bypass the pool and
   /// take their memory from the global aligned allocation functions.
-  static void* operator new(size_t aSize, std::align_val_t aAlign);
+  static void* operator new(size_t aSize, std::align_val_t aAlign) noexcept;
   static void operator delete(void* aBlock, size_t aSize, std::align_val_t aAlign) noexcept;
   static void* operator new(size_t aSize, std::align_val_t aAlign, const std::nothrow_t&) noexcept;
   static void operator delete(void* aBlock, std::align_val_t aAlign, const std::nothrow_t&) noexcept;

@@ -1,4 +1,4 @@
-#include "kel_memory_pool.h"
+#include "buffer/KELMemPool.h"
 
 #include <new>
 
