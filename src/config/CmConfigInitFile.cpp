@@ -29,9 +29,9 @@ constexpr int kValueBufSize = 256;
 }  // namespace
 
 struct CCmConfigInitFile::Impl {
-  CCmString path;
-  CmConfigLookupFunc lookup = default_lookup;
   CCmMutexThreadRecursive lock;
+  CCmString path CM_GUARDED_BY(lock);
+  CmConfigLookupFunc lookup CM_GUARDED_BY(lock) = default_lookup;
 };
 
 CCmConfigInitFile::CCmConfigInitFile() : m_pImpl(new Impl) {
@@ -45,11 +45,17 @@ CCmConfigInitFile::~CCmConfigInitFile() {
   m_pImpl = nullptr;
 }
 
-void CCmConfigInitFile::RegisterFunc(CmConfigLookupFunc fn) { m_pImpl->lookup = fn; }
+void CCmConfigInitFile::RegisterFunc(CmConfigLookupFunc fn) {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->lock);
+  m_pImpl->lookup = fn;
+}
 
 int CCmConfigInitFile::InitWithFileName(const CCmString&) { return 0; }
 
-CCmString CCmConfigInitFile::GetFilePath() const { return m_pImpl->path; }
+CCmString CCmConfigInitFile::GetFilePath() const {
+  CCmMutexGuardT<CCmMutexThreadRecursive> guard(m_pImpl->lock);
+  return m_pImpl->path;
+}
 
 // Runs the lookup function under the lock; `buf` must hold size + 1 bytes so that a
 // value filling the whole size stays terminated.

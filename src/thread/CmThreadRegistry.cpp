@@ -16,7 +16,7 @@
 namespace {
 struct Registry {
   CCmMutexThread mutex;
-  std::list<ACmThread*> threads;
+  std::list<ACmThread*> threads CM_GUARDED_BY(mutex);
   /// The list's length, changed under the mutex and read without it, so that traces
   /// can be written before the mutex is taken.
   std::atomic<unsigned long> count{0};

@@ -43,7 +43,7 @@ struct ACmThreadSingletonFactory::Impl {
     uint32_t count;
   };
   CCmMutexThread mutex;
-  std::map<std::string, Entry> threads;
+  std::map<std::string, Entry> threads CM_GUARDED_BY(mutex);
 };
 
 ACmThreadSingletonFactory* ACmThreadSingletonFactory::Instance() {

@@ -15,6 +15,7 @@
 
 #include "cmutil/base/CmExport.h"
 #include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmThreadAnnotations.h"
 
 class CM_EXPORT IKELSystemResourceMonitor {
  public:
@@ -60,25 +61,25 @@ class CM_EXPORT KELSystemResourceMonitor : public IKELSystemResourceMonitor {
   void forget();
 
  private:
-  void refreshCpu();
-  void refreshProcess();
-  void refreshMemory();
-  void refreshGpu();
+  void refreshCpu() CM_REQUIRES(m_lock);
+  void refreshProcess() CM_REQUIRES(m_lock);
+  void refreshMemory() CM_REQUIRES(m_lock);
+  void refreshGpu() CM_REQUIRES(m_lock);
 
-  uint32_t m_prevTicks[4];  // user, system, idle, nice
-  int64_t m_prevProcessCpuMs;
-  int64_t m_prevProcessWallMs;
-  uint64_t m_lastRefresh;  // low-tick microseconds; 0 = never
   CCmMutexThreadRecursive m_lock;
-  float m_totalCpu;
-  float m_processCpu;
-  uint32_t m_cores;
-  uint32_t m_intervalMs;
-  float m_memoryPercent;
-  unsigned long long m_memoryUsedKib;
-  unsigned long long m_memoryTotalKib;
-  unsigned long long m_processKib;
-  uint32_t m_gpuUsage;
+  uint32_t m_prevTicks[4] CM_GUARDED_BY(m_lock);  // user, system, idle, nice
+  int64_t m_prevProcessCpuMs CM_GUARDED_BY(m_lock);
+  int64_t m_prevProcessWallMs CM_GUARDED_BY(m_lock);
+  uint64_t m_lastRefresh CM_GUARDED_BY(m_lock);  // low-tick microseconds; 0 = never
+  float m_totalCpu CM_GUARDED_BY(m_lock);
+  float m_processCpu CM_GUARDED_BY(m_lock);
+  const uint32_t m_cores;  // fixed at construction
+  uint32_t m_intervalMs CM_GUARDED_BY(m_lock);
+  float m_memoryPercent CM_GUARDED_BY(m_lock);
+  unsigned long long m_memoryUsedKib CM_GUARDED_BY(m_lock);
+  unsigned long long m_memoryTotalKib CM_GUARDED_BY(m_lock);
+  unsigned long long m_processKib CM_GUARDED_BY(m_lock);
+  uint32_t m_gpuUsage CM_GUARDED_BY(m_lock);
 };
 
 /// Refreshes and returns the process-wide monitor.

@@ -61,8 +61,8 @@ class CM_EXPORT CCmTvxTrace {
   CCmTvxTrace();
 
   CCmMutexThreadRecursive m_mutex;
-  bool m_bLoaded = false;
-  void* m_hBundle = nullptr;
+  std::atomic<bool> m_bLoaded{false};  // written under m_mutex, read by the trace path
+  void* m_hBundle CM_GUARDED_BY(m_mutex) = nullptr;
   std::atomic<int> m_levelMap[256];
   std::atomic<CmTvxTraceFn> m_pTrace{nullptr};
   std::atomic<CmTvxTraceRawFn> m_pTraceRaw{nullptr};
