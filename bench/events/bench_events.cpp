@@ -20,7 +20,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "base/CmTimerClock.h"
+#include "base/CmClock.h"
 #include "cmutil/thread/CmThreadTask.h"
 #include "cmutil/thread/CmThreadWaiter.h"
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
@@ -256,7 +256,7 @@ BENCHMARK(BM_Post1M_LibuvAsync)->Unit(benchmark::kMillisecond)->UseRealTime()->I
 
 // A fake clock so that firing is measured without waiting.
 CCmTimeValue g_benchNow(1700000000L, 0L);
-CCmTimeValue BenchClock() { return g_benchNow; }
+int64_t BenchClock() { return static_cast<int64_t>(g_benchNow.GetSec()) * 1000000 + g_benchNow.GetUsec(); }
 
 class NullHandler : public ICmTimerHandler {
  public:
@@ -267,9 +267,9 @@ class NullHandler : public ICmTimerHandler {
 struct ClockScope {
   ClockScope() {
     g_benchNow = CCmTimeValue(1700000000L, 0L);
-    cm_set_timer_clock_for_test(&BenchClock);
+    cm_set_clock_for_test(&BenchClock);
   }
-  ~ClockScope() { cm_set_timer_clock_for_test(nullptr); }
+  ~ClockScope() { cm_set_clock_for_test(nullptr); }
 };
 
 // Intervals 1..n ms apart so that one timer is due per millisecond step.

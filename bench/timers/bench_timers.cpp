@@ -25,7 +25,7 @@
 #include <random>
 #include <vector>
 
-#include "base/CmTimerClock.h"
+#include "base/CmClock.h"
 #include "cmutil/timer/CmTimer.h"
 #include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
@@ -78,14 +78,14 @@ void ReportPerOp(benchmark::State& state, size_t opsPerIteration) {
 // ---- our queues, on a fake clock ----
 
 CCmTimeValue g_fakeNow(1700000000L, 0L);
-CCmTimeValue FakeNow() { return g_fakeNow; }
+int64_t FakeNow() { return static_cast<int64_t>(g_fakeNow.GetSec()) * 1000000 + g_fakeNow.GetUsec(); }
 
 struct ClockScope {
   ClockScope() {
     g_fakeNow = CCmTimeValue(1700000000L, 0L);
-    cm_set_timer_clock_for_test(&FakeNow);
+    cm_set_clock_for_test(&FakeNow);
   }
-  ~ClockScope() { cm_set_timer_clock_for_test(nullptr); }
+  ~ClockScope() { cm_set_clock_for_test(nullptr); }
 };
 
 struct CountingHandler : ICmTimerHandler {

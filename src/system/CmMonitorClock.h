@@ -1,12 +1,11 @@
 #pragma once
-// Clocks and GPU source of the resource monitor and the sampler, replaceable by tests so
-// that refresh intervals and rates can be checked without sleeping.
+// Clocks and GPU source of the resource monitor and the sampler. The clocks follow the
+// library's test clock (base/CmClock.h), so refresh intervals and rates are checked
+// without sleeping.
 
 #include <cstdint>
 
 #include "cmutil/base/CmExport.h"
-
-typedef int64_t (*CmMonitorClockFn)();
 
 /// The low tick in microseconds (the refresh clock).
 int64_t cm_monitor_low_tick_us();
@@ -14,9 +13,6 @@ int64_t cm_monitor_low_tick_us();
 int64_t cm_monitor_wall_us();
 /// A monotonic clock in microseconds (the sampler's per-thread CPU clock).
 int64_t cm_monitor_steady_us();
-
-/// Test only: replaces all three clocks by fn; nullptr restores the real ones.
-CM_EXPORT void cm_set_monitor_clock_for_test(CmMonitorClockFn fn);
 
 /// Busiest GPU percent through kel_get_GPU_usage; false when no GPU reports one.
 bool cm_monitor_gpu_usage(long long& usage);

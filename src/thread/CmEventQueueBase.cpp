@@ -11,15 +11,13 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmPlatform.h"
 #include "thread/CmEventAllocator.h"
-#include "thread/CmEventQueueClock.h"
 
 namespace {
-std::atomic<CmEventClockFn> g_eventClock{nullptr};
-
 // Rate limiters of the "has been stopped" warnings, shared by all queues: the 1st,
 // 201st, 401st ... refusal is traced.
 std::atomic<unsigned int> g_postStoppedCount{0};
@@ -28,20 +26,6 @@ std::atomic<unsigned int> g_sendStoppedCount{0};
 const int64_t kLongQueueCheckUs = 3 * 1000000LL;
 const unsigned int kLongQueueSize = 100;
 }  // namespace
-
-int64_t cm_event_clock_now_us() {
-  CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
-  if (fn) return fn();
-  return cm_platform_realtime_us();
-}
-
-int64_t cm_event_clock_coarse_us() {
-  CmEventClockFn fn = g_eventClock.load(std::memory_order_acquire);
-  if (fn) return fn();
-  return cm_platform_realtime_coarse_us();
-}
-
-void cm_set_event_queue_clock_for_test(CmEventClockFn fn) { g_eventClock.store(fn, std::memory_order_release); }
 
 // ---- Firing time of events ----
 //
@@ -79,16 +63,16 @@ int64_t ReadCycles() { return 0; }
 
 bool CyclesUsable() {
   static const bool s_usable = DetectInvariantCycles();
-  return s_usable && g_eventClock.load(std::memory_order_acquire) == nullptr;
+  return s_usable && cm_test_clock() == nullptr;
 }
 
 // Stamp before the first event of a batch; decides the kind of stamps for the batch.
 int64_t FirstStamp(bool& aCycles) {
   aCycles = CyclesUsable();
-  if (!aCycles) return cm_event_clock_now_us();
+  if (!aCycles) return cm_clock_wall_us();
   int64_t now = ReadCycles();
   if (t_anchor.us == 0 || now - t_anchor.cycles > kAnchorRenewCycles) {
-    t_anchor.us = cm_event_clock_now_us();
+    t_anchor.us = cm_clock_wall_us();
     t_anchor.cycles = ReadCycles();
     now = t_anchor.cycles;
   }
@@ -97,7 +81,7 @@ int64_t FirstStamp(bool& aCycles) {
 
 // Precise microseconds between two cycle stamps taken on this thread after its anchor.
 int64_t CyclesToPreciseUs(int64_t aBegin, int64_t aEnd) {
-  int64_t nowUs = cm_event_clock_now_us();
+  int64_t nowUs = cm_clock_wall_us();
   int64_t nowCycles = ReadCycles();
   int64_t spanCycles = nowCycles - t_anchor.cycles;
   int64_t spanUs = nowUs - t_anchor.us;
@@ -121,7 +105,7 @@ CCmEventQueueBase::CCmEventQueueBase(bool)
     : m_pTail(&m_Stub),
       m_dwPosted(0),
       m_bIsStopped(false),
-      m_llLastReportUs(cm_event_clock_now_us()),
+      m_llLastReportUs(cm_clock_wall_us()),
       m_Tid(0),
       m_pHead(&m_Stub),
       m_dwTaken(0),
@@ -158,7 +142,7 @@ CmResult CCmEventQueueBase::PostEvent(ICmEvent* aEvent, EPriority, unsigned int*
 
   // Long-queue report: at most once in three seconds, only by a post. A coarse clock
   // reading is plenty for a three-second check and keeps posting cheap.
-  int64_t now = cm_event_clock_coarse_us();
+  int64_t now = cm_clock_coarse_us();
   int64_t last = m_llLastReportUs.load(std::memory_order_relaxed);
   if (now - last > kLongQueueCheckUs &&
       m_llLastReportUs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
@@ -370,7 +354,7 @@ void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aStamp, 
     if (aStamp - tBegin <= tLimit * kMinCyclesPerUs) return;
     tSpent = CyclesToPreciseUs(tBegin, aStamp);
   } else {
-    aStamp = cm_event_clock_now_us();
+    aStamp = cm_clock_wall_us();
     tSpent = aStamp - tBegin;
   }
   if (tSpent > tLimit) {

@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-#include "base/CmTimerClock.h"
+#include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadRegistry.h"

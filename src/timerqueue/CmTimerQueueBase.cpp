@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "base/CmTimerClock.h"
+#include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/timerqueue/CmTimerMinHeapQueue.h"
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "base/CmTimerClock.h"
+#include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "timerqueue/CmTimerPtrSet.h"
 #include "timerqueue/CmTimerWheelInspector.h"

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "base/CmClock.h"
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
 #include "common/CmFsTree.h"
@@ -25,9 +26,9 @@ int64_t fake_now() { return g_nowUs.load(); }
 struct FakeMonitorClock {
   FakeMonitorClock() {
     g_nowUs = 5000000000LL;
-    cm_set_monitor_clock_for_test(&fake_now);
+    cm_set_clock_for_test(&fake_now);
   }
-  ~FakeMonitorClock() { cm_set_monitor_clock_for_test(nullptr); }
+  ~FakeMonitorClock() { cm_set_clock_for_test(nullptr); }
   void AdvanceMs(int ms) { g_nowUs += ms * 1000LL; }
 };
 

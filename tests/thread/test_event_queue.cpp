@@ -9,10 +9,10 @@
 #include <thread>
 
 #include "ThreadTestSupport.h"
+#include "base/CmClock.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/trace/CmTrace.h"
 #include "common/CmTraceCapture.h"
-#include "thread/CmEventQueueClock.h"
 
 namespace {
 
@@ -25,9 +25,9 @@ class FakeEventClock {
  public:
   explicit FakeEventClock(int64_t step) {
     g_fakeStep = step;
-    cm_set_event_queue_clock_for_test(&FakeClock);
+    cm_set_clock_for_test(&FakeClock);
   }
-  ~FakeEventClock() { cm_set_event_queue_clock_for_test(nullptr); }
+  ~FakeEventClock() { cm_set_clock_for_test(nullptr); }
   void Advance(int64_t us) { g_fakeNow += us; }
 };
 
