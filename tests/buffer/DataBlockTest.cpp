@@ -26,16 +26,6 @@ TEST(DataBlock, CreateInstanceCopiesAndCountsOne) {
   EXPECT_EQ(0u, db->ReleaseReference());  // freed: ASan reports a leak or double free otherwise
 }
 
-TEST(DataBlock, ZeroSizeIsRefusedAndLeavesTheOutArgument) {
-  CmTraceCapture cap;
-  CCmDataBlock* sentinel = reinterpret_cast<CCmDataBlock*>(uintptr_t(0x1234));
-  CCmDataBlock* db = sentinel;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstance(db, 0, nullptr));
-  EXPECT_EQ(sentinel, db);
-  EXPECT_TRUE(cap.contains(0, "CmDataBlock.cpp:"));
-  EXPECT_TRUE(cap.contains(0, "Assert failed: aSize > 0"));
-}
-
 TEST(DataBlock, AlignedPayload) {
   CCmDataBlock* db = nullptr;
   ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 64));

@@ -65,12 +65,6 @@ TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
   EXPECT_EQ(1, g_destroyed.load());
 }
 
-TEST(KelUnknown, BaseIdBytes) {
-  const unsigned char expect[16] = {0x00, 0x00, 0x00, 0x00, 0x13, 0x20, 0x14, 0x01,
-                                    0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef};
-  EXPECT_EQ(0, memcmp(expect, kel::IID_IKelUnknown.data, 16));
-}
-
 TEST(KelUnknown, SharedPointerWrappers) {
   g_destroyed = 0;
   CTestData* d = new CTestData(5, 1);  // the creator's reference

@@ -175,18 +175,6 @@ TEST(ParameterList, ParsingStopsAtTheFirstBadEntryAndKeepsTheRest) {
   EXPECT_EQ(CM_OK, list.GetParameter(50, p));
 }
 
-TEST(ParameterList, EmptyAndZeroCount) {
-  CCmParameterList list;
-  CCmMessageBlock mb(8u);
-  CCmByteStreamNetwork os(mb);
-  EXPECT_EQ(CM_OK, list.StreamTo(os));
-  EXPECT_EQ(V({0, 0, 0, 0}), Bytes(mb));
-  CCmParameterList back;
-  CCmByteStreamNetwork is(mb);
-  EXPECT_EQ(CM_OK, back.StreamFrom(is));
-  EXPECT_EQ(0u, back.GetCount());
-}
-
 TEST(ParameterList, HostileCountEndsAtTheEndOfInput) {
   CmTraceCapture cap;
   V wire = {0xff, 0xff, 0xff, 0xff, 0x00, 0x00, 0x00, 0x02, 0x00, 0x41};

@@ -105,22 +105,6 @@ TEST(KelDebugFileConfig, FileMergesIntoTheStore) {
   EXPECT_EQ(-1, whole);
 }
 
-TEST(KelDebugFileConfig, NonObjectTextStoresNothing) {
-  CmTempDir dir;
-  CKelDebugFileConfig config;
-  config.SetReadPermission(true);
-  config.SetValueInt("keep", 1);
-  FixedPathProvider provider(dir.path());
-  dir.write("config.json", "[{\"keep\": 2}]");
-  EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
-  dir.write("config.json", "{\"keep\": 2");
-  EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
-  EXPECT_EQ(CM_OK, config.ParseConfigJSON("not json"));
-  int keep = 0;
-  EXPECT_EQ(CM_OK, config.GetValueInt("keep", keep));
-  EXPECT_EQ(1, keep);
-}
-
 TEST(KelDebugFileConfig, SettersReplaceAnyKindAndTrace) {
   CKelDebugFileConfig config;
   CmTraceCapture cap;
@@ -145,36 +129,6 @@ TEST(KelDebugFileConfig, SettersReplaceAnyKindAndTrace) {
   CmTraceCapture quiet(1);
   config.SetValueInt("silent", 1);
   EXPECT_FALSE(quiet.contains("silent"));
-}
-
-TEST(KelDebugFileConfig, MissingRecordIsReportedByEveryOperation) {
-  CKelDebugFileConfig config;
-  cm_debug_config_drop_impl_for_test(config);
-  CmTraceCapture cap;
-  int i = 0;
-  double d = 0;
-  bool b = false;
-  std::string s;
-  FixedPathProvider provider("/tmp");
-  EXPECT_EQ(CM_ERROR_FAILURE, config.SetReadPermission(true));
-  EXPECT_FALSE(config.GetReadPermission());
-  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&provider));
-  EXPECT_FALSE(config.ReadConfigFile("/tmp/x", s));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.ParseConfigJSON("{}"));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("k", i));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("k", d));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueBool("k", b));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueString("k", s));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueInt("k", 1));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueDouble("k", 1));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueBool("k", true));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.SetValueString("k", "v"));
-  EXPECT_EQ(CM_ERROR_FAILURE, config.CleanDebugConfigs());
-  for (const char* op : {"SetReadPermission", "GetReadPermission", "ReadAndSetDebugConfigs", "ReadConfigFile",
-                         "ParseConfigJSON", "GetValueInt", "GetValueDouble", "GetValueBool", "GetValueString",
-                         "SetValueInt", "SetValueDouble", "SetValueBool", "SetValueString", "CleanDebugConfigs"}) {
-    EXPECT_EQ(1u, cap.count(std::string("[UTIL] [CKelDebugFileConfig::") + op + "] pImpl is null!")) << op;
-  }
 }
 
 TEST(KelDebugFileConfig, DefaultProviderUsesTheConfigFolder) {

@@ -79,25 +79,10 @@ TEST(ReadInitFile, SectionAndKeyMatchIgnoringCase) {
   EXPECT_EQ("<none>", scan(ini, "Missing", "Width"));
 }
 
-TEST(ReadInitFile, KeysBeforeTheFirstHeaderNeedANullSection) {
-  const std::string ini = "top = 1\n[S]\ntop = 2\n";
-  EXPECT_EQ("1", scan(ini, nullptr, "top"));
-  EXPECT_EQ("2", scan(ini, "S", "top"));
-  EXPECT_EQ("<none>", scan("[S]\nlater = 3\n", nullptr, "later"));
-}
-
 TEST(ReadInitFile, OnlyTheFirstSectionOfANameIsSearched) {
   const std::string ini = "[A]\nx = 1\n[B]\ny = 2\n[A]\nz = 3\n";
   EXPECT_EQ("1", scan(ini, "A", "x"));
   EXPECT_EQ("<none>", scan(ini, "A", "z"));
-}
-
-TEST(ReadInitFile, ABracketedValueCountsAsAHeader) {
-  // key=[a] has both brackets, so it is a header and ends the section.
-  const std::string ini = "[S]\nlist=[a]\nafter = 1\n";
-  EXPECT_EQ("<none>", scan(ini, "S", "list"));
-  EXPECT_EQ("<none>", scan(ini, "S", "after"));
-  EXPECT_EQ("1", scan(ini, "a", "after"));  // the name of that "header" is "a"
 }
 
 TEST(ReadInitFile, CommentsQuotesAndEquals) {
@@ -165,15 +150,6 @@ TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
   EXPECT_TRUE(get_bool_param("Trace", "flag", false));
 }
 
-TEST_F(IniParamTest, SemicolonAndEmptyValues) {
-  writeConfig("[S]\na = 'value' ;\nb = 'value;'\nc = ;\nd =\ne = x;;\n");
-  EXPECT_EQ("'value' ", param("S", "a"));  // quotes kept, one ';' removed
-  EXPECT_EQ("value", param("S", "b"));     // quotes removed first, then the ';'
-  EXPECT_EQ("", param("S", "c"));          // found: emptiness is tested before the ';'
-  EXPECT_EQ("<none>", param("S", "d"));    // an empty value is a missing key
-  EXPECT_EQ("x;", param("S", "e"));        // one ';' only
-}
-
 TEST_F(IniParamTest, TypedFreeLookups) {
   writeConfig("[N]\ni = -12\nbig = 4000000000\nw = 70000\nyes = tRuE\none = 1\nword = yes\ntext = abc\n");
   EXPECT_EQ(-12, get_int_param("N", "i"));
@@ -200,41 +176,6 @@ TEST_F(IniParamTest, HomeVariableAndFileName) {
   }
 }
 
-namespace {
-std::vector<std::string> g_envViolations;
-void record_env_violation(const char* msg, void*, int) { g_envViolations.emplace_back(msg ? msg : ""); }
-}  // namespace
-
-TEST_F(IniParamTest, HomeVariableThatDoesNotFitLeavesTheOldOne) {
-  ASSERT_EQ(0, set_nimra_home_env("CMUTIL_TEST_HOME"));
-  g_envViolations.clear();
-  constraint_handler_t previous = set_constraint_handler_s(record_env_violation);
-  std::string tooLong(600, 'A');
-  EXPECT_EQ(22, set_nimra_home_env(tooLong.c_str()));
-  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
-  std::string exactlyFull(512, 'B');  // no room left for the terminator
-  EXPECT_EQ(22, set_nimra_home_env(exactlyFull.c_str()));
-  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
-  EXPECT_EQ(22, set_nimra_home_env(nullptr));
-  EXPECT_STREQ("CMUTIL_TEST_HOME", g_cur_env);
-  set_constraint_handler_s(previous);
-  ASSERT_EQ(3u, g_envViolations.size());
-  EXPECT_EQ("strcpy_s: not enough space for src", g_envViolations[0]);
-  EXPECT_EQ("strcpy_s: not enough space for src", g_envViolations[1]);
-  EXPECT_EQ("strcpy_s: src is null", g_envViolations[2]);
-  std::string longest(511, 'C');
-  EXPECT_EQ(0, set_nimra_home_env(longest.c_str()));
-  EXPECT_EQ(longest, g_cur_env);
-}
-
-TEST_F(IniParamTest, MissingFileAndFolderAreJustMisses) {
-  // No conf folder at all.
-  EXPECT_EQ("<none>", param("S", "k"));
-  EXPECT_FALSE(get_bool_param("S", "k", false));
-  EXPECT_TRUE(get_bool_param("S", "k", true));
-  EXPECT_EQ(0u, get_uint32_param("S", "k"));
-}
-
 TEST(ProcessName, ExecutableNameIsCachedAndCut) {
   const char* exec = get_exec_name();
   ASSERT_NE(nullptr, exec);
@@ -249,8 +190,6 @@ TEST(ProcessName, ExecutableNameIsCachedAndCut) {
 
 namespace {
 int g_lookupCalls = 0;
-CCmConfigInitFile* g_reentrant = nullptr;
-
 unsigned char fixed_lookup(const char* path, const char* section, const char* key, char* out, int size) {
   ++g_lookupCalls;
   EXPECT_STREQ("/some/path.cfg", path);
@@ -273,16 +212,6 @@ unsigned char fixed_lookup(const char* path, const char* section, const char* ke
   return 0;
 }
 
-unsigned char reentrant_lookup(const char*, const char*, const char* key, char* out, int size) {
-  if (strcmp(key, "outer") == 0) {
-    // Calls back into the same object under its lock (the lock is recursive).
-    int inner = g_reentrant->GetIntParam("S", "inner", -1);
-    snprintf(out, static_cast<size_t>(size), "%d", inner + 1);
-    return 1;
-  }
-  snprintf(out, static_cast<size_t>(size), "41");
-  return 1;
-}
 }  // namespace
 
 TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
@@ -314,14 +243,6 @@ TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
 
   file.RegisterFunc(nullptr);  // no lookup function: nothing is ever found
   EXPECT_EQ(9, file.GetIntParam("S", "int", 9));
-}
-
-TEST(CCmConfigInitFile, LookupMayCallBackIntoTheObject) {
-  CCmConfigInitFile file(std::string("/x.cfg"));
-  g_reentrant = &file;
-  file.RegisterFunc(&reentrant_lookup);
-  EXPECT_EQ(42, file.GetIntParam("S", "outer", 0));
-  g_reentrant = nullptr;
 }
 
 TEST_F(IniParamTest, DefaultObjectReadsNimraCfgInTheHomeFolder) {

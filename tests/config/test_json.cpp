@@ -67,20 +67,6 @@ TEST(JsonRead, LiteralsIgnoreCaseAndNullElementsAreDropped) {
   EXPECT_TRUE(o["t"].ToBool());
 }
 
-TEST(JsonRead, ObjectMembers) {
-  Value v = json::Deserialize("{ \"a\" : 1 , \"a\": 2, \"s\": \" x \", \"nested\": {\"k\": [1, {\"d\": 0.5}]} }");
-  ASSERT_EQ(json::kObject, v.GetType());
-  EXPECT_EQ(3u, v.size());
-  EXPECT_EQ(2, v["a"].ToInt());       // the later member replaces the earlier
-  EXPECT_EQ("x", v["s"].ToString());  // strings are trimmed
-  EXPECT_DOUBLE_EQ(0.5, v["nested"]["k"][1ul]["d"].ToDouble());
-  // Pretty-printed text with line breaks reads the same.
-  Value p = json::Deserialize("{\n  \"a\": \"b\",\n  \"c\": [\n    1,\n    2\n  ]\n}\n");
-  ASSERT_EQ(json::kObject, p.GetType());
-  EXPECT_EQ("b", p["a"].ToString());
-  EXPECT_EQ(2u, p["c"].size());
-}
-
 TEST(JsonRead, SyntaxErrorsGiveNull) {
   EXPECT_TRUE(json::Deserialize("{\"\": 1}").IsNull());        // empty key
   EXPECT_TRUE(json::Deserialize("{\"a\" 1}").IsNull());        // no colon

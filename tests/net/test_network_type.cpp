@@ -12,17 +12,6 @@
 
 namespace {
 
-TEST(NetworkType, NamesOfTypesModesAndBands) {
-  const char* types[] = {"NotDetected", "Wifi",  "3G",  "Edge", "2G", "BlueTooth", "Modem",      "PPP",
-                         "WWAN",        "Wired", "LTE", "3.5G", "5G", "Wifi",      "NotDetected"};
-  for (int t = 0; t <= 14; ++t) EXPECT_EQ(types[t], NetWorkTypeToString(static_cast<kel::eNetworkStatus>(t))) << t;
-  const char* modes[] = {"Unknown", "802.11a", "802.11b", "802.11g", "802.11n", "802.11ac", "802.11", "Unknown"};
-  for (int m = 0; m <= 7; ++m) EXPECT_EQ(modes[m], WifiPhyModeToString(static_cast<eWifiPhyMode>(m))) << m;
-  const std::pair<int, const char*> bands[] = {
-      {0, "NotDetected"}, {1, "2.4GHz"}, {2, "5GHz"}, {3, "NotDetected"}, {255, "Unknown"}};
-  for (const auto& b : bands) EXPECT_EQ(b.second, WifiChannelFrequencyToString(static_cast<eWifiChFrequency>(b.first)));
-}
-
 TEST(NetworkType, RadioConversions) {
   struct Frequency {
     int mhz, channel;

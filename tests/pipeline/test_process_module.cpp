@@ -80,20 +80,6 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   EXPECT_EQ(4u, out0.unit->Count());
 }
 
-TEST_F(ProcessModuleTest, StartedWithoutUnitPassesThrough) {
-  Ref<TestModule> m(new TestModule);
-  Sink sink;
-  ASSERT_EQ(CM_OK, m->AddDeliver(sink.module.get(), 1, 0));
-  ASSERT_EQ(CM_OK, m->InitModule());
-  ASSERT_EQ(CM_OK, m->Start());
-  TestData* d = new TestData(7);
-  EXPECT_EQ(CM_OK, m->DeliverData(d, 9));
-  d->Release();
-  ASSERT_EQ(1u, sink.unit->Count());
-  EXPECT_EQ(7u, sink.unit->Seen_()[0].seq);
-  EXPECT_EQ(1, sink.unit->Seen_()[0].channel);
-}
-
 TEST_F(ProcessModuleTest, StartedWithoutThreadRunsUnitOnCaller) {
   Sink m;
   TestData* d = new TestData(1);
@@ -242,45 +228,6 @@ TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
   for (const Seen& s : m.unit->Seen_()) EXPECT_EQ(6, s.channel);
 }
 
-TEST_F(ProcessModuleTest, DrainAllTakesEvenChannelsOnly) {
-  Sink m;
-  for (unsigned short ch = 0; ch < 16; ++ch) {
-    for (uint32_t i = 0; i < 2; ++i) {
-      TestData* d = new TestData(ch * 10 + i);
-      m.module->_PushProcessDataToQueue(d, ch);
-      d->Release();
-    }
-  }
-  EXPECT_EQ(32u, m.module->_GetProcessDataToQueueSize());
-  EXPECT_EQ(CM_OK, m.module->_DrainQueueData());
-  for (unsigned short ch = 0; ch < 16; ++ch)
-    EXPECT_EQ(ch % 2 ? 2u : 0u, m.module->_GetProcessDataToQueueSize(ch)) << "channel " << ch;
-  EXPECT_EQ(16u, m.module->_GetProcessDataToQueueSize());
-  std::vector<uint32_t> expected;
-  for (unsigned short ch = 0; ch < 16; ch += 2) {
-    expected.push_back(ch * 10);
-    expected.push_back(ch * 10 + 1);
-  }
-  EXPECT_EQ(expected, Seqs(m.unit.get()));
-}
-
-TEST_F(ProcessModuleTest, ProcessQueueDataOnceTakesOnePerChannel) {
-  Ref<TestModule> bare(new TestModule);
-  EXPECT_EQ(CM_ERROR_FAILURE, bare->_ProcessQueueDataOnce());
-
-  Sink m;
-  for (unsigned short ch : {1, 1, 4, 15}) {
-    TestData* d = new TestData(ch);
-    m.module->_PushProcessDataToQueue(d, ch);
-    d->Release();
-  }
-  EXPECT_EQ(CM_OK, m.module->_ProcessQueueDataOnce());
-  EXPECT_EQ((std::vector<uint32_t>{1, 4, 15}), Seqs(m.unit.get()));
-  EXPECT_EQ(1u, m.module->_GetProcessDataToQueueSize());
-  EXPECT_EQ(CM_OK, m.module->_ProcessQueueData(1));
-  EXPECT_EQ(CM_ERROR_FAILURE, m.module->_ProcessQueueData(1));
-}
-
 TEST_F(ProcessModuleTest, QueuedItemWithoutUnitGoesToOutputZero) {
   Ref<TestModule> m(new TestModule);
   Sink sink;
@@ -297,77 +244,6 @@ TEST_F(ProcessModuleTest, QueuedItemWithoutUnitGoesToOutputZero) {
   EXPECT_EQ(CM_OK, m->_HandleOneProcessData(d, 9));
   d->Release();
   EXPECT_EQ(2u, sink.unit->Count());
-}
-
-int g_popCalls = 0;
-int PopStopAtSecond(IProcessData*, unsigned short, void*) { return ++g_popCalls == 2 ? 1 : 0; }
-int PopCollect(IProcessData* aData, void* aCtx) {
-  static_cast<std::vector<uint32_t>*>(aCtx)->push_back(static_cast<TestData*>(aData)->Seq());
-  return static_cast<TestData*>(aData)->Seq() == 102 ? 1 : 0;
-}
-
-TEST_F(ProcessModuleTest, PopForms) {
-  Ref<TestModule> m(new TestModule);
-  IProcessData* out = nullptr;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(static_cast<IProcessData**>(nullptr), 0));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(&out, 16));
-  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&out, 0));
-
-  TestData* d = new TestData(5);
-  m->_PushProcessDataToQueue(d, 0);
-  ASSERT_EQ(CM_OK, m->_PopProcessDataFromQueue(&out, 0));
-  EXPECT_EQ(d, out);
-  EXPECT_EQ(2u, d->GetReference());  // the queue's reference moved to the caller
-  out->Release();
-  d->Release();
-
-  // One pass over all channels; a non-zero callback result stops it.
-  for (unsigned short ch : {2, 2, 7, 9}) {
-    TestData* x = new TestData(ch);
-    m->_PushProcessDataToQueue(x, ch);
-    x->Release();
-  }
-  g_popCalls = 0;
-  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&PopStopAtSecond, nullptr));
-  EXPECT_EQ(2, g_popCalls);
-  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(2));
-  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(7));
-  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(9));
-  g_popCalls = 100;
-  EXPECT_EQ(CM_OK, m->_PopProcessDataFromQueue(&PopStopAtSecond, nullptr));
-  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize());
-
-  // Channel form: drains until empty or a non-zero result (that item is consumed).
-  for (uint32_t i = 100; i < 105; ++i) {
-    TestData* x = new TestData(i);
-    m->_PushProcessDataToQueue(x, 11);
-    x->Release();
-  }
-  std::vector<uint32_t> seen;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->_PopProcessDataFromQueue(&PopCollect, 16, &seen));
-  EXPECT_EQ(CM_ERROR_GENERIC, m->_PopProcessDataFromQueue(&PopCollect, 11, &seen));
-  EXPECT_EQ((std::vector<uint32_t>{100, 101, 102}), seen);
-  EXPECT_EQ(2u, m->GetProcessModuleQueueSize(11));
-  EXPECT_EQ(CM_OK, m->_PopProcessDataFromQueue(&PopCollect, 11, &seen));
-  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(11));
-}
-
-TEST_F(ProcessModuleTest, QueueSizesOutOfRangeAreZero) {
-  Ref<TestModule> m(new TestModule);
-  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(16));
-  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize(200));
-  EXPECT_EQ(0u, m->_GetProcessDataToQueueSize());
-}
-
-TEST_F(ProcessModuleTest, DeliverToBadOutputIdStillCountsIt) {
-  Ref<TestModule> m(new TestModule);
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModule(d, 7));
-  EXPECT_EQ(1u, m->GetOutputSampleCount(7));
-  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModule(d, 20));  // beyond the counters
-  EXPECT_EQ(CM_OK, m->DeliverDataToNextModule(d, 3));              // no delivers: fine
-  EXPECT_EQ(1u, m->GetOutputSampleCount(3));
-  d->Release();
 }
 
 TEST_F(ProcessModuleTest, DeliverByIndex) {
@@ -415,19 +291,6 @@ TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   }
 }
 
-TEST_F(ProcessModuleTest, InitModuleFailsWithUnitResult) {
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit);
-  unit->initResult = CM_ERROR_OUT_OF_MEMORY;
-  m->SetProcessUnit(unit.get());
-  EXPECT_EQ(CM_ERROR_OUT_OF_MEMORY, m->InitModule());
-  EXPECT_EQ(1, unit->initCalls.load());
-  EXPECT_EQ(PROCESS_MODULE_STATUS_CREATED, m->GetProcessModuleStatus());
-  unit->initResult = CM_OK;
-  EXPECT_EQ(CM_OK, m->InitModule());
-  EXPECT_EQ(PROCESS_MODULE_STATUS_INITED, m->GetProcessModuleStatus());
-}
-
 TEST_F(ProcessModuleTest, ObserversByListenGroup) {
   std::vector<Event> log;
   std::mutex mu;
@@ -440,11 +303,6 @@ TEST_F(ProcessModuleTest, ObserversByListenGroup) {
   ASSERT_EQ(CM_OK, m->AddObserver(&all, 4));  // shares no bit with groups 1 and 2
   EXPECT_EQ(CM_ERROR_FOUND, m->AddObserver(&both, 3));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, m->AddObserver(nullptr, 3));
-
-  EXPECT_EQ(1u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_STATUS_CHANGED));
-  EXPECT_EQ(2u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_INPUT_SAMPLES));
-  EXPECT_EQ(2u, m->_EventTypeToListenTypeGroup(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES));
-  EXPECT_EQ(~0ull, m->_EventTypeToListenTypeGroup(77));
 
   m->InitModule();  // status: observers 1 (mask 1) then 3 (mask 3)
   ASSERT_EQ(2u, log.size());
@@ -517,81 +375,6 @@ TEST_F(ProcessModuleTest, SampleEventsFollowStatFlags) {
   d->Release();
 }
 
-TEST_F(ProcessModuleTest, DetailTraceAtLevelFour) {
-  Ref<TestModule> m(new TestModule);
-  m->SetProcessModuleInfo("src", 1);
-  TestData* d = new TestData(1);
-  {
-    CmTraceCapture quiet(2);
-    m->DeliverData(d, 2);
-    EXPECT_FALSE(quiet.contains("ProcessModule::Info"));
-  }
-  CmTraceCapture cap(4);
-  m->DeliverData(d, 2);
-  const auto lines = cap.lines();
-  ASSERT_EQ(2u, lines.size());
-  EXPECT_EQ(4, lines[0].level);
-  const std::string in = lines[0].text;
-  EXPECT_NE(std::string::npos, in.find("module_name:src ProcessModule::Info Input, this=")) << in;
-  EXPECT_NE(std::string::npos, in.find(",data_length=3,channel_id=2,input_samples=2,queue_size=0")) << in;
-  const std::string out = lines[1].text;
-  EXPECT_NE(std::string::npos, out.find("module_name:src ProcessModule::Info output, this=")) << out;
-  EXPECT_NE(std::string::npos, out.find(",channel_id=0,output_samples=2,queue_size=0")) << out;
-  d->Release();
-}
-
-TEST_F(ProcessModuleTest, OptionsStoredEvenWhenRefused) {
-  Ref<TestModule> m(new TestModule);
-  ProcessModuleValue out(123);
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, m->GetProcessModuleOption(5, out));
-  EXPECT_EQ(123u, out.dwValue);
-  const ProcessModuleValue v(0x1122334455667788ull, 42);
-  EXPECT_EQ(CM_ERROR_FAILURE, m->SetProcessModuleOption(5, v));
-  EXPECT_EQ(CM_OK, m->GetProcessModuleOption(5, out));
-  EXPECT_EQ(v, out);
-  EXPECT_EQ(CM_OK, m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(2)));
-  EXPECT_EQ(CM_OK, m->GetProcessModuleOption(1, out));
-  EXPECT_EQ(2u, out.dwValue);
-}
-
-TEST_F(ProcessModuleTest, OptionsFiredToDeliversAndInputters) {
-  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule), d(new TestModule);
-  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
-  ASSERT_EQ(CM_OK, b->AddDeliver(c.get(), 0, 0));
-  ASSERT_EQ(CM_OK, b->AddDeliver(d.get(), 0, 3));
-  EXPECT_EQ(CM_OK, b->_FireOptionToDelivers(9, ProcessModuleValue(7)));
-  ProcessModuleValue out;
-  EXPECT_EQ(CM_OK, c->GetProcessModuleOption(9, out));
-  EXPECT_EQ(7u, out.dwValue);
-  EXPECT_EQ(CM_OK, d->GetProcessModuleOption(9, out));
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, a->GetProcessModuleOption(9, out));
-  EXPECT_EQ(CM_OK, b->_FireOptionToInputters(10, ProcessModuleValue(8)));
-  EXPECT_EQ(CM_OK, a->GetProcessModuleOption(10, out));
-  EXPECT_EQ(8u, out.dwValue);
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, c->GetProcessModuleOption(10, out));
-}
-
-TEST_F(ProcessModuleTest, InfoAndQueryInterface) {
-  Ref<TestModule> m(new TestModule);
-  EXPECT_STREQ("", m->GetProcessModuleName());
-  m->SetProcessModuleInfo("encoder", 12);
-  m->SetProcessModuleInfo(nullptr, 13);
-  EXPECT_STREQ("encoder", m->GetProcessModuleName());
-  EXPECT_EQ(13u, m->GetProcessModuleType());
-
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, m->QueryInterface(kel::IID_IKelUnknown, nullptr));
-  void* p = reinterpret_cast<void*>(1);
-  kel::_tagUUID other = kel::IID_IKelUnknown;
-  other.data[15] ^= 1;
-  EXPECT_EQ(CM_ERROR_NO_INTERFACE, m->QueryInterface(other, &p));
-  EXPECT_EQ(nullptr, p);
-  EXPECT_EQ(1u, m->GetReference());
-  ASSERT_EQ(CM_OK, m->QueryInterface(kel::IID_IKelUnknown, &p));
-  EXPECT_EQ(static_cast<kel::IKelUnknown*>(static_cast<IProcessModule*>(m.get())), p);
-  EXPECT_EQ(2u, m->GetReference());
-  static_cast<kel::IKelUnknown*>(p)->Release();
-}
-
 TEST_F(ProcessModuleTest, SetProcessUnitAttachesDetachesAndReferences) {
   Ref<RecordingUnit> u1(new RecordingUnit), u2(new RecordingUnit);
   {
@@ -619,18 +402,6 @@ TEST_F(ProcessModuleTest, SetProcessUnitAttachesDetachesAndReferences) {
   EXPECT_EQ(1u, u1->GetReference());
 }
 
-TEST_F(ProcessModuleTest, ConfigForwardedToEmbeddedStore) {
-  Ref<TestModule> m(new TestModule);
-  EXPECT_EQ(CM_OK, m->ConfigProcess("codec", "opus"));
-  char buf[16] = {};
-  unsigned int size = sizeof buf;
-  EXPECT_EQ(CM_OK, m->GetProcessConfigValue("codec", buf, size));
-  EXPECT_STREQ("opus", buf);
-  EXPECT_EQ(4u, size);
-  EXPECT_EQ(CM_ERROR_FAILURE, m->GetProcessConfigValue("rate", buf, size));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->ConfigProcess(nullptr, "x"));
-}
-
 // ---------------------------------------------------------------- links
 
 TEST_F(ProcessModuleTest, AddDeliverInvalidParams) {
@@ -650,15 +421,6 @@ TEST_F(ProcessModuleTest, AddDeliverInvalidParams) {
   EXPECT_NE(std::string::npos, lines[0].text.find(expect)) << lines[0].text << " / " << expect;
   EXPECT_NE(std::string::npos, lines[2].text.find(",nChannelId=0,nOutputChannelId=4"));
   EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(a.get(), 0, 0));
-}
-
-TEST_F(ProcessModuleTest, SameNextTwiceOnOneOutputFails) {
-  CmTraceCapture cap;
-  Ref<TestModule> a(new TestModule), b(new TestModule);
-  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(b.get(), 1, 0));  // other input channel: still refused
-  EXPECT_TRUE(cap.contains("ProcessModule::AddDeliver fail deliver already exist"));
-  EXPECT_EQ(CM_OK, a->AddDeliver(b.get(), 1, 1));  // another output channel, free input channel
 }
 
 TEST_F(ProcessModuleTest, OneInputterPerChannel) {
@@ -681,18 +443,6 @@ TEST_F(ProcessModuleTest, OneInputterPerChannel) {
   shared->AllowSharedInput(true);
   EXPECT_EQ(CM_OK, a->AddDeliver(shared.get(), 0, 0));
   EXPECT_EQ(CM_OK, b->AddDeliver(shared.get(), 0, 0));
-}
-
-TEST_F(ProcessModuleTest, AddInputerRules) {
-  CmTraceCapture cap;
-  Ref<TestModule> a(new TestModule), b(new TestModule);
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddInputer(nullptr, 0));
-  EXPECT_TRUE(cap.contains("ProcessModule::AddInputer add NULL deliver"));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->AddInputer(a.get(), 0));
-  EXPECT_EQ(CM_OK, a->AddInputer(b.get(), 0));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(nullptr));
-  EXPECT_EQ(CM_OK, a->RemoveInputer(b.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(b.get()));
 }
 
 TEST_F(ProcessModuleTest, RemoveDeliverByChannel) {

@@ -224,22 +224,6 @@ TEST_F(SafeLib, StrncpyViolations) {
   EXPECT_STREQ(dest, "keep");
 }
 
-TEST_F(SafeLib, StrncpyOverlapRules) {
-  // dest after src, within the count and the source's length.
-  char buf[16] = "abcdefghijklmno";
-  EXPECT_EQ(strncpy_s(buf + 2, 10, buf, 2), 22);
-  expectViolation("strncpy_s: overlap undefined");
-  EXPECT_STREQ(buf, "abcdefghijklmno");  // untouched, no terminator written
-  // dest before src, the copy reaching src.
-  EXPECT_EQ(strncpy_s(buf, 5, buf + 4, 4), 22);
-  expectViolation("strncpy_s: overlap undefined");
-  EXPECT_STREQ(buf, "abcdefghijklmno");
-  // dest before src, the copy stopping short of it.
-  EXPECT_EQ(strncpy_s(buf, 4, buf + 4, 3), 0);
-  EXPECT_TRUE(g_violations.empty());
-  EXPECT_EQ(std::string(buf, 8), std::string("efg\0efgh", 8));
-}
-
 TEST_F(SafeLib, ZeroSizesAndNullPointers) {
   char dest[8] = "dddddd";
   const char src[8] = "ssssss";

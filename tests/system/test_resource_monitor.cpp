@@ -160,15 +160,6 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   EXPECT_EQ(std::thread::hardware_concurrency(), monitor->getCPUCores());
 }
 
-TEST(ResourceMonitor, UnreadableMemoryIsTraced) {
-  CmFsTree tree(CmFsTree::Files{{"/proc/stat", "cpu  1 1 1 1\n"}});
-  FakeMonitorClock clock;
-  CmTraceCapture capture;
-  getKELSystemResourceMonitor();
-  EXPECT_TRUE(capture.contains("get system memory usage info failed!"));
-  EXPECT_TRUE(capture.contains("get process memory usage info failed!"));
-}
-
 TEST(PerfsStats, RoundCpuCapsTheSumBelowCoresTimesHundred) {
   struct Case {
     int cores;

@@ -176,16 +176,6 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
   }
 }
 
-TEST(SystemFacts, HybridLevelsReplaceTheHostCount) {
-  CmFixtureRoot root("intel-hybrid");
-  CmTraceCapture capture;
-  unsigned physical = 0, threads = 0;
-  ASSERT_EQ(0, get_cpu_core(physical, threads));
-  EXPECT_TRUE(capture.contains(
-      "get_cpu_core cpu_performace_core_num = 4, cpu_efficiency_core_num = 8, old physical_core_num = 12"));
-  EXPECT_FALSE(capture.contains("failed with error"));
-}
-
 TEST(SystemFacts, TextsAreCachedUntilTheRootChanges) {
   CmFsTree tree({{"/proc/cpuinfo", "processor: 0\nmodel name: First CPU\n"},
                  {"/proc/sys/kernel/arch", "machine-name-of-twenty\n"}});
@@ -303,29 +293,6 @@ TEST(SystemFacts, RegexParseInfoTakesTheFirstGroupOfAWholeMatch) {
     EXPECT_EQ(0, regex_parse_info(c.text, c.pattern, out));
     EXPECT_EQ(c.out, out) << c.text << " ~ " << c.pattern;
   }
-}
-
-TEST(SystemFacts, InformationObjectMapsResults) {
-  CmTraceCapture capture;
-  CmSystemInformation info;
-  CmSystemAPI api;
-  EXPECT_TRUE(capture.contains(2, "CmSystemInformation::CmSystemInformation [this="));
-  EXPECT_TRUE(capture.contains(2, "CmSystemAPI::CmSystemAPI [this="));
-  EXPECT_EQ(CM_OK, info.init());
-  EXPECT_EQ(CM_OK, api.init());
-  std::string version = "kept";
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, info.QueryOSVersionString(version));
-  EXPECT_EQ("kept", version);
-  nw_interface wifi = {"wlan0", nw_interface_type_wifi};
-  EXPECT_EQ(nw_interface_type_wifi, info.GetNetworkInterfaceType(&wifi));
-  EXPECT_EQ(nw_interface_type_other, info.GetNetworkInterfaceType(nullptr));
-  CmFsTree empty;
-  char text[64];
-  unsigned a = 0, b = 0;
-  EXPECT_EQ(CM_ERROR_FAILURE, info.GetCPUCore(a, b));
-  EXPECT_EQ(CM_ERROR_FAILURE, info.GetCPUArch(text, sizeof text));
-  EXPECT_EQ(CM_OK, info.GetCPUFrequency(a));
-  EXPECT_EQ(CM_OK, info.GetCPUBrand(text, sizeof text));
 }
 
 // The live machine: the CI log shows what this host reports.

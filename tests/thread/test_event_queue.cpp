@@ -31,17 +31,6 @@ class FakeEventClock {
   void Advance(int64_t us) { g_fakeNow += us; }
 };
 
-TEST(CmEventQueueTest, NullEventIsRefusedWithAssertion) {
-  CmTraceCapture cap;
-  CCmEventQueueUsingMutex queue;
-  int64_t asserts = cm_get_assertions_count();
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.PostEvent(nullptr));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.SendEvent(nullptr));
-  EXPECT_EQ(asserts + 2, cm_get_assertions_count());
-  EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
-  EXPECT_EQ(0u, queue.GetPendingEventsCount());
-}
-
 TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace) {
   CmTraceCapture cap;
   EventLog log;
@@ -331,12 +320,6 @@ TEST(CmEventQueueTest, FourHundredRefusedPostsAreTracedExactlyTwice) {
       "CCmEventQueueBase::PostEvent, has been stopped. [this=0x", "CCmEventQueueBase::SendEvent, has been stopped.");
 }
 
-TEST(CmEventQueueTest, FourHundredRefusedSendsAreTracedExactlyTwice) {
-  ExpectFourHundredRefusalsTracedTwice<CCmEventQueueUsingConditionVariable>(
-      [](CCmEventQueueUsingConditionVariable& q, ICmEvent* e) { return q.SendEvent(e); },
-      "CCmEventQueueBase::SendEvent, has been stopped. [this=0x", "CCmEventQueueBase::PostEvent, has been stopped.");
-}
-
 // A sender that gave up while its wrapper was being fired: the wrapper finishes its pass
 // (the event is destroyed on the queue's side) and is deleted by that pass, once.
 TEST(CmEventSynchronousTest, SenderReleaseBeforeTheQueuePassLeavesDeletionToThePass) {
@@ -419,36 +402,5 @@ struct ReportIntervalScope {
   ~ReportIntervalScope() { CCmEventQueueBase::s_tvReportInterval = saved; }
   CCmTimeValue saved;
 };
-
-// With the real clock: a slow event is reported with its time to the microsecond, a
-// quick one is not. The interval is lowered so that the test stays short.
-TEST(CmEventQueueTest, SlowEventTimedWithThePreciseClock) {
-  CmTraceCapture cap;
-  EventLog log;
-  ReportIntervalScope interval(CCmTimeValue(0L, 20000L));
-  CCmEventQueueUsingMutex queue;
-  queue.Reset2CurrentThreadInfo();
-  for (int i = 0; i < 100; ++i) queue.PostEvent(new LoggingEvent(&log, i));
-  std::chrono::steady_clock::time_point begin;
-  std::chrono::steady_clock::time_point end;
-  queue.PostEvent(new LoggingEvent(&log, 100, CM_OK, [&] {
-    begin = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    end = std::chrono::steady_clock::now();
-  }));
-  std::list<ICmEvent*> out;
-  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-  queue.ProcessEvents(out);
-  ASSERT_EQ(1u, cap.count("CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec="));
-  std::string line;
-  for (const auto& l : cap.lines()) {
-    if (l.text.find("ProcessOneEvent, report") != std::string::npos) line = l.text;
-  }
-  long usec = std::stol(line.substr(line.find("usec=") + 5));
-  long inside = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(end - begin).count());
-  EXPECT_GE(usec, inside - 100);     // clocks of their own: allow a little skew
-  EXPECT_LT(usec, inside + 250000);  // the stamp after it may wait for the processor
-  EXPECT_EQ(101u, log.Fired().size());
-}
 
 }  // namespace

@@ -29,26 +29,6 @@ TEST(CmThreadPriorityTest, TextsAndPercentages) {
   EXPECT_STREQ("Unknown", ThreadPolicyToString(5));
 }
 
-TEST(CmThreadPriorityTest, RangeArithmeticTruncates) {
-  EXPECT_EQ(31, ThreadPriorityPercentToRaw(ThreadPriorityToNative(KEL_THREAD_PRIORITY_NORMAL), 15, 47));
-  EXPECT_EQ(43, ThreadPriorityPercentToRaw(ThreadPriorityToNative(KEL_THREAD_PRIORITY_HIGHEST), 15, 47));
-  EXPECT_EQ(47, ThreadPriorityPercentToRaw(ThreadPriorityToNative(KEL_THREAD_PRIORITY_TIME_CRITICAL), 15, 47));
-  EXPECT_EQ(15, ThreadPriorityPercentToRaw(0, 15, 47));
-  EXPECT_EQ(19, ThreadPriorityPercentToNice(0));
-  EXPECT_EQ(0, ThreadPriorityPercentToNice(50));
-  EXPECT_EQ(-20, ThreadPriorityPercentToNice(100));
-}
-
-TEST(CmThreadPriorityTest, RawValueAboveRangeIsClamped) {
-  CmTraceCapture cap;
-  // The default policy's range is 0..0: 99 is set as 0.
-  EXPECT_EQ(CM_OK, SetCurrentThreadPriorityRaw(99));
-  int raw = -1;
-  EXPECT_EQ(CM_OK, GetCurrentThreadPriorityRaw(raw));
-  EXPECT_EQ(GetThreadPriorityMax(), raw);
-  EXPECT_TRUE(cap.contains(2, "_SetPosixThreadPriorityRawImpl: Priority ["));
-}
-
 TEST(CmThreadPriorityTest, LoweringPriorityThroughNiceOnOwnThread) {
   // A fresh thread, so the test process keeps its priority. Lowering is always allowed.
   CmResult rv = CM_ERROR_GENERIC;
@@ -60,28 +40,6 @@ TEST(CmThreadPriorityTest, LoweringPriorityThroughNiceOnOwnThread) {
   t.join();
   EXPECT_EQ(CM_OK, rv);
   EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, readBack);
-}
-
-TEST(CmThreadPriorityTest, PoliciesAreNotAvailable) {
-  CmTraceCapture cap;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, SetCurrentThreadPolicy(5));
-  EXPECT_TRUE(cap.contains(0, "SetCurrentThreadPolicy: Unknown policy 5"));
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, SetCurrentThreadPolicy(KEL_THREAD_POLICY_UTILITY));
-  KelThreadPolicy policy = -1;
-  EXPECT_EQ(CM_OK, GetCurrentThreadPolicy(policy));
-  EXPECT_EQ(KEL_THREAD_POLICY_DEFAULT, policy);
-  EXPECT_TRUE(cap.contains(2, "GetCurrentThreadPolicy: QoS class is Default"));
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, SetThreadPolicyByHandle(GetCurrentThreadHandle(), 1));
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, GetThreadPolicyByHandle(GetCurrentThreadHandle(), policy));
-  EXPECT_TRUE(cap.contains(0, "SetThreadPolicyByHandle: Setting QoS for another thread is not supported"));
-}
-
-TEST(CmThreadPriorityTest, HandlesAndNativeIds) {
-  EXPECT_TRUE(IsEqualCurrentThread(GetCurrentThreadHandle()));
-  EXPECT_TRUE(IsEqualCurrentThread(GetThreadIdFromHandle(OpenThreadHandleFromId(GetCurrentThreadId()))));
-  unsigned long long id = 0;
-  EXPECT_EQ(CM_OK, GetCurrentThreadIdNative(id));
-  EXPECT_EQ(CmGetThreadID(), id);
 }
 
 // Under the default policy the scheduler range is 0..0, so the portable priority goes

@@ -147,21 +147,6 @@ TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {
   EXPECT_TRUE(waiter.IsFinished());
 }
 
-TEST(ThreadWaiterTest, TimeoutWaitsAboutTheGivenTime) {
-  ThreadWaiter waiter(1);
-  auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(waiter.WaitUntilTimeout(50));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
-}
-
-TEST(ThreadWaiterTest, ReportsFromManyThreads) {
-  ThreadWaiter waiter(8);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) threads.emplace_back([&] { waiter.Finished(); });
-  EXPECT_TRUE(waiter.WaitUntilTimeout(kWaitMs));
-  for (auto& t : threads) t.join();
-}
-
 TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelease) {
   CmTraceCapture cap;
   ACmThreadSingletonFactory* factory = ACmThreadSingletonFactory::Instance();
@@ -277,15 +262,6 @@ TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup) {
   EXPECT_NE(nullptr, CCmSingletonT<SingletonPayload>::Instance());  // created afresh
   EXPECT_EQ(2, SingletonPayload::constructed.load());
   CCmCleanUpBase::CleanupAll();
-}
-
-TEST(CmGetSingletonMutexTest, IsOneRecursiveMutex) {
-  CCmMutexThreadRecursive& m = CmGetSingletonMutex();
-  EXPECT_EQ(&m, &CmGetSingletonMutex());
-  EXPECT_EQ(CM_OK, m.Lock());
-  EXPECT_EQ(CM_OK, m.Lock());
-  EXPECT_EQ(CM_OK, m.UnLock());
-  EXPECT_EQ(CM_OK, m.UnLock());
 }
 
 }  // namespace

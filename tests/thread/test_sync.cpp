@@ -85,17 +85,6 @@ TEST(CmMutexTest, GuardExcludesOtherThreads) {
   EXPECT_EQ(40000, counter);
 }
 
-TEST(CmMutexTest, FakeMutexRecordsHeldState) {
-  CCmFakeMutex fake;
-  EXPECT_EQ(CM_OK, fake.TryLock());
-  EXPECT_EQ(CM_ERROR_FAILURE, fake.TryLock());
-  EXPECT_EQ(CM_OK, fake.UnLock());
-  EXPECT_EQ(CM_OK, fake.TryLock());
-  CCmMutexNullSingleThread none;
-  EXPECT_EQ(CM_OK, none.Lock());
-  EXPECT_EQ(CM_OK, none.TryLock());
-}
-
 TEST(CmSpinLockTest, TryLockReturnsZeroOnSuccessAndMinusOneWhenHeld) {
   CCmSpinLock spin;
   EXPECT_EQ(0, spin.try_lock());
@@ -167,15 +156,6 @@ TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
   }
 }
 
-TEST(CmEventThreadTest, AutoResetSignalLetsExactlyOneWaitThrough) {
-  CCmEventThread ev(false, false, "e");
-  ASSERT_EQ(CM_OK, ev.Signal());
-  ASSERT_EQ(CM_OK, ev.Signal());  // twice with nobody waiting: still one
-  CCmTimeValue zero;
-  EXPECT_EQ(CM_OK, ev.Wait(&zero));
-  EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
-}
-
 TEST(CmEventThreadTest, ManualResetStaysSignalledAndResetFails) {
   CCmEventThread ev(true, false, nullptr);
   CCmTimeValue zero;
@@ -239,18 +219,6 @@ TEST(CmEventThreadTest, AutoResetSignalToWaiterLeavesSignalledClear) {
   EXPECT_EQ(CM_OK, got.load());
   CCmTimeValue zero;
   EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
-}
-
-TEST(CmStopFlagTest, StartsStoppedUntilStarted) {
-  CCmStopFlag flag;
-  EXPECT_TRUE(flag.IsFlagStopped());
-  flag.SetStartFlag();
-  EXPECT_FALSE(flag.IsFlagStopped());
-  EXPECT_FALSE(flag.IsFlagStoppedWithoutThreadCheck());
-  flag.SetStopFlag();
-  EXPECT_TRUE(flag.IsFlagStopped());
-  flag.SetStopFlagWithoutThreadCheck(false);
-  EXPECT_FALSE(flag.IsFlagStopped());
 }
 
 TEST(CmThreadMiscTest, OwnerRecordAndIds) {

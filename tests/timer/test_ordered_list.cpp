@@ -63,37 +63,6 @@ TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder) {
   EXPECT_EQ(expected, order);
 }
 
-TEST(CCmTimerQueueOrderedListTest, EraseAndEmptyPop) {
-  CmTraceCapture cap;
-  OpenList list;
-  RecordingHandler a("a", nullptr);
-  CCmTimeValue earliest;
-  EXPECT_EQ(-1, list.GetEarliestTime_l(earliest));
-  EXPECT_EQ(1, list.EraseNode_l(&a));
-  list.PushNode_l(Node(&a, 3));
-  EXPECT_EQ(0, list.GetEarliestTime_l(earliest));
-  EXPECT_EQ(CCmTimeValue(3L), earliest);
-  EXPECT_EQ(0, list.EraseNode_l(&a));
-  CCmTimerQueueBase::CNode n;
-  EXPECT_EQ(-1, list.PopFirstNode_l(n));
-  EXPECT_TRUE(cap.contains(0, "Assert failed: !m_impl->nodes.empty()"));
-}
-
-TEST(CCmTimerQueueOrderedListTest, ResetExpiredTimeRebasesEveryNode) {
-  OpenList list;
-  RecordingHandler a("a", nullptr), b("b", nullptr);
-  list.PushNode_l(Node(&a, 100, 2));
-  list.PushNode_l(Node(&b, 200, 7));
-  list.ResetExpiredTime_l(CCmTimeValue(50L));
-  CCmTimerQueueBase::CNode n;
-  ASSERT_EQ(0, list.PopFirstNode_l(n));
-  EXPECT_EQ(&a, n.m_pEh);
-  EXPECT_EQ(CCmTimeValue(52L), n.m_tvExpired);
-  ASSERT_EQ(0, list.PopFirstNode_l(n));
-  EXPECT_EQ(&b, n.m_pEh);
-  EXPECT_EQ(CCmTimeValue(57L), n.m_tvExpired);
-}
-
 }  // namespace
 
 namespace {

@@ -53,23 +53,6 @@ TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
   EXPECT_LE(nowFields.tm_mon, 12);
 }
 
-TEST(ClockPolicies, ReadTheirClocks) {
-  struct timeval tv;
-  gettimeofday(&tv, nullptr);
-  const long long wall = tv.tv_sec * 1000000LL + tv.tv_usec;
-  EXPECT_NEAR(static_cast<double>(wall), static_cast<double>(timer_policy::now()), 2e6);
-  EXPECT_NEAR(static_cast<double>(wall / 1000), static_cast<double>(get_tick_count()), 2e3);
-
-  const long long msPerTick = 1000 / sysconf(_SC_CLK_TCK);
-  EXPECT_EQ(0, tick_policy::now() % (msPerTick * 1000));  // kernel-tick resolution
-
-  const long long a = tick_policy::now_us();
-  const long long b = get_tick_count_us();
-  EXPECT_LE(a, b);
-  EXPECT_LT(b - a, 1000000);
-  EXPECT_EQ(9223372036854775807LL, low_tick_policy::max_time_value());
-}
-
 TEST(LowTick, FallsBackToTheKernelTickBeforeStart) {
   ASSERT_EQ(0u, cm_low_tick_ref_count());
   for (int i = 0; i < 5; ++i) {
@@ -127,16 +110,6 @@ TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
   EXPECT_NE(nullptr, cm_low_tick_thread());
   stopLowTick();
   EXPECT_EQ(nullptr, cm_low_tick_thread());
-}
-
-TEST(LowTick, GeneratorStartedOffATaskThreadTracesAndKeepsSampling) {
-  CmTraceCapture cap;
-  low_tick_policy::start();  // this thread has no timer queue
-  EXPECT_TRUE(cap.contains("low_tick_generator::start, FAILED to schedule ticket timer in t-tick thread. rv = " +
-                           std::to_string(CM_ERROR_NULL_POINTER)));
-  EXPECT_FALSE(low_tick_generator::instance()->is_started());
-  low_tick_policy::stop();
-  EXPECT_TRUE(cap.contains("low_tick_generator::stop [this="));
 }
 
 CmResult FailingFactory(const char*, ACmThread*& aThread, TFlag, bool, TType) {
@@ -277,15 +250,6 @@ TEST(TimerFact, ReadingOfTheMostNegativeValueWrapsWithoutOverflow) {
   // max - 5 is far outside one unit, so the scaled forms wrap as well.
   EXPECT_EQ((9223372036854775807LL - 5) / 1000 + min / 1000, fact.elapsed_mills());
   EXPECT_EQ((9223372036854775807LL - 5) / 1000000 + min / 1000000, fact.elapsed_sec());
-}
-
-TEST(TimerFact, RealPoliciesStartAtZero) {
-  timer_fact<timer_policy> wall(-1);
-  EXPECT_LE(wall.elapsed_mills(), 1);
-  timer_fact<tick_policy> tick;
-  EXPECT_LE(tick.elapsed_sec(), 1);
-  timer_fact<low_tick_policy> low;
-  EXPECT_GE(low.elapsed(), 0);
 }
 
 }  // namespace

@@ -164,25 +164,6 @@ TEST_P(TimerHandleOnQueueType, RefusedForeignCancelParksTheReferenceUntilItsQueu
 
 INSTANTIATE_TEST_SUITE_P(QueueTypes, TimerHandleOnQueueType, ::testing::Values(1u, 2u, 3u));
 
-TEST(TimerHandle, RescheduleOnTheOwnThreadReportsFoundAndKeepsOneTimer) {
-  TaskThread worker("t-resched", true, 1104);
-  CountingSink sink;
-  CCmTimerWrapperID handle;
-  CmResult first = -1, second = -1, viaInThread = -1;
-  EXPECT_EQ(CM_OK, worker.Run([&] {
-    first = handle.Schedule(&sink, Ms(10000), 1);
-    second = handle.Schedule(&sink, Ms(5), 1);
-    // The current thread: behaves as Schedule, so the result is the queue's.
-    viaInThread = handle.ScheduleInThread(worker.get(), &sink, Ms(5), 1);
-  }));
-  EXPECT_EQ(CM_OK, first);
-  EXPECT_EQ(CM_ERROR_FOUND, second);
-  EXPECT_EQ(CM_ERROR_FOUND, viaInThread);
-  ASSERT_TRUE(WaitFor([&] { return sink.count.load() == 1; }));
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(1, sink.count.load());
-}
-
 TEST(TimerHandle, ForeignCancelReturnsNullPointerCodeAndSilencesTheSink) {
   TaskThread worker("t-foreign", true, 1105);
   CountingSink sink;
@@ -249,28 +230,6 @@ TEST(TimerHandle, HandleDestroyedInsideItsOwnOnTimer) {
   EXPECT_EQ(CM_OK, worker.Run([] {}));
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(1, sink.count.load());
-}
-
-TEST(TimerHandle, BoundToTheFirstQueueUntilCancelled) {
-  CmTraceCapture cap;
-  TaskThread a("t-bound-a", true, 1109), b("t-bound-b", true, 1110);
-  CountingSink sink;
-  CCmTimerWrapperID handle;
-  CmResult rv = -1;
-  EXPECT_EQ(CM_OK, a.Run([&] { rv = handle.Schedule(&sink, Ms(10000), 1); }));
-  EXPECT_EQ(CM_OK, rv);
-  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Schedule(&sink, Ms(5), 1); }));
-  EXPECT_EQ(CM_ERROR_FAILURE, rv);
-  EXPECT_TRUE(cap.contains("CCmTimerWrapperID::Schedule, schedule in different thread is not allowed. [this="));
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.ScheduleInThread(b.get(), &sink, Ms(5), 1));
-  EXPECT_TRUE(cap.contains(
-      "CCmTimerWrapperID::ScheduleInThread, schedule 2 timers in different thread is not supported. [this="));
-  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Cancel(); }));
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, rv);  // foreign to a's queue
-  EXPECT_EQ(CM_OK, b.Run([&] { rv = handle.Schedule(&sink, Ms(5), 1); }));
-  EXPECT_EQ(CM_OK, rv);
-  ASSERT_TRUE(WaitFor([&] { return sink.count.load() == 1; }));
-  EXPECT_TRUE(IsThreadEqual(b.get()->GetThreadId(), sink.lastThread.load()));
 }
 
 TEST(TimerHandle, DestroyingAPendingHandleFromAForeignThreadIsSafe) {

@@ -170,20 +170,6 @@ TYPED_TEST(TimerQueueVariant, CallbackCancelsAnotherDueTimerOfTheSamePass) {
   EXPECT_EQ(0, second.Count());
 }
 
-TYPED_TEST(TimerQueueVariant, CallbackSchedulesANewTimer) {
-  RecordingHandler first("first", &this->log), later("later", &this->log);
-  auto* q = this->queue.get();
-  first.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, q->ScheduleTimer(&later, nullptr, Ms(10), 1)); });
-  ASSERT_EQ(CM_OK, q->ScheduleTimer(&first, nullptr, Ms(10), 1));
-  this->clock.AdvanceMs(10);
-  CCmTimeValue remain;
-  EXPECT_EQ(1, this->Check(&remain));
-  EXPECT_EQ(Ms(10), remain);
-  this->clock.AdvanceMs(10);
-  EXPECT_EQ(1, this->Check());
-  EXPECT_EQ(1, later.Count());
-}
-
 TYPED_TEST(TimerQueueVariant, ObserverHearsOnlyTheFirstTimerOfAnEmptyQueue) {
   RecordingHandler a("a", &this->log), b("b", &this->log);
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&a, nullptr, Ms(10), 1));
@@ -429,26 +415,7 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
   EXPECT_EQ(0u, queue.GetCount());
 }
 
-TEST(TimerQueueQuirks, MinHeapPopOfEmptyHeapAsserts) {
-  struct Probe : CCmTimerMinHeapQueue {
-    Probe() : CCmTimerMinHeapQueue(nullptr) {}
-    int Pop(CNode& n) { return PopFirstNode_l(n); }
-  } probe;
-  CmTraceCapture cap;
-  CCmTimerQueueBase::CNode node;
-  EXPECT_EQ(-1, probe.Pop(node));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerMinHeapQueue.cpp", "!m_impl->nodes.empty()"));
-}
-
 // ---- the wheel ----
-
-TEST(TimerWheel, SlotArithmetic) {
-  EXPECT_EQ(0u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(0L, 9999L)));
-  EXPECT_EQ(1u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(0L, 10000L)));
-  EXPECT_EQ(2999u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(29L, 990000L)));
-  EXPECT_EQ(0u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(30L, 0L)));
-  EXPECT_EQ(1234u % 3000u, CCmTimerWheelQueue::SlotOf(CCmTimeValue(12L, 345678L)));
-}
 
 TEST(TimerWheel, TimersOnEitherSideOfASlotBoundaryFireSeparately) {
   FakeTimerClock clock;
@@ -603,14 +570,6 @@ TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
   EXPECT_EQ("sooner", log[0].name);
   EXPECT_EQ("later", log[1].name);
   EXPECT_EQ("sooner", log[2].name);
-}
-
-TEST(TimerWheel, CancelOfAHandlerNeverStoredIsNotFound) {
-  FakeTimerClock clock;
-  CCmTimerWheelQueue queue(nullptr);
-  RecordingHandler h("h", nullptr);
-  EXPECT_EQ(4294967295u, h.m_dwWheelSlot);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.CancelTimer(&h));
 }
 
 TEST(TimerWheel, CancellingTheEarliestRescansToTheNext) {

@@ -102,19 +102,6 @@ TEST(TraceCore, SinkReceivesOnlyWithBitFour) {
   set_util_logstash_external_trace_sink(nullptr);
 }
 
-TEST(TraceCore, LongMessageReachesTheStructuredLogSinkWhole) {
-  CmTraceCapture cap;
-  g_logstash.clear();
-  set_util_logstash_external_trace_sink(logstash_sink);
-  cm_set_trace_option(CM_TRACE_ROUTE_LOGSTASH);
-  std::string text(5000, 'p');
-  text.back() = 'E';
-  util_adapter_trace(2, "UTIL", text.c_str(), static_cast<int>(text.size()));
-  set_util_logstash_external_trace_sink(nullptr);
-  ASSERT_EQ(g_logstash.size(), 1u);
-  EXPECT_EQ(g_logstash[0], "[UTIL] " + text);
-}
-
 TEST(TraceCore, NullTextAndNegativeLength) {
   CmTraceCapture cap;
   util_adapter_trace(2, "UTIL", nullptr, 7);  // a null text is an empty one
@@ -127,36 +114,6 @@ TEST(TraceCore, NullTextAndNegativeLength) {
   EXPECT_EQ(l[1].text, "[UTIL] ");
   EXPECT_EQ(l[2].text, "[UTIL] measured");
   EXPECT_EQ(l[3].text, "[UTIL] measured");
-}
-
-TEST(TraceCore, WritingTheMaskGlobalsDirectlyTakesEffect) {
-  CmTraceCapture cap(0);
-  g_traceMask = 4;
-  CM_DEBUG_TRACE("debug by the global");
-  g_traceMask = 0;
-  CM_ERROR_TRACE("error at mask 0");
-  CM_WARNING_TRACE("warning at mask 0");
-  g_traceMask_TroubleShootConfig = 3;
-  EXPECT_EQ(get_external_trace_mask(), 3);
-  CM_DETAIL_TRACE("detail by the troubleshooting global");
-  CM_DEBUG_TRACE("debug above both");
-  g_traceMask_TroubleShootConfig = 0;
-  EXPECT_TRUE(cap.contains(4, "debug by the global"));
-  EXPECT_TRUE(cap.contains(0, "error at mask 0"));
-  EXPECT_FALSE(cap.contains("warning at mask 0"));
-  EXPECT_TRUE(cap.contains(3, "detail by the troubleshooting global"));
-  EXPECT_FALSE(cap.contains("debug above both"));
-}
-
-TEST(TraceCoreDeathTest, ModuleTraceIsOffBeforeAnyTraceFileObject) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: no trace-file object yet
-  EXPECT_EXIT(
-      {
-        const bool before = CCmT120Trace::existing() == nullptr;
-        const bool enabled = is_module_trace_enabled(0, nullptr) || is_module_trace_enabled(0, "UTIL");
-        std::exit(before && !enabled && CCmT120Trace::existing() == nullptr ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(TraceCore, LongMessageReachesTheSinkWhole) {

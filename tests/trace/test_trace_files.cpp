@@ -192,13 +192,6 @@ TEST(TraceFile, SizeLimitCutsAtTheOffset) {
   T120_Close_Trace_Dev(dev);
 }
 
-TEST(TraceFile, UnwritablePathGivesNoHandle) {
-  EXPECT_EQ(nullptr, T120_Open_Trace_Dev("/proc/cmutil-no-such-dir/x.log", 0, 0, 0));
-  EXPECT_EQ(nullptr, T120_Open_Trace_Dev(nullptr, 0, 0, 0));
-  T120_Write_Trace_Dev(nullptr, "UTIL", "", "dropped");
-  T120_Close_Trace_Dev(nullptr);
-}
-
 TEST(TraceFile, TwoOpensOfOnePathEachFlushAtTheHeaderOffset) {
   CmTempDir dir;
   std::string path = dir.file("two.log");
@@ -312,34 +305,6 @@ TEST_F(TraceFilesTest, FilesLiveInTheStateFolder) {
   }
 }
 
-TEST_F(TraceFilesTest, PublicHelpersNameTheOpenFiles) {
-  EXPECT_EQ(folder(), cm_trace_files_folder());
-  EXPECT_TRUE(cm_trace_files_open());
-  EXPECT_EQ(m_trace->info_path(), cm_trace_files_info_path());
-  EXPECT_EQ(m_trace->error_path(), cm_trace_files_error_path());
-  trace_line(2, "flushed by the helper");
-  EXPECT_EQ(std::string::npos, records(cm_trace_files_info_path()).find("flushed by the helper"));
-  cm_trace_files_flush();
-  EXPECT_NE(std::string::npos, records(cm_trace_files_info_path()).find("] [UTIL] :flushed by the helper\n"));
-  m_trace->reset_for_test(false);
-  EXPECT_EQ("", cm_trace_files_info_path());
-  EXPECT_TRUE(cm_trace_files_open());  // opens them again
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", cm_trace_files_info_path());
-}
-
-TEST_F(TraceFilesTest, ClosingAHandleOfTheTraceObjectMovesItOn) {
-  const std::string info0 = m_trace->info_path();
-  CM_TRACE_DEV dev = T120_Open_Trace_Dev(info0.c_str(), 0, 0, 0);  // the file already open
-  ASSERT_NE(nullptr, dev);
-  trace_line(2, "before the close");
-  T120_Close_Trace_Dev(dev);
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_1.log", m_trace->info_path());
-  trace_line(2, "after the close");  // written to the new file, not the freed one
-  cm_trace_files_flush();
-  EXPECT_NE(std::string::npos, records(info0).find("before the close"));
-  EXPECT_NE(std::string::npos, records(m_trace->info_path()).find("after the close"));
-}
-
 TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   std::string warnPath = folder() + "/warnings.log";
   m_trace->open_warning_file(warnPath.c_str());
@@ -401,21 +366,6 @@ TEST_F(TraceFilesTest, FullWarningFileIsReplacedAndWarningsGoOn) {
   T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
   EXPECT_NE(std::string::npos, records(warnPath + ".1").find("] [UTIL] :a warning after the switch\n"));
   EXPECT_GE(header_offset(cm_read_file(warnPath)), 1000);  // the full file keeps its records
-}
-
-TEST_F(TraceFilesTest, DateChangeReplacesTheWarningFile) {
-  g_fakeSec = 1773532799;  // some second; the next day is a full day later
-  cm_trace_file_set_clock(&fake_clock);
-  m_trace->reset_for_test();
-  const std::string warnPath = folder() + "/warnings.log";
-  m_trace->open_warning_file(warnPath.c_str());
-  trace_line(1, "day one");
-  g_fakeSec += 24 * 3600;
-  trace_line(1, "day two");
-  EXPECT_EQ(warnPath + ".1", m_trace->warning_path());
-  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
-  EXPECT_NE(std::string::npos, records(warnPath).find("day one"));
-  EXPECT_NE(std::string::npos, records(warnPath + ".1").find("day two"));
 }
 
 TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
@@ -535,18 +485,3 @@ TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
     for (int i = 0; i < kLines; ++i) EXPECT_EQ(1, seen[static_cast<size_t>(t)][static_cast<size_t>(i)]);
 }
 
-TEST_F(TraceFilesTest, ConfiguredFileName) {
-  m_trace->set_file_name("custom", false);
-  m_trace->reset_for_test();
-  EXPECT_EQ(folder() + "/custom.0", m_trace->info_path());
-  EXPECT_EQ("", m_trace->error_path());  // one file only
-  trace_line(0, "to the custom file");
-  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
-  EXPECT_NE(std::string::npos, records(m_trace->info_path()).find("] [UTIL] :to the custom file\n"));
-  m_trace->set_file_name("single.log", true);
-  m_trace->reset_for_test();
-  EXPECT_EQ(folder() + "/single.log", m_trace->info_path());
-  m_trace->set_file_name(nullptr, false);
-  m_trace->reset_for_test();
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", m_trace->info_path());
-}

@@ -164,11 +164,6 @@ TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
   EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
 }
 
-namespace {
-int g_sinkCalls = 0;
-void counting_sink(int, const char*, int) { ++g_sinkCalls; }
-}  // namespace
-
 TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
   ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
@@ -185,23 +180,6 @@ TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   EXPECT_EQ(5, probe.call(0).textLen);
   EXPECT_EQ("vwxyz", probe.call(1).text);
   EXPECT_EQ(5, probe.call(1).textLen);
-}
-
-TEST_F(PluginRouteTest, SinkIsIgnoredWithoutItsBit) {
-  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
-  ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
-  PluginProbe& probe = *m_probe;
-  g_sinkCalls = 0;
-  CmTraceSink previous = g_util_trace_sink.load();
-  set_util_external_trace_sink(&counting_sink);
-  cm_set_trace_option(1);  // plug-in only; the installed sink is not used
-  util_adapter_trace(2, "UTIL", "to the plug-in", 14);
-  cm_set_trace_option(5);  // with bit 4 the sink takes it alone
-  util_adapter_trace(2, "UTIL", "to the sink", 11);
-  set_util_external_trace_sink(previous);
-  EXPECT_EQ(1, g_sinkCalls);
-  ASSERT_EQ(1, probe.count());
-  EXPECT_EQ("to the plug-in", probe.call(0).text);
 }
 
 TEST_F(PluginRouteTest, PlugInsFolderIsTheFallback) {
@@ -222,18 +200,6 @@ TEST_F(PluginRouteTest, PlugInsFolderIsTheFallback) {
   EXPECT_EQ(1, probe.call(0).level);
   m_tvx->Close();
   m_tvx->Init();  // back to the plug-in beside the library
-}
-
-TEST_F(PluginRouteTest, WithoutAPlugInNothingFails) {
-  m_tvx->Close();
-  EXPECT_FALSE(m_tvx->LoadFromFolder("/nonexistent/cmutil"));
-  EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
-  EXPECT_FALSE(m_tvx->trace_string(1, "UTIL", "dropped"));
-  for (int level = 0; level < 5; ++level) util_adapter_trace(level, "UTIL", "no plug-in", 10);
-  std::string longText(5000, 'x');
-  util_adapter_trace(2, "UTIL", longText.c_str(), 5000);
-  m_tvx->Init();
-  EXPECT_EQ(bundle_present(), m_tvx->IsLoadDllSuccessfully());
 }
 
 TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {
