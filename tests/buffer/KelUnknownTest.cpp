@@ -65,26 +65,6 @@ TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
   EXPECT_EQ(1, g_destroyed.load());
 }
 
-TEST(KelUnknown, SharedPointerWrappers) {
-  g_destroyed = 0;
-  CTestData* d = new CTestData(5, 1);  // the creator's reference
-  {
-    std::shared_ptr<CTestData> held = KelUnknownPtrWithRef_to_shared_ptr(d);
-    EXPECT_EQ(2u, d->GetReference());
-    std::shared_ptr<CTestData> copy = held;
-    EXPECT_EQ(2u, d->GetReference());  // copies of the holder share one reference
-  }
-  EXPECT_EQ(1u, d->GetReference());
-  {
-    std::shared_ptr<CTestData> adopted = KelUnknownPtr_to_shared_ptr(d);  // adopts it
-    EXPECT_EQ(1u, d->GetReference());
-    EXPECT_EQ(5, adopted->Value());
-  }
-  EXPECT_EQ(1, g_destroyed.load());
-  EXPECT_FALSE(KelUnknownPtr_to_shared_ptr<CTestData>(nullptr));
-  EXPECT_FALSE(KelUnknownPtrWithRef_to_shared_ptr<CTestData>(nullptr));
-}
-
 TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
   g_destroyed = 0;
   CTestData* d = new CTestData(0, 1);

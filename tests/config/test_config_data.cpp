@@ -55,19 +55,3 @@ TEST(ConfigData, OnlyTheUnsigned64ConversionThrows) {
   EXPECT_THROW(ConfigData("99999999999999999999999").ToUint64(), std::out_of_range);
 }
 
-TEST(ConfigData, ValidityAndDefaults) {
-  ConfigData none;
-  EXPECT_FALSE(none.IsValid());
-  EXPECT_EQ(7, none.ToIntOrDefault(7));
-  EXPECT_EQ(0, ConfigData("").ToIntOrDefault(7));  // text, hence valid
-  EXPECT_FALSE(ConfigData(static_cast<const char*>(nullptr)).IsValid());
-  ConfigData v("12");
-  EXPECT_TRUE(v.IsValid());
-  v.SetInvalid();
-  EXPECT_FALSE(v.IsValid());
-  EXPECT_STREQ("", v.ToCstr());
-  EXPECT_EQ(3, v.ToIntOrDefault(3));
-  v.setStrValue("9");
-  EXPECT_EQ(9, v.ToIntOrDefault(3));
-}
-

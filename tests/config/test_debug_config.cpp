@@ -51,27 +51,6 @@ TEST(KelDebugFileConfig, ReadingNeedsPermission) {
   EXPECT_EQ(3, level);
 }
 
-TEST(KelDebugFileConfig, ReadFailuresAndProviderErrors) {
-  CmTempDir dir;
-  CKelDebugFileConfig config;
-  config.SetReadPermission(true);
-  CmTraceCapture cap;
-  FixedPathProvider missing(dir.path());
-  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&missing));
-  EXPECT_TRUE(cap.contains(0, kReadFailed));
-  cap.clear();
-  dir.write("config.json", "");
-  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&missing));  // empty file
-  EXPECT_TRUE(cap.contains(0, kReadFailed));
-  cap.clear();
-  FixedPathProvider broken("", 1234);
-  EXPECT_EQ(1234, config.ReadAndSetDebugConfigs(&broken));  // returned as it is
-  EXPECT_TRUE(cap.contains(0, kPathFailed));
-  std::string text = "unchanged";
-  EXPECT_FALSE(config.ReadConfigFile(dir.file("nope.json"), text));
-  EXPECT_EQ("unchanged", text);
-}
-
 TEST(KelDebugFileConfig, FileMergesIntoTheStore) {
   CmTempDir dir;
   CKelDebugFileConfig config;
@@ -103,66 +82,6 @@ TEST(KelDebugFileConfig, FileMergesIntoTheStore) {
   double whole = -1;
   EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("i", whole));  // a whole number is an int
   EXPECT_EQ(-1, whole);
-}
-
-TEST(KelDebugFileConfig, SettersReplaceAnyKindAndTrace) {
-  CKelDebugFileConfig config;
-  CmTraceCapture cap;
-  EXPECT_EQ(CM_OK, config.SetValueInt("k", 4));
-  EXPECT_TRUE(cap.contains(2, "[UTIL] KelDebugConfig added new key=k, value=4"));
-  EXPECT_EQ(CM_OK, config.SetValueString("k", "text"));
-  EXPECT_TRUE(cap.contains(2, "[UTIL] KelDebugConfig updated key=k, value=text"));
-  int i = 0;
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("k", i));
-  std::string s;
-  EXPECT_EQ(CM_OK, config.GetValueString("k", s));
-  EXPECT_EQ("text", s);
-  EXPECT_EQ(CM_OK, config.SetValueBool("flag", true));
-  EXPECT_TRUE(cap.contains(2, "KelDebugConfig added new key=flag, value=true"));
-  EXPECT_EQ(CM_OK, config.SetValueDouble("ratio", 0.5));
-  double d = 0;
-  EXPECT_EQ(CM_OK, config.GetValueDouble("ratio", d));
-  EXPECT_DOUBLE_EQ(0.5, d);
-  EXPECT_EQ(CM_OK, config.CleanDebugConfigs());
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueString("k", s));
-  // Below mask 2 the store is silent.
-  CmTraceCapture quiet(1);
-  config.SetValueInt("silent", 1);
-  EXPECT_FALSE(quiet.contains("silent"));
-}
-
-TEST(KelDebugFileConfig, DefaultProviderUsesTheConfigFolder) {
-  CmTempDir dir;
-  std::string path;
-  {
-    CmScopedEnv xdg("XDG_CONFIG_HOME", dir.path().c_str());
-    EXPECT_EQ(CM_OK, GetConfigBasePath(path));
-    EXPECT_EQ(dir.path() + "/Kalda Brenn", path);
-  }
-  {
-    CmScopedEnv xdg("XDG_CONFIG_HOME", "relative/ignored");
-    CmScopedEnv home("HOME", dir.path().c_str());
-    DefaultConfigPathProvider provider;
-    EXPECT_EQ(CM_OK, provider.GetConfigBasePath(path));
-    EXPECT_EQ(dir.path() + "/.config/Kalda Brenn", path);
-    // The whole chain through the process-wide store.
-    dir.write(".config/Kalda Brenn/config.json", "{\"kel_trace_topprocess\": 1}");
-    CKelDebugFileConfig& config = CKelDebugFileConfig::instance();
-    config.SetReadPermission(true);
-    EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
-    int top = 0;
-    EXPECT_EQ(CM_OK, config.GetValueInt("kel_trace_topprocess", top));
-    EXPECT_EQ(1, top);
-    config.CleanDebugConfigs();
-    config.SetReadPermission(false);
-  }
-  {
-    CmScopedEnv xdg("XDG_CONFIG_HOME", nullptr);
-    CmScopedEnv home("HOME", nullptr);
-    path = "unchanged";
-    EXPECT_EQ(CM_ERROR_FAILURE, GetConfigBasePath(path));
-    EXPECT_EQ("unchanged", path);
-  }
 }
 
 TEST(KelDebugFileConfig, ConcurrentStoresAndLookups) {

@@ -55,21 +55,6 @@ class IniParamTest : public ::testing::Test {
 
 }  // namespace
 
-TEST(CmTrimString, TrimsBlanksInPlace) {
-  char text[] = " \t key value \r\n";
-  char* t = cm_trim_string(text);
-  EXPECT_STREQ("key value", t);
-  EXPECT_GE(t, text);
-  char blank[] = " \t\r\n";
-  EXPECT_STREQ("", cm_trim_string(blank));
-  char comment[] = "   # note";
-  EXPECT_TRUE(cm_is_comment_line(comment));
-  char notComment[] = "  a=#b";
-  EXPECT_FALSE(cm_is_comment_line(notComment));
-  char empty[] = "";
-  EXPECT_FALSE(cm_is_comment_line(empty));
-}
-
 TEST(ReadInitFile, SectionAndKeyMatchIgnoringCase) {
   const std::string ini = "[Video]\nWidth = 640\n[Audio]\n  RATE=48000  \nName = Mixed Case \n";
   EXPECT_EQ("640", scan(ini, "video", "WIDTH"));
@@ -77,12 +62,6 @@ TEST(ReadInitFile, SectionAndKeyMatchIgnoringCase) {
   EXPECT_EQ("Mixed Case", scan(ini, "Audio", "name"));  // values keep their case
   EXPECT_EQ("<none>", scan(ini, "Video", "rate"));      // the next header ends the section
   EXPECT_EQ("<none>", scan(ini, "Missing", "Width"));
-}
-
-TEST(ReadInitFile, OnlyTheFirstSectionOfANameIsSearched) {
-  const std::string ini = "[A]\nx = 1\n[B]\ny = 2\n[A]\nz = 3\n";
-  EXPECT_EQ("1", scan(ini, "A", "x"));
-  EXPECT_EQ("<none>", scan(ini, "A", "z"));
 }
 
 TEST(ReadInitFile, CommentsQuotesAndEquals) {
@@ -148,32 +127,6 @@ TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
   enable_config_io_feature(true);
   EXPECT_EQ(5, get_int_param("Trace", "n"));
   EXPECT_TRUE(get_bool_param("Trace", "flag", false));
-}
-
-TEST_F(IniParamTest, TypedFreeLookups) {
-  writeConfig("[N]\ni = -12\nbig = 4000000000\nw = 70000\nyes = tRuE\none = 1\nword = yes\ntext = abc\n");
-  EXPECT_EQ(-12, get_int_param("N", "i"));
-  EXPECT_EQ(4000000000u, get_uint32_param("N", "big"));
-  EXPECT_EQ(static_cast<unsigned short>(70000), get_uint16_param("N", "w"));
-  EXPECT_TRUE(get_bool_param("N", "yes", false));
-  EXPECT_FALSE(get_bool_param("N", "one", true));  // only "TRUE" in any case is true
-  EXPECT_FALSE(get_bool_param("N", "word", true));
-  EXPECT_EQ(0, get_int_param("N", "text"));
-  EXPECT_EQ(0, get_int_param("N", "missing"));
-}
-
-TEST_F(IniParamTest, HomeVariableAndFileName) {
-  EXPECT_EQ(m_dir.path() + "/conf/nimra.cfg", get_config_file_name());
-  EXPECT_STREQ(m_dir.path().c_str(), get_nimra_home_dir());
-  EXPECT_EQ(m_dir.path(), g_nimra_home_dir_name);
-  set_nimra_config_file_name("other.cfg");
-  EXPECT_EQ(m_dir.path() + "/conf/other.cfg", get_config_file_name());
-  {
-    CmScopedEnv unset("CMUTIL_TEST_UNSET_HOME", nullptr);
-    EXPECT_EQ(0, set_nimra_home_env("CMUTIL_TEST_UNSET_HOME"));
-    EXPECT_STREQ("/tmp", get_nimra_home_dir());
-    EXPECT_EQ("/tmp", CCmDefaultDir().GetDefaultDir());
-  }
 }
 
 TEST(ProcessName, ExecutableNameIsCachedAndCut) {

@@ -62,21 +62,6 @@ TEST_F(PipelineLinksTest, CrossLinkingInOppositeDirectionsDoesNotDeadlock) {
   EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get()));
 }
 
-TEST_F(PipelineLinksTest, TheSameLinkMadeTwiceAtOnceIsKeptOnce) {
-  CmTraceCapture cap;
-  for (int round = 0; round < 200; ++round) {
-    Ref<TestModule> a(new TestModule), b(new TestModule);
-    b->AllowSharedInput(true);  // both inputter entries go in; the loser must take its own out
-    CmResult r1 = CM_ERROR_FAILURE, r2 = CM_ERROR_FAILURE;
-    RunTogether([&] { r1 = a->AddDeliver(b.get(), 3, 0); }, [&] { r2 = a->AddDeliver(b.get(), 3, 0); });
-    ASSERT_EQ(1, (r1 == CM_OK) + (r2 == CM_OK)) << "round " << round;
-    EXPECT_EQ(CM_OK, b->RemoveInputer(a.get()));
-    EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get())) << "round " << round;
-    EXPECT_EQ(CM_OK, a->RemoveDeliver(b.get()));
-  }
-  EXPECT_EQ(200u, cap.count("ProcessModule::AddDeliver fail deliver already exist"));
-}
-
 TEST_F(PipelineLinksTest, DeliverByIndexHoldsAReferenceOnTheTargetDuringTheCall) {
   // The target unlinks itself from inside DeliverData; the call itself holds a reference
   // on it, so an owner releasing it at that moment would not free it under the caller.

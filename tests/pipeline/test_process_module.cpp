@@ -80,17 +80,6 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   EXPECT_EQ(4u, out0.unit->Count());
 }
 
-TEST_F(ProcessModuleTest, StartedWithoutThreadRunsUnitOnCaller) {
-  Sink m;
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_OK, m.module->DeliverData(d, 4));
-  d->Release();
-  ASSERT_EQ(1u, m.unit->Count());
-  EXPECT_TRUE(IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[0].thread));
-  EXPECT_EQ(4, m.unit->Seen_()[0].channel);
-  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(4));
-}
-
 TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> emit(new RecordingUnit(RecordingUnit::kEmit));
@@ -164,24 +153,6 @@ TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
   EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[2].thread));
 }
 
-TEST_F(ProcessModuleTest, AdoptedCallerThreadIsNotQueued) {
-  struct Adopted : ACmThread {
-    void OnThreadRun() override {}
-    ~Adopted() override {}
-  };
-  Adopted* self = new Adopted;
-  ASSERT_EQ(CM_OK, self->Create("pm-adopt", TT_CURRENT));
-  Sink m;
-  m.module->SetProcessModuleThread(self);
-  TestData* d = new TestData(1);
-  m.module->DeliverData(d, 0);
-  d->Release();
-  ASSERT_EQ(1u, m.unit->Count());
-  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(0));
-  m.module->SetProcessModuleThread(nullptr);
-  self->Destory(0);
-}
-
 TEST_F(ProcessModuleTest, MissingEventQueueAssertsAndKeepsItemQueued) {
   struct NoQueueThread : ACmThread {
     void OnThreadRun() override {}
@@ -228,43 +199,6 @@ TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
   for (const Seen& s : m.unit->Seen_()) EXPECT_EQ(6, s.channel);
 }
 
-TEST_F(ProcessModuleTest, QueuedItemWithoutUnitGoesToOutputZero) {
-  Ref<TestModule> m(new TestModule);
-  Sink sink;
-  m->AddDeliver(sink.module.get(), 5, 0);
-  TestData* d = new TestData(42);
-  m->_PushProcessDataToQueue(d, 3);
-  d->Release();
-  EXPECT_EQ(CM_OK, m->_ProcessQueueData(3));
-  ASSERT_EQ(1u, sink.unit->Count());
-  EXPECT_EQ(42u, sink.unit->Seen_()[0].seq);
-  EXPECT_EQ(5, sink.unit->Seen_()[0].channel);
-
-  d = new TestData(43);
-  EXPECT_EQ(CM_OK, m->_HandleOneProcessData(d, 9));
-  d->Release();
-  EXPECT_EQ(2u, sink.unit->Count());
-}
-
-TEST_F(ProcessModuleTest, DeliverByIndex) {
-  Ref<TestModule> m(new TestModule);
-  Sink a("a"), b("b");
-  m->AddDeliver(a.module.get(), 0, 2);
-  m->AddDeliver(b.module.get(), 1, 2);
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModuleByDeliverIndex(d, 4, 0));
-  EXPECT_EQ(CM_ERROR_FAILURE, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 2));
-  EXPECT_EQ(0u, m->GetOutputSampleCount(2));
-  EXPECT_EQ(CM_OK, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 1));
-  EXPECT_EQ(0u, m->GetOutputSampleCount(2));  // counted only for index 0
-  EXPECT_EQ(1u, b.unit->Count());
-  EXPECT_EQ(0u, a.unit->Count());
-  EXPECT_EQ(CM_OK, m->DeliverDataToNextModuleByDeliverIndex(d, 2, 0));
-  EXPECT_EQ(1u, m->GetOutputSampleCount(2));
-  EXPECT_EQ(1u, a.unit->Count());
-  d->Release();
-}
-
 TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   std::vector<Event> log;
   std::mutex mu;
@@ -291,47 +225,6 @@ TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   }
 }
 
-TEST_F(ProcessModuleTest, ObserversByListenGroup) {
-  std::vector<Event> log;
-  std::mutex mu;
-  RecordingObserver samples(2, &log, &mu), status(1, &log, &mu), both(3, &log, &mu), all(4, &log, &mu);
-  Ref<TestModule> m(new TestModule);
-  // Registered out of mask order: calls go in ascending mask order.
-  ASSERT_EQ(CM_OK, m->AddObserver(&both, 3));
-  ASSERT_EQ(CM_OK, m->AddObserver(&samples, PROCESS_MODULE_LISTEN_SAMPLES));
-  ASSERT_EQ(CM_OK, m->AddObserver(&status, PROCESS_MODULE_LISTEN_STATUS));
-  ASSERT_EQ(CM_OK, m->AddObserver(&all, 4));  // shares no bit with groups 1 and 2
-  EXPECT_EQ(CM_ERROR_FOUND, m->AddObserver(&both, 3));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->AddObserver(nullptr, 3));
-
-  m->InitModule();  // status: observers 1 (mask 1) then 3 (mask 3)
-  ASSERT_EQ(2u, log.size());
-  EXPECT_EQ(1, log[0].observer);
-  EXPECT_EQ(3, log[1].observer);
-  log.clear();
-
-  m->_FireOnStatusChangedEvent(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES, ProcessModuleValue(9));
-  ASSERT_EQ(2u, log.size());
-  EXPECT_EQ(2, log[0].observer);
-  EXPECT_EQ(3, log[1].observer);
-  EXPECT_EQ(9u, log[1].value);
-  log.clear();
-
-  m->_FireOnStatusChangedEvent(77, ProcessModuleValue(1));  // any other type: every group
-  ASSERT_EQ(4u, log.size());
-  EXPECT_EQ(1, log[0].observer);
-  EXPECT_EQ(2, log[1].observer);
-  EXPECT_EQ(3, log[2].observer);
-  EXPECT_EQ(4, log[3].observer);
-  log.clear();
-
-  EXPECT_EQ(CM_OK, m->RemoveObserver(&both));
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, m->RemoveObserver(&both));
-  m->Start();
-  ASSERT_EQ(1u, log.size());
-  EXPECT_EQ(1, log[0].observer);
-}
-
 TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {
   struct SelfRemoving : IProcessModuleEventNotify {
     ProcessModule* module = nullptr;
@@ -349,79 +242,7 @@ TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {
   EXPECT_EQ(1, obs.calls);
 }
 
-TEST_F(ProcessModuleTest, SampleEventsFollowStatFlags) {
-  std::vector<Event> log;
-  std::mutex mu;
-  RecordingObserver samples(2, &log, &mu);
-  Ref<TestModule> m(new TestModule);
-  m->AddObserver(&samples, PROCESS_MODULE_LISTEN_SAMPLES);
-  TestData* d = new TestData(1);
-  m->DeliverData(d, 0);  // flags 0: counted, no event
-  EXPECT_TRUE(log.empty());
-  EXPECT_EQ(CM_OK, m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(1)));
-  m->DeliverData(d, 0);  // input event with count 2; the pass-through output is not reported
-  m->DeliverData(d, 1);  // channel 1: no event
-  ASSERT_EQ(1u, log.size());
-  EXPECT_EQ(PROCESS_MODULE_EVENT_INPUT_SAMPLES, log[0].type);
-  EXPECT_EQ(2u, log[0].value);
-  log.clear();
-  m->SetProcessModuleOption(PROCESS_MODULE_OPTION_STAT_EVENTS, ProcessModuleValue(3));
-  m->DeliverData(d, 0);  // input 3, then output 0 counted by the pass-through
-  ASSERT_EQ(2u, log.size());
-  EXPECT_EQ(PROCESS_MODULE_EVENT_INPUT_SAMPLES, log[0].type);
-  EXPECT_EQ(3u, log[0].value);
-  EXPECT_EQ(PROCESS_MODULE_EVENT_OUTPUT_SAMPLES, log[1].type);
-  EXPECT_EQ(4u, log[1].value);  // every pass-through so far counted on output 0
-  d->Release();
-}
-
-TEST_F(ProcessModuleTest, SetProcessUnitAttachesDetachesAndReferences) {
-  Ref<RecordingUnit> u1(new RecordingUnit), u2(new RecordingUnit);
-  {
-    Ref<TestModule> m(new TestModule);
-    EXPECT_EQ(nullptr, m->GetProcessUnit());
-    m->SetProcessUnit(u1.get());
-    EXPECT_EQ(u1.get(), m->GetProcessUnit());
-    EXPECT_EQ(m.get(), u1->GetProcessModule());
-    EXPECT_EQ(2u, u1->GetReference());
-    m->SetProcessUnit(u2.get());
-    EXPECT_EQ(nullptr, u1->GetProcessModule());
-    EXPECT_EQ(1u, u1->GetReference());
-    EXPECT_EQ(m.get(), u2->GetProcessModule());
-    EXPECT_EQ(2u, u2->GetReference());
-  }
-  // The module's destruction detached and released its unit.
-  EXPECT_EQ(nullptr, u2->GetProcessModule());
-  EXPECT_EQ(1u, u2->GetReference());
-
-  Ref<TestModule> m(new TestModule);
-  m->SetProcessUnit(u1.get());
-  m->SetProcessUnit(nullptr);
-  EXPECT_EQ(nullptr, m->GetProcessUnit());
-  EXPECT_EQ(nullptr, u1->GetProcessModule());
-  EXPECT_EQ(1u, u1->GetReference());
-}
-
 // ---------------------------------------------------------------- links
-
-TEST_F(ProcessModuleTest, AddDeliverInvalidParams) {
-  CmTraceCapture cap;
-  Ref<TestModule> a(new TestModule), b(new TestModule);
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(b.get(), 16, 0));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(nullptr, 0, 0));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, a->AddDeliver(b.get(), 0, 4));
-  const auto lines = cap.lines();
-  ASSERT_EQ(3u, lines.size());
-  for (const auto& l : lines) EXPECT_EQ(0, l.level);
-  char expect[160];
-  std::snprintf(
-      expect, sizeof expect,
-      "ProcessModule::AddDeliver invalidate input params, pIProcessModule=%p,nChannelId=16,nOutputChannelId=0",
-      static_cast<void*>(static_cast<IProcessModule*>(b.get())));
-  EXPECT_NE(std::string::npos, lines[0].text.find(expect)) << lines[0].text << " / " << expect;
-  EXPECT_NE(std::string::npos, lines[2].text.find(",nChannelId=0,nOutputChannelId=4"));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(a.get(), 0, 0));
-}
 
 TEST_F(ProcessModuleTest, OneInputterPerChannel) {
   CmTraceCapture cap;
@@ -443,21 +264,6 @@ TEST_F(ProcessModuleTest, OneInputterPerChannel) {
   shared->AllowSharedInput(true);
   EXPECT_EQ(CM_OK, a->AddDeliver(shared.get(), 0, 0));
   EXPECT_EQ(CM_OK, b->AddDeliver(shared.get(), 0, 0));
-}
-
-TEST_F(ProcessModuleTest, RemoveDeliverByChannel) {
-  CmTraceCapture cap;
-  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
-  Sink sink;
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(0, 4));
-  EXPECT_TRUE(cap.contains("ProcessModule::RemoveDeliver: invalid output Channel ID nOutputChannelId >= 4"));
-  ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 5, 0));
-  ASSERT_EQ(CM_OK, a->AddDeliver(c.get(), 5, 0));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(6, 0));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(5, 1));
-  EXPECT_EQ(CM_OK, a->RemoveDeliver(5, 0));                // the first entry on channel 5: b
-  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get()));  // b's inputter entry went too
-  EXPECT_EQ(CM_OK, c->RemoveInputer(a.get()));
 }
 
 TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {

@@ -37,27 +37,6 @@ TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
   in->Release();
 }
 
-TEST_F(ProcessUnitTest, BaseUnitProducesNothing) {
-  Ref<ProcessUnit> unit(new ProcessUnit);
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> sinkUnit(new RecordingUnit);
-  Ref<TestModule> sink(new TestModule);
-  sink->SetProcessUnit(sinkUnit.get());
-  sink->InitModule();
-  sink->Start();
-  m->SetProcessUnit(unit.get());
-  m->AddDeliver(sink.get(), 0, 0);
-  m->InitModule();
-  m->Start();
-  TestData* in = new TestData(1);
-  EXPECT_EQ(CM_OK, unit->Process(in, 0));
-  EXPECT_EQ(CM_OK, m->DeliverData(in, 0));
-  in->Release();
-  EXPECT_EQ(0u, sinkUnit->Count());
-  EXPECT_EQ(0u, m->GetOutputSampleCount(0));
-  EXPECT_EQ(CM_OK, unit->InitProcessUnit());
-}
-
 TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
   Ref<MakerUnit> unit(new MakerUnit);
   Ref<TestModule> m(new TestModule);

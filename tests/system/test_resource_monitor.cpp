@@ -96,17 +96,6 @@ TEST(MonitorParsers, TaskStatCountsFieldsAfterTheLastParenthesis) {
   EXPECT_FALSE(cm_find_status_number("VmRSS: 12kB\n", "VmRSS", v));
 }
 
-TEST(MonitorParsers, MeminfoUsedFallsBackWithoutMemAvailable) {
-  uint64_t total = 0, used = 0;
-  ASSERT_TRUE(cm_meminfo_used_kb("MemTotal: 1000 kB\nMemAvailable: 1200 kB\n", total, used));
-  EXPECT_EQ(0u, used);  // never below 0
-  ASSERT_TRUE(cm_meminfo_used_kb(
-      "MemTotal: 1000 kB\nMemFree: 100 kB\nBuffers: 50 kB\nCached: 200 kB\nSReclaimable: 50 kB\nShmem: 30 kB\n", total,
-      used));
-  EXPECT_EQ(630u, used);
-  EXPECT_FALSE(cm_meminfo_used_kb("MemFree: 1 kB\n", total, used));
-}
-
 TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   struct Step {
     int advanceMs;
@@ -243,45 +232,6 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     EXPECT_EQ(77u, memory.process);
     stats.stop();
     EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, stats.get_memory_statistics(memory));
-  }
-}
-
-TEST(PerfsStats, SensorsPreferThePackageTemperature) {
-  struct Case {
-    CmFsTree::Files files;
-    double celsius;
-    unsigned rpm;
-  };
-  const Case cases[] = {
-      {{{"/sys/class/hwmon/hwmon0/name", "nvme\n"},
-        {"/sys/class/hwmon/hwmon0/temp1_input", "40000\n"},
-        {"/sys/class/hwmon/hwmon1/name", "coretemp\n"},
-        {"/sys/class/hwmon/hwmon1/temp1_label", "Core 0\n"},
-        {"/sys/class/hwmon/hwmon1/temp1_input", "50000\n"},
-        {"/sys/class/hwmon/hwmon1/temp2_label", "Package id 0\n"},
-        {"/sys/class/hwmon/hwmon1/temp2_input", "61500\n"},
-        {"/sys/class/hwmon/hwmon2/fan1_input", "broken\n"},
-        {"/sys/class/hwmon/hwmon2/fan2_input", "1200\n"}},
-       61.5,
-       1200},
-      {{{"/sys/class/thermal/thermal_zone0/type", "acpitz\n"},
-        {"/sys/class/thermal/thermal_zone0/temp", "45000\n"},
-        {"/sys/class/thermal/thermal_zone1/type", "x86_pkg_temp\n"},
-        {"/sys/class/thermal/thermal_zone1/temp", "55000\n"}},
-       55,
-       0},
-      {{{"/sys/class/hwmon/hwmon0/name", "k10temp\n"},
-        {"/sys/class/hwmon/hwmon0/temp1_label", "Tctl\n"},
-        {"/sys/class/hwmon/hwmon0/temp1_input", "-5000\n"}},
-       -5,
-       0},
-      {{}, 0, 0},
-  };
-  for (const Case& c : cases) {
-    CmFsTree tree(c.files);
-    CKelPerfsStats stats;
-    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature());
-    EXPECT_EQ(c.rpm, stats.get_fan_speed());
   }
 }
 

@@ -265,36 +265,6 @@ TEST(SystemFacts, OsVersionRecordFromTheKernelRelease) {
   }
 }
 
-TEST(SystemFacts, ParsersSurviveHostileText) {
-  std::vector<unsigned> cpus;
-  EXPECT_TRUE(cm_parse_cpulist("0-3,8,10-11\n", cpus));
-  EXPECT_EQ((std::vector<unsigned>{0, 1, 2, 3, 8, 10, 11}), cpus);
-  for (const char* bad : {"3-1", "-", "1,,2", "a", "0-70000", "1-", "0-40000,0-40000"}) EXPECT_FALSE(cm_parse_cpulist(bad, cpus)) << bad;
-  CmCpuInfoText info;
-  EXPECT_FALSE(cm_parse_cpuinfo(std::string("\0\0:\n::", 6), info));
-  EXPECT_TRUE(cm_parse_cpuinfo("processor:0\nCPU implementer: 0x61\nCPU part: 0x999\ncpu MHz: nan\n", info));
-  EXPECT_EQ("Apple", cm_arm_cpu_name(info.implementer, info.part));
-  EXPECT_EQ(0, info.mhz);
-  EXPECT_EQ("", cm_arm_cpu_name(0x99, 1));
-}
-
-TEST(SystemFacts, RegexParseInfoTakesTheFirstGroupOfAWholeMatch) {
-  struct Case {
-    const char *text, *pattern, *out;
-  } cases[] = {
-      {"iPad13,4", "iPad(\\d+)\\,(\\d+)", "13"},
-      {"iPad", "iPad(\\d+)?", ""},
-      {"xiPad13,4", "iPad(\\d+)\\,(\\d+)", "untouched"},
-      {"abc", "abc", ""},
-      {"abc", "(", "untouched"},  // a bad pattern is traced, not thrown
-  };
-  for (const Case& c : cases) {
-    std::string out = "untouched";
-    EXPECT_EQ(0, regex_parse_info(c.text, c.pattern, out));
-    EXPECT_EQ(c.out, out) << c.text << " ~ " << c.pattern;
-  }
-}
-
 // The live machine: the CI log shows what this host reports.
 TEST(SystemFacts, LiveMachineReportsSaneFacts) {
   cm_set_fs_root_for_test(nullptr);

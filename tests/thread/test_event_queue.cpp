@@ -58,36 +58,6 @@ TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrac
   EXPECT_EQ(1u, queue.GetPendingEventsCount());
 }
 
-TEST(CmEventQueueTest, PopRespectsLimitAndReportsRemainder) {
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
-  std::list<ICmEvent*> out;
-  unsigned int remain = 77;
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out, 10, &remain));
-  EXPECT_EQ(77u, remain);
-
-  for (int i = 0; i < 5; ++i) {
-    unsigned int before = 99;
-    ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, i), ICmEventQueue::EPRIORITY_NORMAL, &before));
-    EXPECT_EQ(static_cast<unsigned int>(i), before);
-  }
-  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0, &remain));
-  EXPECT_TRUE(out.empty());
-  EXPECT_EQ(5u, remain);
-
-  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 2, &remain));
-  ASSERT_EQ(2u, out.size());
-  EXPECT_EQ(3u, remain);
-  EXPECT_EQ(3u, queue.GetPendingEventsCount());
-  queue.PostEvent(new LoggingEvent(&log, 5));
-  EXPECT_EQ(CM_OK, queue.PopPendingEvents(out, 0xFFFFFFFFu, &remain));
-  EXPECT_EQ(0u, remain);
-  ASSERT_EQ(6u, out.size());
-  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
-  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
-  EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Destroyed());
-}
-
 TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFiring) {
   CmTraceCapture cap;
   EventLog log;
@@ -104,23 +74,6 @@ TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFir
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4}), log.Destroyed());
   EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::~CCmEventQueueBase [this=0x"));
   EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::DestoryPendingEvents, m_dwSize=4 [this=0x"));
-}
-
-TEST(CmEventQueueTest, ProcessEventsLoopHookAborts) {
-  static std::atomic<int> hookCalls{0};
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
-  queue.SetLoopHook([] { ++hookCalls; });
-  queue.PostEvent(new LoggingEvent(&log, 1));
-  std::list<ICmEvent*> out;
-  queue.PopPendingEvents(out);
-  EXPECT_EQ(CM_ERROR_ABORTED, queue.ProcessEvents(out));
-  EXPECT_EQ(1, hookCalls.load());
-  EXPECT_EQ((std::vector<int>{1}), log.Fired());
-
-  CmTraceCapture cap;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.ProcessOneEvent(nullptr));
-  EXPECT_TRUE(cap.contains(0, "Assert failed: aEvent"));
 }
 
 TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
@@ -157,27 +110,6 @@ TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100) {
   clock.Advance(3000000);
   queue.PostEvent(new LoggingEvent(&log, 102));  // exactly three seconds: silent
   EXPECT_EQ(1u, cap.count("PostEvent, m_dwSize="));
-}
-
-TEST(CmEventQueueTest, PopOrWaitExpiresWithNotFoundAndWakesOnPost) {
-  EventLog log;
-  CCmEventQueueUsingConditionVariable queue;
-  queue.Reset2CurrentThreadInfo();
-  std::list<ICmEvent*> out;
-  CCmTimeValue shortWait(0L, 20000L);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopOrWaitPendingEvents(out, &shortWait, 5));
-
-  std::thread poster([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    queue.PostEvent(new LoggingEvent(&log, 7));
-  });
-  CmResult rv = CM_ERROR_NOT_FOUND;
-  for (int i = 0; i < 100 && rv != CM_OK; ++i) rv = queue.PopOrWaitPendingEvents(out, nullptr, 5);
-  poster.join();
-  ASSERT_EQ(CM_OK, rv);
-  ASSERT_EQ(1u, out.size());
-  queue.ProcessEvents(out);
-  EXPECT_EQ((std::vector<int>{7}), log.Fired());
 }
 
 TEST(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending) {
@@ -371,24 +303,6 @@ class alignas(64) WideEvent : public ICmEvent {
   std::atomic<int>* m_ran;
   unsigned char m_lane[64] = {};
 };
-
-TEST(ICmEventTest, OverAlignedEventsAreAligned) {
-  std::atomic<int> ran{0};
-  CCmEventQueueUsingMutex queue;
-  for (int i = 0; i < 8; ++i) {
-    WideEvent* e = new WideEvent(&ran);
-    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(e) % 64);
-    ASSERT_EQ(CM_OK, queue.PostEvent(e));
-  }
-  WideEvent* n = new (std::nothrow) WideEvent(&ran);
-  ASSERT_NE(nullptr, n);
-  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(n) % 64);
-  n->OnDestorySelf();
-  std::list<ICmEvent*> out;
-  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-  queue.ProcessEvents(out);
-  EXPECT_EQ(8, ran.load());
-}
 
 }  // namespace
 

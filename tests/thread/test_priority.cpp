@@ -29,19 +29,6 @@ TEST(CmThreadPriorityTest, TextsAndPercentages) {
   EXPECT_STREQ("Unknown", ThreadPolicyToString(5));
 }
 
-TEST(CmThreadPriorityTest, LoweringPriorityThroughNiceOnOwnThread) {
-  // A fresh thread, so the test process keeps its priority. Lowering is always allowed.
-  CmResult rv = CM_ERROR_GENERIC;
-  KelThreadPriority readBack = -1;
-  std::thread t([&] {
-    rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_LOWEST);
-    GetCurrentThreadPriority(readBack);
-  });
-  t.join();
-  EXPECT_EQ(CM_OK, rv);
-  EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, readBack);
-}
-
 // Under the default policy the scheduler range is 0..0, so the portable priority goes
 // through the nice value, with its trace.
 TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {

@@ -39,42 +39,6 @@ void StopJoinDestroy(ACmThread* thread) {
   thread->Destory(0);
 }
 
-TEST(CmThreadRegistryTest, OldestRegistrationOfATypeWins) {
-  CmTraceCapture cap;
-  ACmThread* first = StartRegistered("reg-a", 2);
-  ACmThread* second = StartRegistered("reg-b", 2);
-  EXPECT_EQ(first, GetThread(2));
-  EXPECT_EQ(second, GetThreadById(second->GetThreadId()));
-  EXPECT_TRUE(cap.contains(2, "RegisterThread, thread=0x"));
-  EXPECT_TRUE(cap.contains(2, " name=reg-a type=2 eventQueue=0x"));
-
-  StopJoinDestroy(first);  // Destory unregisters
-  EXPECT_TRUE(cap.contains(2, "UnRegisterThread, thread=0x"));
-  EXPECT_EQ(second, GetThread(2));
-  StopJoinDestroy(second);
-
-  cap.clear();
-  EXPECT_EQ(nullptr, GetThread(2));
-  EXPECT_TRUE(cap.contains(1, "GetThread, aType=2"));
-}
-
-TEST(CmThreadRegistryTest, TypeFourFindsTheCallingThread) {
-  CmTraceCapture cap;
-  ACmThread* task = StartRegistered("reg-self", 7);
-  ACmThread* seenInside = nullptr;
-  ACmThread* currentInside = nullptr;
-  task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
-    seenInside = GetThread(4);
-    currentInside = getCurrentThread();
-  }));
-  EXPECT_EQ(task, seenInside);
-  EXPECT_EQ(task, currentInside);
-  EXPECT_EQ(nullptr, GetThread(4));  // the test thread is not registered
-  EXPECT_TRUE(cap.contains(1, "GetThread, aType=4"));
-  EXPECT_EQ(nullptr, getCurrentThread());
-  StopJoinDestroy(task);
-}
-
 TEST(CmThreadRegistryTest, UnregisterTwiceGivesNotFound) {
   CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
   ASSERT_EQ(CM_OK, task->Create("reg-twice", 9, TF_JOINABLE, false));
@@ -179,43 +143,6 @@ TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelea
   factory->ResleseSingletonThread("shared-x", again);
   factory->ResleseSingletonThread("shared-y", other);
   EXPECT_EQ(CM_ERROR_INVALID_ARG, factory->GetSingletonThread(nullptr, again));
-}
-
-std::atomic<int> g_factoryCalls{0};
-std::string g_factoryName;
-CmResult CountingFactory(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aWithTimers, TType aType) {
-  ++g_factoryCalls;
-  g_factoryName = aName;
-  EXPECT_EQ(TF_JOINABLE, aFlag);
-  EXPECT_TRUE(aWithTimers);
-  EXPECT_EQ(TT_UNKNOWN, aType);
-  return do_CreateUserTaskThread(aName, aThread, aFlag, false, 5);
-}
-
-TEST(CreateUserTaskThreadTest, ReplacedFactoryCreatesSharedThreads) {
-  PFN_CreateUserTaskThread previous = setCreateUserTaskThread(&CountingFactory);
-  EXPECT_EQ(&do_CreateUserTaskThread, previous);
-  ACmThread* t = nullptr;
-  ASSERT_EQ(CM_OK, ACmThreadSingletonFactory::Instance()->GetSingletonThread("by-factory", t));
-  EXPECT_EQ(1, g_factoryCalls.load());
-  EXPECT_EQ("by-factory", g_factoryName);
-  EXPECT_EQ(nullptr, t->GetTimerQueue());  // the factory chose an events-only thread
-  EXPECT_EQ(t, GetThread(5));              // registered by do_CreateUserTaskThread
-  ACmThreadSingletonFactory::Instance()->ResleseSingletonThread("by-factory", t);
-  EXPECT_EQ(&CountingFactory, setCreateUserTaskThread(previous));
-}
-
-TEST(CreateUserTaskThreadTest, DefaultFactoryBuildsBothKinds) {
-  ACmThread* withTimers = nullptr;
-  ACmThread* eventsOnly = nullptr;
-  ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-1", withTimers, TF_JOINABLE, true, 21));
-  ASSERT_EQ(CM_OK, CreateUserTaskThread("ut-2", eventsOnly, TF_JOINABLE, false, 22));
-  EXPECT_NE(nullptr, withTimers->GetTimerQueue());
-  EXPECT_EQ(nullptr, eventsOnly->GetTimerQueue());
-  EXPECT_EQ(withTimers, GetThread(21));
-  StopJoinDestroy(withTimers);
-  StopJoinDestroy(eventsOnly);
-  EXPECT_EQ(nullptr, GetThreadById(0));
 }
 
 class CleanUpProbe : public CCmCleanUpBase {

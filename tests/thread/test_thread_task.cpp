@@ -246,35 +246,6 @@ TYPED_TEST(TaskThreadTest, TimedOutSendQueuedBeforeStopStillRunsOnce) {
   EXPECT_EQ((std::vector<int>{7}), log.Destroyed());
 }
 
-TYPED_TEST(TaskThreadTest, SendEventOnOwnThreadRunsInPlace) {
-  EventLog log;
-  ACmThread* task = StartTask<TypeParam>("t-inplace");
-  std::atomic<CmResult> inner{CM_ERROR_FAILURE};
-  std::vector<int> firedDuringOuter;
-  ThreadWaiter done(1);
-  Post(task, [&] {
-    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));  // queued behind us
-    inner = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2, CM_ERROR_TIMEOUT));
-    firedDuringOuter = log.Fired();
-    done.Finished();
-  });
-  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-  EXPECT_EQ(CM_ERROR_TIMEOUT, inner.load());
-  EXPECT_EQ((std::vector<int>{2}), firedDuringOuter);
-  StopJoinDestroy(task);
-}
-
-TYPED_TEST(TaskThreadTest, CreateTwiceIsRefused) {
-  CmTraceCapture cap;
-  ACmThread* task = StartTask<TypeParam>("t-twice");
-  CM_THREAD_ID first = task->GetThreadId();
-  EXPECT_EQ(CM_ERROR_ALREADY_CREATED, task->Create("again", 1, TF_JOINABLE, false));
-  EXPECT_TRUE(cap.contains(0, "Assert failed: m_Type == TT_UNKNOWN"));
-  EXPECT_TRUE(IsThreadEqual(first, task->GetThreadId()));
-  EXPECT_STREQ("t-twice", task->GetName());
-  StopJoinDestroy(task);
-}
-
 // Counts the loop passes through the queue's hook (called once per ProcessEvents).
 std::atomic<int> g_passes{0};
 void CountPass() { ++g_passes; }
@@ -355,22 +326,6 @@ TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle) {
   EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, End. name=t-timer"));
 }
 
-TEST(CmThreadTaskTest, SleepMsWithLoopZeroDiscardsPendingEvents) {
-  EventLog log;
-  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep");
-  ThreadWaiter done(1);
-  Post(task, [&] {
-    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));
-    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 2));
-    task->SleepMsWithLoop(0);
-    done.Finished();
-  });
-  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-  StopJoinDestroy(task);
-  EXPECT_TRUE(log.Fired().empty());
-  EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
-}
-
 TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsMeanwhile) {
   EventLog log;
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep2");
@@ -384,26 +339,6 @@ TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsMeanwhile) {
   ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
   StopJoinDestroy(task);
   EXPECT_EQ((std::vector<int>{5}), log.Fired());
-}
-
-class AdoptedThread : public ACmThread {
- public:
-  void OnThreadRun() override { ran = true; }
-  bool ran = false;
-};
-
-TEST(CmThreadTest, TypeZeroAdoptsCallingThread) {
-  AdoptedThread* t = new AdoptedThread;
-  EXPECT_EQ(CM_OK, t->Create(nullptr, 0, TF_NONE, false));
-  EXPECT_TRUE(IsEqualCurrentThread(t->GetThreadId()));
-  EXPECT_STREQ("ACmThread", t->GetName());
-  EXPECT_EQ(0, t->GetThreadType());
-  EXPECT_FALSE(t->ran);
-  EXPECT_EQ(CM_ERROR_NOT_IMPLEMENTED, t->Stop(nullptr));
-  EXPECT_EQ(CM_ERROR_FAILURE, t->Join());  // joining oneself
-  EXPECT_EQ(nullptr, t->GetEventQueue());
-  EXPECT_EQ(nullptr, t->GetTimerQueue());
-  t->Destory(0);
 }
 
 // Counts deletions, so that each ownership path can be checked to delete exactly once.
@@ -493,29 +428,6 @@ TEST(CmThreadTaskTest, NoTimerFiresAfterTheQueueStopped) {
   EXPECT_EQ(0, handler.count.load());
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
   task->Destory(0);
-}
-
-// The priority given before Create is applied to the new thread; SetPriority on a
-// running thread applies at once; GetPriority reports the requested value.
-TEST(CmThreadTest, PriorityAppliedByCreateAndBySetPriority) {
-  CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
-  EXPECT_EQ(CM_OK, task->SetPriority(KEL_THREAD_PRIORITY_BELOW_NORMAL));  // stored only
-  int requested = -1;
-  EXPECT_EQ(CM_OK, task->GetPriority(requested));
-  EXPECT_EQ(KEL_THREAD_PRIORITY_BELOW_NORMAL, requested);
-  ASSERT_EQ(CM_OK, task->Create("t-prio", 1, TF_JOINABLE, false));
-  KelThreadPriority seen = -1;
-  auto readOnThread = [&] {
-    task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] { GetCurrentThreadPriority(seen); }));
-    return seen;
-  };
-  EXPECT_EQ(KEL_THREAD_PRIORITY_BELOW_NORMAL, readOnThread());
-  // Lowering needs no privilege.
-  EXPECT_EQ(CM_OK, task->SetPriority(KEL_THREAD_PRIORITY_LOWEST));
-  EXPECT_EQ(CM_OK, task->GetPriority(requested));
-  EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, requested);
-  EXPECT_EQ(KEL_THREAD_PRIORITY_LOWEST, readOnThread());
-  StopJoinDestroy(task);
 }
 
 }  // namespace

@@ -89,22 +89,3 @@ class CountingObserver : public ICmObserver {
   std::vector<std::string> topics;
 };
 
-/// True when the capture holds a level-0 assertion report of the source file aFile
-/// (base name only, no folder) at some line, for exactly the expression aExpr:
-/// "<aFile>:<line> Assert failed: <aExpr>".
-inline bool HasAssertion(const CmTraceCapture& aCap, const std::string& aFile, const std::string& aExpr) {
-  const std::string tail = " Assert failed: " + aExpr;
-  for (const auto& line : aCap.lines()) {
-    if (line.level != 0) continue;
-    const std::string& t = line.text;
-    for (size_t at = t.find(aFile + ":"); at != std::string::npos; at = t.find(aFile + ":", at + 1)) {
-      if (at > 0 && t[at - 1] == '/') continue;
-      size_t pos = at + aFile.size() + 1;
-      const size_t digits = pos;
-      while (pos < t.size() && std::isdigit(static_cast<unsigned char>(t[pos]))) ++pos;
-      if (pos == digits) continue;
-      if (t.compare(pos, std::string::npos, tail) == 0) return true;
-    }
-  }
-  return false;
-}

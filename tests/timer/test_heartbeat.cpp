@@ -119,18 +119,4 @@ TEST_F(HeartBeatTest, NothingIsAskedForAfterStop) {
   EXPECT_EQ(CM_OK, hb->GetTimerQueue()->CancelTimer(&h));
 }
 
-TEST_F(HeartBeatTest, OnThreadRunWithASchedulerDoesNoWork) {
-  CmTraceCapture cap;
-  int fired = 0;
-  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
-  hb->OnThreadRun();
-  EXPECT_EQ(0, fired);
-  EXPECT_TRUE(
-      cap.contains("CCmThreadHeartBeat::OnThreadRun, with scheduler you should never call OnThreadRun it "
-                   "will be driven by scheduler automatically."));
-  hb->SetScheduler(nullptr);
-  hb->OnThreadRun();  // without a scheduler: one heartbeat
-  EXPECT_EQ(1, fired);
-}
-
 }  // namespace

@@ -17,19 +17,6 @@
 
 namespace {
 
-TEST(TickType, BreaksMicrosecondsIntoClockFields) {
-  tick_type t(3723004005LL);
-  EXPECT_EQ(1u, t.hour);
-  EXPECT_EQ(2u, t.minute);
-  EXPECT_EQ(3u, t.second);
-  EXPECT_EQ(4u, t.millisecond);
-  EXPECT_EQ(5u, t.microsecond);
-  t.reset(90000000000LL);
-  EXPECT_EQ(25u, t.hour);  // not reduced modulo 24
-  EXPECT_EQ(0u, t.minute);
-  EXPECT_EQ(0u, t.second);
-}
-
 TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
   const long long us = 1767225600LL * 1000000LL + 123456LL;  // early 2026
   time_type t(us);
@@ -51,18 +38,6 @@ TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
   EXPECT_GE(nowFields.tm_year, 2024);
   EXPECT_GE(nowFields.tm_mon, 1);
   EXPECT_LE(nowFields.tm_mon, 12);
-}
-
-TEST(LowTick, FallsBackToTheKernelTickBeforeStart) {
-  ASSERT_EQ(0u, cm_low_tick_ref_count());
-  for (int i = 0; i < 5; ++i) {
-    const long long before = tick_policy::now();
-    const long long low = low_tick_policy::now();
-    const long long after = tick_policy::now();
-    EXPECT_LE(before, low);
-    EXPECT_LE(low, after);
-  }
-  EXPECT_FALSE(low_tick_generator::instance()->is_started());
 }
 
 TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
@@ -109,48 +84,6 @@ TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
   startLowTick();
   EXPECT_NE(nullptr, cm_low_tick_thread());
   stopLowTick();
-  EXPECT_EQ(nullptr, cm_low_tick_thread());
-}
-
-CmResult FailingFactory(const char*, ACmThread*& aThread, TFlag, bool, TType) {
-  aThread = nullptr;
-  return CM_ERROR_THREAD_CREATE;
-}
-
-TEST(LowTick, FailedThreadCreationIsTracedAndNotCounted) {
-  CmTraceCapture cap;
-  PFN_CreateUserTaskThread previous = setCreateUserTaskThread(&FailingFactory);
-  startLowTick();
-  setCreateUserTaskThread(previous);
-  EXPECT_TRUE(cap.contains("startLowTick: failed to create a user thread, " + std::to_string(CM_ERROR_THREAD_CREATE)));
-  EXPECT_EQ(0u, cm_low_tick_ref_count());
-  EXPECT_EQ(nullptr, cm_low_tick_thread());
-}
-
-PFN_CreateUserTaskThread g_realFactory = nullptr;
-
-// Creates the thread, then stops it before anything is sent to it.
-CmResult StoppedThreadFactory(const char* aName, ACmThread*& aThread, TFlag aFlag, bool aTimers, TType aType) {
-  const CmResult rv = g_realFactory(aName, aThread, aFlag, aTimers, aType);
-  if (rv == CM_OK && aThread) aThread->Stop(nullptr);
-  return rv;
-}
-
-TEST(LowTick, RefusedStartEventIsTracedNotCountedAndTheThreadKept) {
-  CmTraceCapture cap;
-  g_realFactory = setCreateUserTaskThread(&StoppedThreadFactory);
-  startLowTick();
-  setCreateUserTaskThread(g_realFactory);
-  EXPECT_TRUE(cap.contains("startLowTick: failed to send start tick event to tick thread, "));
-  EXPECT_EQ(0u, cm_low_tick_ref_count());
-  EXPECT_NE(nullptr, cm_low_tick_thread());
-  EXPECT_FALSE(low_tick_generator::instance()->is_started());
-  // The kept thread counts on the next start; the matching stop ends it.
-  startLowTick();
-  EXPECT_TRUE(cap.contains("startLowTick: g_tickThread has been initialized"));
-  EXPECT_EQ(1u, cm_low_tick_ref_count());
-  stopLowTick();
-  EXPECT_EQ(0u, cm_low_tick_ref_count());
   EXPECT_EQ(nullptr, cm_low_tick_thread());
 }
 

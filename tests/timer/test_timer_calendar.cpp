@@ -43,18 +43,6 @@ class CalendarTest : public ::testing::Test {
   std::vector<Firing> log;
 };
 
-TEST_F(CalendarTest, RingSizeFollowsSlotIntervalAndReach) {
-  CCmTimerQueueCalendar small(5, 50, &events);
-  EXPECT_EQ(10u, small.GetSlotInterval());
-  EXPECT_EQ(10u, small.GetMaxSlotNumber());  // 50 / 10 = 5 is 10 or less: 11 slots
-  CCmTimerQueueCalendar big(20, 10000, &events);
-  EXPECT_EQ(20u, big.GetSlotInterval());
-  EXPECT_EQ(499u, big.GetMaxSlotNumber());
-  CCmTimerQueueCalendar wide(100, 50, &events);  // interval beyond the reach
-  EXPECT_EQ(10u, wide.GetMaxSlotNumber());
-  EXPECT_EQ(0u, wide.GetCurrentSlot());
-}
-
 TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
   CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler h("h", &log);
@@ -64,21 +52,6 @@ TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
   EXPECT_EQ(&arg, log[0].arg);
   EXPECT_EQ(clock.Now(), log[0].at);
   EXPECT_EQ(3, TicksUntilFired(cal, h));  // re-armed from the current slot
-}
-
-TEST_F(CalendarTest, IntervalBeyondTheRingIsCappedWithATrace) {
-  CmTraceCapture cap;
-  CCmTimerQueueCalendar cal(10, 100, &events);  // max slot number 10
-  RecordingHandler h("h", &log);
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, Ms(200), 1));
-  EXPECT_TRUE(
-      cap.contains("CCmTimerQueueCalendar::InsertUnique_i, exceed max interval. interval_s=0 "
-                   "interval_us=200000 dwDistance=20 m_impl->dwMaxSlotNumber=10 [this="));
-  EXPECT_EQ(10, TicksUntilFired(cal, h));
-  cap.clear();
-  RecordingHandler exact("exact", &log);
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&exact, nullptr, Ms(100), 1));  // distance == max: traced too
-  EXPECT_EQ(1, cap.count("exceed max interval"));
 }
 
 TEST_F(CalendarTest, ZeroIntervalFiresOnceThroughTheEvent) {
@@ -109,27 +82,6 @@ TEST_F(CalendarTest, CancellingAWaitingZeroIntervalTimerEmptiesTheImmediateList)
   EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&a));
   EXPECT_EQ(1, RunEvents());
   EXPECT_EQ(0, a.Count());
-}
-
-TEST_F(CalendarTest, RescheduleMovesTheSingleNode) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
-  RecordingHandler h("h", &log);
-  int first = 1, second = 2;
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, Ms(30), 1));
-  EXPECT_EQ(CM_ERROR_FOUND, cal.ScheduleTimer(&h, &second, Ms(50), 1));
-  EXPECT_EQ(5, TicksUntilFired(cal, h));
-  EXPECT_EQ(-1, TicksUntilFired(cal, h, 200));
-  ASSERT_EQ(1u, log.size());
-  EXPECT_EQ(&second, log[0].arg);
-
-  // From a slot to the immediate list and back: still one node.
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, Ms(20), 1));
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, &first, CCmTimeValue(0L, 0L), 1));  // post makes it CM_OK
-  EXPECT_EQ(CM_ERROR_FOUND, cal.ScheduleTimer(&h, &second, Ms(20), 1));
-  EXPECT_EQ(1, RunEvents());
-  EXPECT_EQ(1, h.Count());
-  EXPECT_EQ(2, TicksUntilFired(cal, h));
-  EXPECT_EQ(2, h.Count());
 }
 
 TEST_F(CalendarTest, CallbackMayCancelAnotherTimerOfTheSameSlot) {

@@ -21,32 +21,6 @@ namespace {
 
 CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
 
-TEST(TimerHandle, ScheduleNeedsALibraryThreadWithATimerQueue) {
-  CmTraceCapture cap;
-  CountingSink sink;
-  CCmTimerWrapperID handle;
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.Schedule(nullptr, Ms(10), 1));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "aSink"));
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Schedule(&sink, Ms(10), 1));
-  EXPECT_TRUE(cap.contains("CCmTimerWrapperID::Schedule, your thread doesn't support TP timer queue. [this="));
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, handle.Cancel());
-
-  TaskThread eventsOnly("t-evonly", false, 1101);
-  CmResult rv = CM_OK;
-  EXPECT_EQ(CM_OK, eventsOnly.Run([&] { rv = handle.Schedule(&sink, Ms(10), 1); }));
-  EXPECT_EQ(CM_ERROR_THREAD_CREATE, rv);
-  EXPECT_TRUE(cap.contains("your thread doesn't support TP timer queue 2. [this="));
-  EXPECT_EQ(CM_ERROR_THREAD_CREATE, handle.ScheduleInThread(eventsOnly.get(), &sink, Ms(10), 1));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pTimerQueue != NULL"));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(static_cast<ACmThread*>(nullptr), &sink, Ms(10), 1));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pThread != NULL"));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(eventsOnly.get(), nullptr, Ms(10), 1));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "aSink"));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, handle.ScheduleInThread(987654, &sink, Ms(10), 1));
-  EXPECT_TRUE(HasAssertion(cap, "CmTimerWrapperID.cpp", "pThread != NULL"));
-  EXPECT_EQ(0, sink.count.load());
-}
-
 class TimerHandleOnQueueType : public ::testing::TestWithParam<unsigned int> {
  protected:
   void SetUp() override { cm_set_default_timer_type(GetParam()); }
@@ -163,21 +137,6 @@ TEST_P(TimerHandleOnQueueType, RefusedForeignCancelParksTheReferenceUntilItsQueu
 }
 
 INSTANTIATE_TEST_SUITE_P(QueueTypes, TimerHandleOnQueueType, ::testing::Values(1u, 2u, 3u));
-
-TEST(TimerHandle, ForeignCancelReturnsNullPointerCodeAndSilencesTheSink) {
-  TaskThread worker("t-foreign", true, 1105);
-  CountingSink sink;
-  CCmTimerWrapperID handle;
-  EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(2), 0));
-  ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 3; }));
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, handle.Cancel());
-  const int atCancel = sink.count.load();
-  // Let the owning thread run the cancelling event, then give the timer time to fire.
-  EXPECT_EQ(CM_OK, worker.Run([] {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(atCancel, sink.count.load());
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, handle.Cancel());
-}
 
 TEST(TimerHandle, ForeignCancelWaitsForARunningCallback) {
   TaskThread worker("t-slow", true, 1106);

@@ -88,21 +88,6 @@ TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
   EXPECT_FALSE(cap.contains("local changed"));
 }
 
-TEST(CCmTimerQueueBaseTest, JumpsOfLessThanAnHourAreSilent) {
-  FakeTimerClock clock;
-  CmTraceCapture cap;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
-  queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
-  clock.AdvanceMs(-3599L * 1000);
-  CCmTimeValue remain;
-  EXPECT_EQ(0, queue->CheckExpire(&remain));
-  EXPECT_EQ(CCmTimeValue(3600L), remain);  // delayed by the jump, not rebased
-  clock.AdvanceMs(2 * 3599L * 1000);
-  EXPECT_EQ(1, queue->CheckExpire());
-  EXPECT_FALSE(cap.contains("local changed"));
-}
-
 TEST(CCmTimerQueueBaseTest, FactoryFollowsDefaultType) {
   std::unique_ptr<CCmTimerQueueBase> q1(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
   EXPECT_NE(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q1.get()));

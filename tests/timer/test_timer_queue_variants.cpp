@@ -177,29 +177,6 @@ TYPED_TEST(TimerQueueVariant, ObserverHearsOnlyTheFirstTimerOfAnEmptyQueue) {
   EXPECT_EQ(1, this->observer.Count("TimerQueue"));
 }
 
-TYPED_TEST(TimerQueueVariant, RandomTimersEachFireOnceAtTheirTime) {
-  std::mt19937 rng(1234);
-  std::uniform_int_distribution<int> tens(1, 400);  // 10 ms .. 4 s
-  std::vector<std::unique_ptr<RecordingHandler>> handlers;
-  std::vector<long> due;
-  for (int i = 0; i < 300; ++i) {
-    handlers.emplace_back(new RecordingHandler(std::to_string(i), nullptr));
-    due.push_back(tens(rng) * 10L);
-    ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(due.back()), 1));
-  }
-  // Cancel every fifth.
-  for (size_t i = 0; i < handlers.size(); i += 5) ASSERT_EQ(CM_OK, this->queue->CancelTimer(handlers[i].get()));
-  for (long t = 10; t <= 4000; t += 10) {
-    this->clock.AdvanceMs(10);
-    this->Check();
-    for (size_t i = 0; i < handlers.size(); ++i) {
-      const int expected = (i % 5 == 0 || due[i] > t) ? 0 : 1;
-      ASSERT_EQ(expected, handlers[i]->Count()) << "timer " << i << " due " << due[i] << " at " << t;
-    }
-  }
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
-}
-
 // A due timer leaves the slot it shares with two repeating timers that are not due yet:
 // the pass must stop there instead of re-arming the two forever. The callbacks cancel
 // themselves after a bounded number of runs so that a regression fails instead of hanging.
@@ -348,32 +325,6 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
 }
 
 // ---- quirks of the ordered variants ----
-
-template <class Q>
-std::vector<std::string> FireTwoEqualTimers() {
-  FakeTimerClock clock;
-  std::vector<Firing> log;
-  Q queue(nullptr);
-  RecordingHandler first("first", &log), second("second", &log);
-  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&first, nullptr, Ms(20), 1));
-  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&second, nullptr, Ms(20), 1));
-  clock.AdvanceMs(20);
-  EXPECT_EQ(2, queue.CheckExpire(nullptr, nullptr));
-  std::vector<std::string> names;
-  for (const auto& f : log) names.push_back(f.name);
-  return names;
-}
-
-TEST(TimerQueueQuirks, EqualExpiryOrderPerVariant) {
-  const std::vector<std::string> reversed{"second", "first"}, stored{"first", "second"};
-  EXPECT_EQ(reversed, FireTwoEqualTimers<CCmTimerQueueOrderedList>());
-  EXPECT_EQ(reversed, FireTwoEqualTimers<CCmTimerQueueOnDemand>());
-  EXPECT_EQ(stored, FireTwoEqualTimers<CCmTimerWheelQueue>());
-  // The heap leaves equal expiries unordered: both fire in the same pass.
-  auto heap = FireTwoEqualTimers<CCmTimerMinHeapQueue>();
-  std::sort(heap.begin(), heap.end());
-  EXPECT_EQ(stored, heap);
-}
 
 TEST(TimerQueueQuirks, OnDemandNoticeOnlyForNewTimers) {
   FakeTimerClock clock;

@@ -42,24 +42,12 @@ TEST(TextFormator, HexSwitchCoversOneIntegerOnly) {
   EXPECT_EQ(f.str(), "255 ff");
 }
 
-TEST(TextFormator, LongLongIgnoresAndKeepsTheHexSwitch) {
-  Formatted f;
-  f.text << CCmTextFormator::hex << 255LL << " " << 255;
-  EXPECT_EQ(f.str(), "255 ff");
-}
-
 TEST(TextFormator, IntegersOfEveryWidth) {
   Formatted f;
   f.text << static_cast<char>(65) << " " << static_cast<short>(-7) << " " << INT_MIN << " "
          << static_cast<unsigned char>(200) << " " << static_cast<unsigned short>(65535) << " " << UINT_MAX << " "
          << LONG_MIN << " " << ULONG_MAX;
   EXPECT_EQ(f.str(), "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615");
-}
-
-TEST(TextFormator, ZeroLongLongIsMinusZero) {
-  Formatted f;
-  f.text << 0LL << " " << 0ULL << " " << -5LL << " " << 7ULL << " " << LLONG_MIN;
-  EXPECT_EQ(f.str(), "-0 -0 -5 7 -9223372036854775808");
 }
 
 TEST(TextFormator, PointersAreLowerHexWithoutLeadingZeros) {

@@ -60,18 +60,6 @@ TEST(TraceCore, MaskDecidesWhichLevelsAreBuilt) {
   EXPECT_FALSE(cap.contains("detail"));
 }
 
-TEST(TraceCore, TroubleshootMaskRaisesTheEffectiveMask) {
-  CmTraceCapture cap(0);
-  set_troubleshoot_trace_mask(3);
-  EXPECT_EQ(get_external_trace_mask(), 3);
-  CM_DETAIL_TRACE("level three");
-  CM_DEBUG_TRACE("level four");
-  set_troubleshoot_trace_mask(0);
-  EXPECT_EQ(get_external_trace_mask(), 0);
-  EXPECT_TRUE(cap.contains(3, "level three"));
-  EXPECT_FALSE(cap.contains("level four"));
-}
-
 TEST(TraceCore, SinkReceivesOnlyWithBitFour) {
   CmTraceCapture cap;
   g_logstash.clear();
@@ -123,16 +111,6 @@ TEST(TraceCore, LongMessageReachesTheSinkWhole) {
   util_adapter_trace(0, "UTIL", text.c_str(), static_cast<int>(text.size()));
   ASSERT_EQ(cap.lines().size(), 1u);
   EXPECT_EQ(cap.lines()[0].text, "[UTIL] " + text);
-}
-
-TEST(TraceCore, ObjectMessagesEndWithThis) {
-  CmTraceCapture cap;
-  Traced t;
-  t.say();
-  char expected[64];
-  std::snprintf(expected, sizeof expected, " [this=%p]", static_cast<void*>(&t));
-  ASSERT_EQ(cap.lines().size(), 1u);
-  EXPECT_EQ(cap.lines()[0].text, std::string("[UTIL] Traced::say, value=7") + expected);
 }
 
 TEST(TraceCore, AssertionsTraceCountAndReturn) {
@@ -214,15 +192,3 @@ TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
   EXPECT_EQ(media.substr(5), unnamed.substr(4));     // the same machine part
 }
 
-TEST(TraceCore, LeadingIdIsCachedAndNamesThisProcess) {
-  cm_reset_leading_id_for_test();
-  std::vector<std::thread> threads;
-  std::atomic<const char*> seen[4] = {};
-  for (int i = 0; i < 4; ++i) threads.emplace_back([&, i] { seen[i] = get_leading_id(); });
-  for (auto& t : threads) t.join();
-  for (auto& s : seen) EXPECT_EQ(s.load(), seen[0].load());
-  const std::string id = seen[0].load();
-  EXPECT_EQ(id.rfind("cmutil_trace_tests.", 0), 0u) << id;
-  EXPECT_EQ(id.back(), '.');
-  EXPECT_GT(id.size(), std::string("cmutil_trace_tests..").size());  // a host name is present
-}

@@ -192,33 +192,6 @@ TEST(TraceFile, SizeLimitCutsAtTheOffset) {
   T120_Close_Trace_Dev(dev);
 }
 
-TEST(TraceFile, TwoOpensOfOnePathEachFlushAtTheHeaderOffset) {
-  CmTempDir dir;
-  std::string path = dir.file("two.log");
-  // Two independent opens, as two processes would hold them; no lock wanted, so only the
-  // header's offset keeps one from overwriting the other's blocks.
-  CCmT120TraceFile first(path.c_str(), 0, false);
-  CCmT120TraceFile second(path.c_str(), 0, false);
-  ASSERT_TRUE(first.is_open());
-  ASSERT_TRUE(second.is_open());
-  for (int round = 0; round < 3; ++round) {
-    std::string a = "first round " + std::to_string(round);
-    std::string b = "second round " + std::to_string(round);
-    first.write(nullptr, nullptr, a.c_str(), a.size());
-    first.flush_buffer();
-    second.write(nullptr, nullptr, b.c_str(), b.size());
-    second.flush_buffer();
-  }
-  std::vector<std::string> l = lines_of(records(path));
-  ASSERT_EQ(6u, l.size());
-  for (int round = 0; round < 3; ++round) {
-    EXPECT_NE(std::string::npos, l[2 * round].find("] first round " + std::to_string(round))) << l[2 * round];
-    EXPECT_NE(std::string::npos, l[2 * round + 1].find("] second round " + std::to_string(round))) << l[2 * round + 1];
-  }
-  std::string content = cm_read_file(path);
-  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(header_offset(content))));
-}
-
 TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   CmTempDir dir;
   std::string path = dir.file("shared.log");
@@ -289,22 +262,6 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   }
 }
 
-TEST_F(TraceFilesTest, FilesLiveInTheStateFolder) {
-  EXPECT_STREQ("Log", m_trace->name());
-  EXPECT_EQ(folder(), CCmT120Trace::get_trace_dir());
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_0.log", m_trace->info_path());
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_error_0.log", m_trace->error_path());
-  EXPECT_EQ("", m_trace->warning_path());
-  struct stat st;
-  ASSERT_EQ(0, stat(folder().c_str(), &st));
-  EXPECT_TRUE(S_ISDIR(st.st_mode));
-  {
-    CmScopedEnv state("XDG_STATE_HOME", nullptr);
-    CmScopedEnv home("HOME", "/home/someone");
-    EXPECT_EQ("/home/someone/.local/state/cmutil_trace_tests", CCmT120Trace::get_trace_dir());
-  }
-}
-
 TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   std::string warnPath = folder() + "/warnings.log";
   m_trace->open_warning_file(warnPath.c_str());
@@ -353,21 +310,6 @@ TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
   EXPECT_EQ(kMarker, old.substr(static_cast<size_t>(header_offset(old))));
 }
 
-TEST_F(TraceFilesTest, FullWarningFileIsReplacedAndWarningsGoOn) {
-  const std::string warnPath = folder() + "/warnings.log";
-  m_trace->open_warning_file(warnPath.c_str());
-  T120_Refresh_Settings(1000, 1);
-  const std::string text(90, 'w');
-  int guard = 0;
-  while (m_trace->warning_path() == warnPath && guard++ < 1000) trace_line(1, text);
-  ASSERT_LT(guard, 1000) << "the full warning file was not replaced";
-  EXPECT_EQ(warnPath + ".1", m_trace->warning_path());
-  trace_line(1, "a warning after the switch");
-  T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
-  EXPECT_NE(std::string::npos, records(warnPath + ".1").find("] [UTIL] :a warning after the switch\n"));
-  EXPECT_GE(header_offset(cm_read_file(warnPath)), 1000);  // the full file keeps its records
-}
-
 TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   // 23:59:59 local time on some day.
   struct tm day;
@@ -408,17 +350,6 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   ASSERT_EQ(2u, newError.size());
   EXPECT_NE(std::string::npos, newError[0].find("after midnight"));
   EXPECT_NE(std::string::npos, newError[1].find("next day"));
-}
-
-TEST_F(TraceFilesTest, ModuleFilter) {
-  EXPECT_TRUE(is_module_trace_enabled(2, nullptr));
-  EXPECT_FALSE(is_module_trace_enabled(2, "UTIL"));
-  EXPECT_FALSE(is_module_trace_enabled(3, nullptr));  // above the mask
-  m_trace->enable_module("UTIL");
-  EXPECT_TRUE(is_module_trace_enabled(2, "UTIL"));
-  EXPECT_FALSE(is_module_trace_enabled(2, "OTHER"));
-  EXPECT_FALSE(is_module_trace_enabled(2, nullptr));
-  m_trace->clear_modules();
 }
 
 namespace {

@@ -182,26 +182,6 @@ TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   EXPECT_EQ(5, probe.call(1).textLen);
 }
 
-TEST_F(PluginRouteTest, PlugInsFolderIsTheFallback) {
-  if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
-  CmTempDir dir;
-  mkdir(dir.file("lib").c_str(), 0777);
-  dir.write("PlugIns/tvxtrace.bundle", cm_read_file(bundle_path()));
-  m_tvx->Close();
-  EXPECT_FALSE(m_tvx->LoadFromFolder(dir.file("nothing-here")));
-  EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
-  ASSERT_TRUE(m_tvx->LoadFromFolder(dir.file("lib")));
-  EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
-  PluginProbe probe(dir.file("PlugIns/tvxtrace.bundle"));
-  ASSERT_TRUE(probe.ok());
-  probe.reset();
-  util_adapter_trace(3, "UTIL", "from PlugIns", 12);
-  ASSERT_EQ(1, probe.count());
-  EXPECT_EQ(1, probe.call(0).level);
-  m_tvx->Close();
-  m_tvx->Init();  // back to the plug-in beside the library
-}
-
 TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {
   CKelDebugFileConfig& config = CKelDebugFileConfig::instance();
   set_external_trace_mask(0);
