@@ -129,18 +129,6 @@ TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
   EXPECT_TRUE(get_bool_param("Trace", "flag", false));
 }
 
-TEST(ProcessName, ExecutableNameIsCachedAndCut) {
-  const char* exec = get_exec_name();
-  ASSERT_NE(nullptr, exec);
-  EXPECT_EQ(exec, get_exec_name());  // the same cached buffer
-  EXPECT_STREQ("cmutil_config_tests", get_process_name());
-  EXPECT_STREQ("util", cm_process_name_of(""));
-  EXPECT_STREQ("util", cm_process_name_of(nullptr));
-  EXPECT_STREQ("media.exe", cm_process_name_of("C:\\Program Files\\media.exe"));
-  EXPECT_STREQ("tool", cm_process_name_of("/usr/bin/tool"));
-  EXPECT_STREQ("", cm_process_name_of("dir/"));
-}
-
 namespace {
 int g_lookupCalls = 0;
 unsigned char fixed_lookup(const char* path, const char* section, const char* key, char* out, int size) {

@@ -257,19 +257,6 @@ Bytes control_message(uint32_t seq, uint16_t type, int32_t error = 0) {
   return m;
 }
 
-TEST(Netlink, CapturedDumpOfTheBuildMachine) {
-  std::ifstream in(std::string(CMUTIL_TEST_FIXTURES) + "/net/vm-debian12-kvm-2c/netlink/getaddr6.bin",
-                   std::ios::binary);
-  const std::vector<uint8_t> dump((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::vector<CmNlAddress> out;
-  int error = 0;
-  ASSERT_EQ(CmNlStatus::kDone, cm_nl_parse_address_dump(dump.data(), dump.size(), 1, out, error));
-  ASSERT_EQ(3u, out.size());  // ::1, fd00::2 and the link-local address of eth0
-  EXPECT_EQ(1, out[0].address[15]);
-  EXPECT_EQ(0x80u, out[0].flags & 0x80);  // permanent
-  EXPECT_EQ(0xffffffffu, out[0].preferred);
-}
-
 TEST(Netlink, AddressDumpsAndHostileBytes) {
   Bytes good = address_message(7, 0x100, 2, 1800);
   Bytes done = control_message(7, 3);

@@ -12,35 +12,6 @@
 
 namespace {
 
-TEST(NetworkType, RadioConversions) {
-  struct Frequency {
-    int mhz, channel;
-    eWifiChFrequency band;
-  } frequencies[] = {{2411, 0, WifiChFrequencyUnknown}, {2412, 1, WifiChFrequency2_4GHz},
-                     {2437, 6, WifiChFrequency2_4GHz},  {2484, 15, WifiChFrequency2_4GHz},
-                     {2485, 0, WifiChFrequencyUnknown}, {4915, 0, WifiChFrequency5GHz},
-                     {5170, 34, WifiChFrequency5GHz},   {5180, 36, WifiChFrequency5GHz},
-                     {5825, 165, WifiChFrequency5GHz},  {5826, 0, WifiChFrequencyUnknown}};
-  for (const Frequency& f : frequencies) {
-    EXPECT_EQ(f.channel, ConvertFrequencyToChannel(f.mhz)) << f.mhz;
-    EXPECT_EQ(f.band, CheckWifiChannelBand(f.mhz)) << f.mhz;
-  }
-  const std::pair<int, int> strengths[] = {{-50, 100}, {-1, 100}, {-51, 98}, {-99, 2}, {-100, 0}, {0, 0}, {5, 0}};
-  for (const auto& s : strengths) EXPECT_EQ(s.second, ConvertRssiToStrength(s.first)) << s.first;
-  EXPECT_EQ(35, CalculateSnr(-60, -95));
-  EXPECT_EQ(0, CalculateSnr(0, -95));
-  EXPECT_EQ(0, CalculateSnr(-60, 0));
-  const std::pair<CWChannelBand, eWifiChFrequency> cwBands[] = {{0, WifiChFrequencyUnknown},
-                                                                {1, WifiChFrequency2_4GHz},
-                                                                {2, WifiChFrequency5GHz},
-                                                                {3, WifiChFrequencyNotDetected}};
-  for (const auto& b : cwBands) EXPECT_EQ(b.second, ConvertCWChannelBandToWifiChFrequency(b.first));
-  for (CWPHYMode m = 0; m <= 7; ++m)
-    EXPECT_EQ(m >= 1 && m <= 5 ? static_cast<eWifiPhyMode>(m) : WifiPhyModeUnknown, ConvertCWPHYModeToWifiPHYMode(m));
-  for (const char* vpn : {"utun3", "UTUN0", "tun0", "wg0"}) EXPECT_TRUE(IsVPNInterface(vpn)) << vpn;
-  for (const char* plain : {"ipsec0", "eth0", "u", ""}) EXPECT_FALSE(IsVPNInterface(plain)) << plain;
-}
-
 // A default IPv4 route through dev, metric 0.
 std::string route_via(const std::string& dev) {
   return "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n" + dev +

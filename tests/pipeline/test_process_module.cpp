@@ -284,62 +284,6 @@ TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
   EXPECT_EQ(1u, c.unit->Count());
 }
 
-// A module implementation of its own (not a ProcessModule): linked without an inputter
-// entry, and fed by delivery like any other.
-class ForeignModule : public IProcessModule, public kel::CKelUnknownImpl {
- public:
-  KEL_IMPLEMENT_UNKNOWN()
-  int delivered = 0;
-  int addInputer = 0;
-  std::vector<unsigned int> options;
-  CmResult DeliverData(IProcessData*, unsigned short) override {
-    ++delivered;
-    return CM_OK;
-  }
-  CmResult Start() override { return CM_OK; }
-  CmResult Stop() override { return CM_OK; }
-  CmResult InitModule() override { return CM_OK; }
-  CmResult SetProcessModuleOption(unsigned int aId, const ProcessModuleValue&) override {
-    options.push_back(aId);
-    return CM_OK;
-  }
-  CmResult GetProcessModuleOption(unsigned int, ProcessModuleValue&) override { return CM_ERROR_NOT_IMPLEMENTED; }
-  const char* GetProcessModuleName() override { return "foreign"; }
-  unsigned int GetProcessModuleType() override { return 0; }
-  ProcessModuleStatus GetProcessModuleStatus() override { return PROCESS_MODULE_STATUS_STARTED; }
-  CmResult AddDeliver(IProcessModule*, unsigned short, unsigned short) override { return CM_OK; }
-  CmResult RemoveDeliver(IProcessModule*) override { return CM_OK; }
-  CmResult RemoveDeliver(unsigned short, unsigned short) override { return CM_OK; }
-  CmResult SetProcessModuleThread(ACmThread*) override { return CM_OK; }
-  CmResult SetProcessUnit(IProcessUnit*) override { return CM_OK; }
-  IProcessUnit* GetProcessUnit() override { return nullptr; }
-  CmResult DeliverDataToNextModule(IProcessData*, unsigned short) override { return CM_OK; }
-  unsigned int GetProcessModuleQueueSize(unsigned short) override { return 0; }
-  CmResult AddInputer(IProcessModule*, unsigned short) override {
-    ++addInputer;
-    return CM_OK;
-  }
-  CmResult RemoveInputer(IProcessModule*) override {
-    ++addInputer;
-    return CM_OK;
-  }
-};
-
-TEST_F(ProcessModuleTest, ForeignModuleIsLinkedWithoutInputter) {
-  Ref<ForeignModule> f(new ForeignModule);
-  Ref<TestModule> a(new TestModule);
-  ASSERT_EQ(CM_OK, a->AddDeliver(f.get(), 0, 0));
-  EXPECT_EQ(0, f->addInputer);
-  TestData* d = new TestData(1);
-  a->DeliverData(d, 0);
-  d->Release();
-  EXPECT_EQ(1, f->delivered);
-  a->_FireOptionToDelivers(6, ProcessModuleValue(1));
-  EXPECT_EQ((std::vector<unsigned int>{6}), f->options);
-  EXPECT_EQ(CM_OK, a->RemoveDeliver(f.get()));
-  EXPECT_EQ(0, f->addInputer);  // RemoveInputer not called either
-}
-
 TEST_F(ProcessModuleTest, DestructionReleasesEveryQueuedItem) {
   // A module whose thread's queue refuses posts keeps every item queued; destroying the
   // module must release each of them exactly once.

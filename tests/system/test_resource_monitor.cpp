@@ -235,24 +235,4 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
   }
 }
 
-TEST(ThreadCpuSampler, SkipsIdleAndVanishedThreads) {
-  CmFsTree tree({{"/proc/42/task/1/stat", task_stat(1, "main", 10, 0)},
-                 {"/proc/42/task/2/stat", task_stat(2, "idle", 10, 0)},
-                 {"/proc/42/task/3/stat", task_stat(3, "busy", 10, 0)}});
-  CmThreadCpuSampler sampler("/proc/42/task");
-  ASSERT_TRUE(sampler.Sample(0, 1));
-  EXPECT_TRUE(sampler.Threads().empty());
-  tree.Write("/proc/42/task/1/stat", task_stat(1, "main", 5, 0));  // went backwards: idle
-  tree.Write("/proc/42/task/3/stat", task_stat(3, "busy", 30, 0));
-  tree.Write("/proc/42/task/4/stat", task_stat(4, "new", 30, 0));  // no previous pass
-  tree.Write("/proc/42/task/3/comm", "busy\n");
-  ASSERT_TRUE(sampler.Sample(500000, 1));
-  ASSERT_EQ(1u, sampler.Threads().size());
-  EXPECT_EQ(3, sampler.Threads()[0].tid);
-  EXPECT_STREQ("busy", sampler.Threads()[0].name);
-  EXPECT_FLOAT_EQ(40, sampler.Threads()[0].percent);  // 20 ticks in 50
-  EXPECT_EQ(4u, sampler.ThreadCount());
-  EXPECT_FALSE(CmThreadCpuSampler("/proc/43/task").Sample(0, 1));
-}
-
 }  // namespace

@@ -176,36 +176,6 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
   }
 }
 
-TEST(SystemFacts, TextsAreCachedUntilTheRootChanges) {
-  CmFsTree tree({{"/proc/cpuinfo", "processor: 0\nmodel name: First CPU\n"},
-                 {"/proc/sys/kernel/arch", "machine-name-of-twenty\n"}});
-  char small[8] = {}, text[64] = {};
-  EXPECT_EQ(0, get_cpu_brand(small, sizeof small));  // does not fit: nothing written or cached
-  EXPECT_STREQ("", small);
-  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
-  EXPECT_STREQ("First CPU", text);
-  tree.Write("/proc/cpuinfo", "processor: 0\nmodel name: Second CPU\n");
-  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
-  EXPECT_STREQ("First CPU", text);
-
-  // The machine name is asked into at most min(size, 32) bytes.
-  {
-    CmTraceCapture capture;
-    EXPECT_EQ(-1, get_cpu_arch(text, 16));
-    EXPECT_TRUE(capture.contains(0, "get_cpu_arch failed"));
-  }
-  EXPECT_EQ(0, get_cpu_arch(text, sizeof text));
-  EXPECT_STREQ("machine-name-of-twenty", text);
-  tree.Write("/proc/sys/kernel/arch", std::string(40, 'm') + "\n");
-  EXPECT_EQ(0, get_cpu_arch(text, sizeof text));  // cached
-  EXPECT_STREQ("machine-name-of-twenty", text);
-
-  cm_set_fs_root_for_test(tree.root().c_str());
-  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
-  EXPECT_STREQ("Second CPU", text);
-  EXPECT_EQ(-1, get_cpu_arch(text, sizeof text));  // 41 bytes never fit 32
-}
-
 TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
   struct Case {
     const char* meminfo;

@@ -164,17 +164,6 @@ TYPED_TEST(TaskThreadTest, StopWhileProducersPostLosesNothingAcceptedBefore) {
   EXPECT_GE(firedBeforeStop, kProducers * (kEach / 2));
 }
 
-TYPED_TEST(TaskThreadTest, SendEventCrossThreadReturnsResult) {
-  EventLog log;
-  ACmThread* task = StartTask<TypeParam>("t-send");
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_ERROR_NOT_FOUND)));
-  EXPECT_EQ((std::vector<int>{1}), log.Fired());
-  CCmTimeValue tv(10L);
-  EXPECT_EQ(CM_OK, task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 2), &tv));
-  StopJoinDestroy(task);
-  EXPECT_EQ((std::vector<int>{1, 2}), log.Destroyed());
-}
-
 TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
   CmTraceCapture cap;
   EventLog log;
@@ -324,21 +313,6 @@ TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle) {
   EXPECT_EQ(3, handler.count.load());
   EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, Begin. name=t-timer"));
   EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, End. name=t-timer"));
-}
-
-TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsMeanwhile) {
-  EventLog log;
-  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep2");
-  ThreadWaiter done(1);
-  Post(task, [&] {
-    std::thread poster([&] { task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 5)); });
-    task->SleepMsWithLoop(100);
-    poster.join();
-    done.Finished();
-  });
-  ASSERT_TRUE(done.WaitUntilTimeout(kWaitMs));
-  StopJoinDestroy(task);
-  EXPECT_EQ((std::vector<int>{5}), log.Fired());
 }
 
 // Counts deletions, so that each ownership path can be checked to delete exactly once.

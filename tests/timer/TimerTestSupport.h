@@ -28,7 +28,6 @@ class FakeTimerClock {
   FakeTimerClock& operator=(const FakeTimerClock&) = delete;
 
   void AdvanceMs(long ms) { us() += static_cast<int64_t>(ms) * 1000; }
-  void AdvanceUs(long delta) { us() += delta; }
   void Set(const CCmTimeValue& t) { us() = static_cast<int64_t>(t.GetSec()) * 1000000 + t.GetUsec(); }
   CCmTimeValue Now() const {
     const int64_t now = us().load();

@@ -107,16 +107,4 @@ TEST_F(HeartBeatTest, PostAsksForZeroAndTheHeartbeatRunsTheEvent) {
   EXPECT_EQ(1, fired);
 }
 
-TEST_F(HeartBeatTest, NothingIsAskedForAfterStop) {
-  EXPECT_EQ(CM_OK, hb->Stop(nullptr));
-  int fired = 0;
-  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
-  RecordingHandler h("h", nullptr);
-  ASSERT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(10), 1));
-  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
-  EXPECT_EQ(1, fired);
-  EXPECT_TRUE(TakeDelays().empty());
-  EXPECT_EQ(CM_OK, hb->GetTimerQueue()->CancelTimer(&h));
-}
-
 }  // namespace

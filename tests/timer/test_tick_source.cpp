@@ -114,25 +114,6 @@ struct FakePolicy {
 };
 long long FakePolicy::value = 0;
 
-TEST(TimerFact, ElapsedInEachUnitDividesEachInstantSeparately) {
-  FakePolicy::value = 2499;
-  timer_fact<FakePolicy> fact(1500);
-  EXPECT_EQ(1500, fact.latest_tag());
-  EXPECT_EQ(999, fact.elapsed());
-  EXPECT_EQ(1, fact.elapsed_mills());
-  EXPECT_EQ(0, fact.elapsed_sec());
-  FakePolicy::value = 1000;
-  fact.reset(999);
-  EXPECT_EQ(1, fact.elapsed());
-  EXPECT_EQ(1, fact.elapsed_mills());
-  FakePolicy::value = 5000000;
-  fact.reset(999999);
-  EXPECT_EQ(5, fact.elapsed_sec());
-  EXPECT_TRUE(fact.overtime_sec(5));
-  EXPECT_FALSE(fact.overtime_sec(6));
-  EXPECT_TRUE(fact.overtime_mills(4000));
-}
-
 TEST(TimerFact, MinusOneMeansNowAndOvertimeZeroIsAlwaysTrue) {
   FakePolicy::value = 777;
   timer_fact<FakePolicy> fact(-1);

@@ -84,20 +84,6 @@ TEST_F(CalendarTest, CancellingAWaitingZeroIntervalTimerEmptiesTheImmediateList)
   EXPECT_EQ(0, a.Count());
 }
 
-TEST_F(CalendarTest, CallbackMayCancelAnotherTimerOfTheSameSlot) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
-  RecordingHandler a("a", &log), b("b", &log);
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, Ms(10), 0));
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&b, nullptr, Ms(10), 0));
-  // b was stored last, at the head: it fires first and cancels a.
-  b.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, cal.CancelTimer(&a)); });
-  cal.TimerTick();
-  EXPECT_EQ(1, b.Count());
-  EXPECT_EQ(0, a.Count());
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&a));
-  EXPECT_EQ(CM_OK, cal.CancelTimer(&b));
-}
-
 // A callback that ticks the queue again (a host driving its tick from a timer) must not
 // lose the rest of the outer tick's slot: those timers still fire, stay cancellable
 // and are freed.

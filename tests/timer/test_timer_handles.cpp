@@ -41,24 +41,6 @@ TEST_P(TimerHandleOnQueueType, ScheduleInAnotherThreadFiresThereWithItsCount) {
   EXPECT_EQ(3, sink.count.load());
 }
 
-TEST_P(TimerHandleOnQueueType, ScheduleByThreadTypeAndOwnThreadCancel) {
-  TaskThread worker("t-typed", true, 1103);
-  CountingSink sink;
-  CCmTimerWrapperID handle;
-  EXPECT_EQ(CM_OK, handle.ScheduleInThread(1103, &sink, Ms(5), 0));
-  ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 2; }));
-  CmResult first = -1, second = -1;
-  EXPECT_EQ(CM_OK, worker.Run([&] {
-    first = handle.Cancel();
-    second = handle.Cancel();
-  }));
-  EXPECT_EQ(CM_OK, first);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, second);
-  const int after = sink.count.load();
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(after, sink.count.load());
-}
-
 /// A plain queue handler that runs an action.
 class ActionHandler : public ICmTimerHandler {
  public:

@@ -368,42 +368,6 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
 
 // ---- the wheel ----
 
-TEST(TimerWheel, TimersOnEitherSideOfASlotBoundaryFireSeparately) {
-  FakeTimerClock clock;
-  CCmTimerWheelQueue queue(nullptr);
-  std::vector<Firing> log;
-  RecordingHandler early("early", &log), late("late", &log);
-  // From an aligned start 19.999 ms lies in slot +1 and 20 ms in slot +2.
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&early, nullptr, CCmTimeValue(0L, 19999L), 1));
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&late, nullptr, CCmTimeValue(0L, 20000L), 1));
-  EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(10))));
-  EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(20))));
-  clock.AdvanceUs(19999);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
-  EXPECT_EQ(1, early.Count());
-  EXPECT_EQ(0, late.Count());
-  clock.AdvanceUs(1);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
-  EXPECT_EQ(1, late.Count());
-}
-
-TEST(TimerWheel, TimersWithinOneSlotFireInStoredOrder) {
-  FakeTimerClock clock;
-  CCmTimerWheelQueue queue(nullptr);
-  std::vector<Firing> log;
-  RecordingHandler a("a", &log), b("b", &log), c("c", &log);
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 15000L), 1));
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, CCmTimeValue(0L, 11000L), 1));
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&c, nullptr, CCmTimeValue(0L, 19000L), 1));
-  EXPECT_EQ(3u, CmTimerWheelInspector::NearCount(queue, CCmTimerWheelQueue::SlotOf(clock.Now() + Ms(10))));
-  clock.AdvanceMs(20);
-  EXPECT_EQ(3, queue.CheckExpire(nullptr, nullptr));
-  ASSERT_EQ(3u, log.size());
-  EXPECT_EQ("a", log[0].name);
-  EXPECT_EQ("b", log[1].name);
-  EXPECT_EQ("c", log[2].name);
-}
-
 TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
   FakeTimerClock clock;
   CCmTimerWheelQueue queue(nullptr);

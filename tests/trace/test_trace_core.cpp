@@ -24,21 +24,10 @@ const char* count_build(const char* text) {
 std::vector<std::string> g_logstash;
 void logstash_sink(int, const char* text, int len) { g_logstash.emplace_back(text, static_cast<size_t>(len)); }
 
-const char* g_crashReason = nullptr;
-void* g_crashContext = nullptr;
-void crash_sink(const char* reason, void* context) {
-  g_crashReason = reason;
-  g_crashContext = context;
-}
-
 CmResult guarded(const char* p) {
   CM_ASSERTE_RETURN(p != nullptr, CM_ERROR_INVALID_ARG);
   return CM_OK;
 }
-
-struct Traced {
-  void say() { CM_WARNING_TRACE_THIS("Traced::say, value=" << 7); }
-};
 
 }  // namespace
 
@@ -125,24 +114,6 @@ TEST(TraceCore, AssertionsTraceCountAndReturn) {
   const std::string text = cap.lines()[0].text;
   EXPECT_EQ(text.rfind("[UTIL] test_trace_core.cpp:", 0), 0u) << text;
   EXPECT_NE(text.find(" Assert failed: p != nullptr"), std::string::npos) << text;
-}
-
-TEST(TraceCore, CountersAndCrashSink) {
-  const int64_t logs = cm_get_temp_logs_count();
-  cm_add_temp_log();
-  EXPECT_EQ(cm_get_temp_logs_count(), logs + 1);
-
-  util_adapter_crash("nothing installed", nullptr);  // no sink: nothing happens
-  int context = 0;
-  set_util_external_crash_sink(crash_sink);
-  util_adapter_crash("boom", &context);
-  set_util_external_crash_sink(nullptr);
-  EXPECT_STREQ(g_crashReason, "boom");
-  EXPECT_EQ(g_crashContext, &context);
-}
-
-TEST(TraceCore, ModuleTraceDisabledWithoutTraceFiles) {
-  EXPECT_EQ(std::string(getCallerModuleName("anything")), "UTIL");
 }
 
 TEST(TraceCore, FunctionNameCutting) {

@@ -149,31 +149,6 @@ TEST(TraceFile, RecordFormsAndMarkerOverwrite) {
   EXPECT_EQ(std::string::npos, cm_read_file(path).find("ignored"));
 }
 
-TEST(TraceFile, BlocksReachTheDiskWhenTheBufferIsFull) {
-  CmTempDir dir;
-  std::string path = dir.file("blocks.log");
-  CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 0, 0);
-  ASSERT_NE(nullptr, dev);
-  const std::string text(60, 'x');
-  int written = 0;
-  while (cm_read_file(path).size() == 32u && written < 1000) {
-    T120_Write_Trace_Dev(dev, "UTIL", "", text.c_str());
-    ++written;
-  }
-  // The first flush came when a record no longer fitted into 10240 bytes.
-  long offset = header_offset(cm_read_file(path));
-  EXPECT_LE(offset - 32, 10240);
-  EXPECT_GT(offset - 32, 10240 - 200);
-  EXPECT_EQ(static_cast<size_t>(written - 1), lines_of(records(path)).size());
-  // A record larger than the whole buffer is written whole, on its own.
-  const std::string huge(30000, 'h');
-  T120_Write_Trace_Dev(dev, "UTIL", "", huge.c_str());
-  T120_Close_Trace_Dev(dev);
-  std::vector<std::string> l = lines_of(records(path));
-  ASSERT_EQ(static_cast<size_t>(written + 1), l.size());
-  EXPECT_NE(std::string::npos, l.back().find(huge));
-}
-
 TEST(TraceFile, SizeLimitCutsAtTheOffset) {
   CmTempDir dir;
   std::string path = dir.file("limit.log");

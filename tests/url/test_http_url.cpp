@@ -64,14 +64,6 @@ TEST(CmHttpUrlInit, UnknownSchemeFailsWithTrace) {
   EXPECT_EQ(']', text.back()) << text;
 }
 
-TEST(CmHttpUrlInit, EmptyAndBlankOnlyTextsFailSilently) {
-  CmTraceCapture cap;
-  CCmHttpUrl url;
-  EXPECT_FALSE(url.Init(""));
-  EXPECT_FALSE(url.Init("    "));
-  EXPECT_TRUE(cap.lines().empty());
-}
-
 std::string Encode(const char* src, int size = 256) {
   std::string buf(static_cast<size_t>(size) + 8, '#');
   url_string_encode(const_cast<char*>(src), &buf[0], size);
