@@ -209,13 +209,6 @@ TEST_F(IniParamTest, DefaultObjectReadsNimraCfgInTheHomeFolder) {
   EXPECT_EQ(m_dir.path(), CCmConfigInitFile::GetNimraHomeDir());
 }
 
-TEST_F(IniParamTest, MachineIdFeedsTheLeadingId) {
-  writeConfig("[Trace]\nMachineID = studio-7\n");
-  cm_reset_leading_id_for_test();
-  EXPECT_STREQ("cmutil_config_tests.studio-7.", get_leading_id());
-  cm_reset_leading_id_for_test();
-}
-
 TEST(CCmConfigInitFile, GettersFromManyThreads) {
   CmTempDir dir;
   std::string path = dir.write("shared.cfg", "[S]\nn = 17\nname = cmutil\n");

@@ -17,7 +17,7 @@ Bytes interface_dump(uint32_t frequency) {
   Bytes attrs;
   attrs.attr<uint32_t>(NL80211_ATTR_IFINDEX, 3).attr(NL80211_ATTR_IFNAME, "wlan0", 6);
   attrs.attr<uint32_t>(NL80211_ATTR_IFTYPE, 2).attr<uint32_t>(NL80211_ATTR_WIPHY_FREQ, frequency);
-  attrs.attr(NL80211_ATTR_SSID, "cafe", 4);
+  attrs.attr(NL80211_ATTR_SSID, "cafe", 4).attr<uint32_t>(NL80211_ATTR_CHANNEL_WIDTH, NL80211_CHAN_WIDTH_80);
   Bytes p2p;  // a second interface without an index is not listed
   p2p.attr(NL80211_ATTR_IFNAME, "p2p", 4);
   return genl_message(kFamily, kSeq, NL80211_CMD_NEW_INTERFACE, attrs)
@@ -87,6 +87,7 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
     WifiStats stats;
     cm_wifi_stats_from_link(link, stats);
     EXPECT_EQ("wlan0", link.ifname);
+    EXPECT_EQ(static_cast<uint32_t>(NL80211_CHAN_WIDTH_80), link.width);
     EXPECT_EQ("cafe", stats.ssid);
     EXPECT_EQ(-56, stats.rssi);   // the last signal, not the average
     EXPECT_EQ(-95, stats.noise);  // the survey of the channel in use

@@ -2,6 +2,7 @@
 // NVML) and hand-made hostile ones, and the pci.ids parser.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "cmutil/system/CmSystemInfo.h"
@@ -122,6 +123,17 @@ TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
   EXPECT_EQ(100, usage);  // 120 clamped; the suspended card counts 0, its 90 unread
   tree.Write(a + "/gpu_busy_percent", "12");
   EXPECT_EQ(12, kel_get_GPU_usage());
+
+  // Every reading closes its files: a hundred of them fit under a limit of 32 descriptors.
+  rlimit old{};
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &old));
+  rlimit low = old;
+  low.rlim_cur = 32;
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &low));
+  int same = 0;
+  for (int i = 0; i < 100; ++i) same += kel_get_GPU_usage() == 12;
+  setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_EQ(100, same);
 }
 
 TEST(GpuInfo, PciIdsLookup) {

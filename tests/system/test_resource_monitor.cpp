@@ -12,6 +12,7 @@
 #include "cmutil/system/KELSystemResourceMonitor.h"
 #include "common/CmFsTree.h"
 #include "common/CmTraceCapture.h"
+#include "platform/CmMonitorPlatform.h"
 #include "system/CmKelPerfsStatsTestHook.h"
 #include "system/CmMonitorClock.h"
 #include "system/CmMonitorParsers.h"
@@ -147,6 +148,15 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   EXPECT_FLOAT_EQ(75, percent);
   EXPECT_EQ(0u, used);
   EXPECT_EQ(std::thread::hardware_concurrency(), monitor->getCPUCores());
+}
+
+// A source that opens but cannot be read (here a folder) is not reported as read.
+TEST(MonitorSources, AnUnreadableSourceIsNotRead) {
+  CmFsTree tree;
+  tree.Write("/proc/stat/folder", "");
+  CmRereadFile stat("/proc/stat");
+  std::string text;
+  EXPECT_FALSE(stat.Read(text));
 }
 
 TEST(PerfsStats, RoundCpuCapsTheSumBelowCoresTimesHundred) {

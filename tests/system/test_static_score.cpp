@@ -206,6 +206,11 @@ TEST_F(StaticScore, ClassifierRoundingModesAndTraces) {
   EXPECT_EQ(3, info.k);
   EXPECT_EQ(2u, score_->GetSystemOSInfo()->m_ScoreOffset);  // G as the next-to-last character
   EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::CheckCPUInfo gen = 10, i = 5, k = 3 [this="));
+  for (const auto& [brand, rv] :
+       {std::pair{"Intel(R) Core(TM) i7-19999K", CM_OK}, {"Intel(R) Core(TM) i7-20000K", CM_ERROR_GENERIC}}) {
+    score_->GetSystemOSInfo()->cpuInfo = brand;  // model numbers end at 19999
+    EXPECT_EQ(rv, score_->CheckCPUInfo(info)) << brand;
+  }
   score_->GetSystemOSInfo()->cpuInfo = "Mystery CPU";  // classified as nothing: the offset stays
   score_->GetSystemOSInfo()->m_ScoreOffset = 7;
   ScoreAt(3);

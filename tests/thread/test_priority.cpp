@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <thread>
 
@@ -31,6 +32,19 @@ TEST(CmThreadPriorityTest, TextsAndPercentages) {
 
 // Under the default policy the scheduler range is 0..0, so the portable priority goes
 // through the nice value, with its trace.
+// A nice value set from outside reads back as the nearest portable priority: -14 is 85 %.
+TEST(CmThreadPriorityTest, NiceValueReadsAsTheNearestPriority) {
+  KelThreadPriority read = KEL_THREAD_PRIORITY_LOWEST;
+  int err = 0;
+  std::thread t([&] {
+    if (setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), -14) != 0) err = errno;
+    GetCurrentThreadPriority(read);
+  });
+  t.join();
+  if (err != 0) GTEST_SKIP() << "raising the priority is not permitted here, errno " << err;
+  EXPECT_EQ(KEL_THREAD_PRIORITY_HIGHEST, read);
+}
+
 TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {
   CmTraceCapture cap;
   CmResult rv = CM_ERROR_GENERIC;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cmutil/base/CmAssert.h"
+#include "cmutil/config/CmConfigIO.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "common/CmTraceCapture.h"
 #include "config/ConfigTestUtil.h"
@@ -163,3 +164,16 @@ TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
   EXPECT_EQ(media.substr(5), unnamed.substr(4));     // the same machine part
 }
 
+// The machine part is the configured "MachineID" of section "Trace".
+TEST(TraceCore, LeadingIdMachinePartIsTheConfiguredMachineId) {
+  CmTempDir home;
+  home.write("conf/nimra.cfg", "[Trace]\nMachineID = studio-7\n");
+  CmScopedEnv env("CMUTIL_TEST_HOME", home.path().c_str());
+  set_nimra_home_env("CMUTIL_TEST_HOME");
+  enable_config_io_feature(true);
+  cm_reset_leading_id_for_test();
+  EXPECT_STREQ("cmutil_trace_tests.studio-7.", get_leading_id());
+  enable_config_io_feature(false);
+  set_nimra_home_env("HOME");
+  cm_reset_leading_id_for_test();
+}
