@@ -1,0 +1,251 @@
+#pragma once
+// The inside of a ProcessModule, shared by its data path (CmProcessModule.cpp) and its
+// links (CmProcessModuleLinks.cpp).
+
+#include "cmutil/pipeline/CmProcessModule.h"
+
+#include <array>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "base/CmFutexLock.h"
+#include "cmutil/base/CmAssert.h"
+#include "cmutil/base/CmMutex.h"
+#include "cmutil/base/CmThreadMisc.h"
+#include "cmutil/pipeline/CmProcessUnit.h"
+#include "cmutil/thread/CmEventQueueBase.h"
+#include "cmutil/thread/CmThread.h"
+#include "cmutil/trace/CmTraceMacros.h"
+
+namespace cm_pipeline {
+
+// Items drained by one fired event at most, so one busy channel cannot hold the thread.
+constexpr int kMaxDrainPerEvent = 8;
+
+// A queued item with the reference the queue holds on it: AddRef when queued, Release
+// when the holder goes. The same contract as a shared pointer made by
+// KelUnknownPtrWithRef_to_shared_ptr, without a control block per item.
+class QueuedData {
+ public:
+  explicit QueuedData(IProcessData* aData) : m_pData(aData) {
+    if (m_pData) m_pData->AddRef();
+  }
+  QueuedData(QueuedData&& aOther) noexcept : m_pData(aOther.m_pData) { aOther.m_pData = nullptr; }
+  QueuedData& operator=(QueuedData&& aOther) noexcept {
+    if (this != &aOther) {
+      reset();
+      m_pData = aOther.m_pData;
+      aOther.m_pData = nullptr;
+    }
+    return *this;
+  }
+  ~QueuedData() { reset(); }
+  QueuedData(const QueuedData&) = delete;
+  QueuedData& operator=(const QueuedData&) = delete;
+
+  IProcessData* get() const { return m_pData; }
+  // Hands the reference to the caller.
+  IProcessData* release() {
+    IProcessData* p = m_pData;
+    m_pData = nullptr;
+    return p;
+  }
+  void reset() {
+    if (m_pData) {
+      IProcessData* p = m_pData;
+      m_pData = nullptr;
+      p->Release();
+    }
+  }
+
+ private:
+  IProcessData* m_pData;
+};
+
+struct DeliverEntry {
+  IProcessModule* module;
+  unsigned short channel;
+};
+
+// A copy of a link list taken under the link lock. Lists are short, so up to eight
+// entries live on the stack and the hot path allocates nothing.
+class LinkSnapshot {
+ public:
+  void Assign(const std::vector<DeliverEntry>& aList) {
+    m_nSize = aList.size();
+    if (m_nSize <= m_Small.size()) {
+      for (size_t i = 0; i < m_nSize; ++i) m_Small[i] = aList[i];
+      m_pData = m_Small.data();
+    } else {
+      m_Large = aList;
+      m_pData = m_Large.data();
+    }
+  }
+  void Append(const std::vector<DeliverEntry>& aList) {
+    std::vector<DeliverEntry> all(begin(), end());
+    all.insert(all.end(), aList.begin(), aList.end());
+    m_Large.swap(all);
+    m_nSize = m_Large.size();
+    m_pData = m_Large.data();
+  }
+  const DeliverEntry* begin() const { return m_pData; }
+  const DeliverEntry* end() const { return m_pData + m_nSize; }
+
+ private:
+  std::array<DeliverEntry, 8> m_Small{};
+  std::vector<DeliverEntry> m_Large;
+  const DeliverEntry* m_pData = nullptr;
+  size_t m_nSize = 0;
+};
+
+// The callable of a drain event: _DrainQueueData(channel) on the module thread. While
+// the event exists it holds a reference on a reference-counted module, so an owner may
+// release the module with items still in flight; the module then goes with the last
+// event. A module nobody holds a reference on (count 0) is not counted: its owner must
+// keep it alive until its thread has run the events.
+class DrainCall {
+ public:
+  DrainCall(ProcessModule* aModule, unsigned short aChannel)
+      : m_pModule(aModule), m_wChannel(aChannel), m_bCounted(aModule->GetReference() > 0) {
+    if (m_bCounted) m_pModule->AddRef();
+  }
+  DrainCall(DrainCall&& aOther) noexcept
+      : m_pModule(aOther.m_pModule), m_wChannel(aOther.m_wChannel), m_bCounted(aOther.m_bCounted) {
+    aOther.m_bCounted = false;
+    aOther.m_pModule = nullptr;
+  }
+  DrainCall(const DrainCall&) = delete;
+  DrainCall& operator=(const DrainCall&) = delete;
+  DrainCall& operator=(DrainCall&&) = delete;
+  ~DrainCall() {
+    if (m_bCounted) m_pModule->Release();
+  }
+  void operator()() { m_pModule->_DrainQueueData(m_wChannel); }
+
+ private:
+  ProcessModule* m_pModule;
+  unsigned short m_wChannel;
+  bool m_bCounted;
+};
+
+// The module's unit, replaceable while items flow. A caller enters the slot (one atomic
+// increment), reads the pointer, calls the unit and leaves (one decrement). A unit
+// replaced while someone may be inside is parked, and released by whoever next finds
+// the slot empty, so a call in progress never sees its unit freed.
+class UnitSlot {
+ public:
+  UnitSlot() = default;
+  UnitSlot(const UnitSlot&) = delete;
+  UnitSlot& operator=(const UnitSlot&) = delete;
+  ~UnitSlot() {
+    if (IProcessUnit* unit = m_pCurrent.exchange(nullptr)) unit->Release();
+    ReleaseRetired();
+  }
+
+  class Reader {
+   public:
+    explicit Reader(UnitSlot& aSlot) : m_Slot(aSlot) {
+      m_Slot.m_nReaders.fetch_add(1, std::memory_order_seq_cst);
+      m_pUnit = m_Slot.m_pCurrent.load(std::memory_order_seq_cst);
+    }
+    ~Reader() {
+      if (m_Slot.m_nReaders.fetch_sub(1, std::memory_order_acq_rel) == 1 &&
+          m_Slot.m_bHasRetired.load(std::memory_order_acquire))
+        m_Slot.ReleaseRetired();
+    }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+    IProcessUnit* get() const { return m_pUnit; }
+
+   private:
+    UnitSlot& m_Slot;
+    IProcessUnit* m_pUnit;
+  };
+
+  // Installs aUnit, whose reference the slot now owns; returns the previous unit, whose
+  // reference must be handed back through Retire.
+  IProcessUnit* Exchange(IProcessUnit* aUnit) { return m_pCurrent.exchange(aUnit, std::memory_order_seq_cst); }
+
+  // Releases aUnit's slot reference now if no caller is inside, else when the last
+  // caller inside leaves.
+  void Retire(IProcessUnit* aUnit) {
+    if (!aUnit) return;
+    {
+      CCmFutexGuard guard(m_RetiredLock);
+      m_Retired.push_back(aUnit);
+      m_bHasRetired.store(true, std::memory_order_release);
+    }
+    if (m_nReaders.load(std::memory_order_seq_cst) == 0) ReleaseRetired();
+  }
+
+  IProcessUnit* Peek() const { return m_pCurrent.load(std::memory_order_acquire); }
+
+ private:
+  void ReleaseRetired() {
+    std::vector<IProcessUnit*> retired;
+    {
+      CCmFutexGuard guard(m_RetiredLock);
+      retired.swap(m_Retired);
+      m_bHasRetired.store(false, std::memory_order_relaxed);
+    }
+    for (IProcessUnit* unit : retired) unit->Release();
+  }
+
+  std::atomic<IProcessUnit*> m_pCurrent{nullptr};
+  std::atomic<uint32_t> m_nReaders{0};
+  std::atomic<bool> m_bHasRetired{false};
+  CCmFutexLock m_RetiredLock;
+  std::vector<IProcessUnit*> m_Retired CM_GUARDED_BY(m_RetiredLock);
+};
+
+}  // namespace cm_pipeline
+
+using namespace cm_pipeline;
+
+struct ProcessModule::Impl {
+  std::string name;
+  uint32_t type = 0;
+
+  // Per input channel: whether the queue-or-not decision was taken, and its outcome.
+  // Read by every delivering thread: kept off the lines that the queues write.
+  alignas(64) std::atomic<uint8_t> queueDecided[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  std::atomic<uint8_t> queueNeeded[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+
+  alignas(64) std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
+  // Sizes mirrored outside the lock so that size queries and traces need not lock.
+  std::atomic<uint32_t> queueSizes[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  CCmFutexLock queueLock;
+
+  alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
+  std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
+  CCmFutexLock linkLock;
+
+  alignas(64) UnitSlot unit;
+  std::map<std::string, std::string> attributes;  // kept for derived modules
+  ProcessConfig config;
+  std::atomic<uint32_t> status{PROCESS_MODULE_STATUS_CREATED};
+  std::unordered_map<uint32_t, ProcessModuleValue> options;
+
+  Impl() {
+    for (unsigned i = 0; i < PROCESS_MODULE_MAX_INPUT_CHANNELS; ++i) {
+      queueDecided[i].store(0, std::memory_order_relaxed);
+      queueNeeded[i].store(0, std::memory_order_relaxed);
+      queueSizes[i].store(0, std::memory_order_relaxed);
+    }
+    options.max_load_factor(1.0f);
+  }
+
+  // Removes the front item of a channel under the queue lock; empty holder when none.
+  QueuedData PopFront(unsigned short aChannel) {
+    CCmFutexGuard guard(queueLock);
+    std::deque<QueuedData>& q = queues[aChannel];
+    if (q.empty()) return QueuedData(nullptr);
+    QueuedData item(std::move(q.front()));
+    q.pop_front();
+    queueSizes[aChannel].store(static_cast<uint32_t>(q.size()), std::memory_order_release);
+    return item;
+  }
+};
