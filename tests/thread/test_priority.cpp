@@ -65,6 +65,24 @@ bool DropNiceCapabilityOfThisThread() {
   return syscall(SYS_capset, &header, data) == 0;
 }
 
+// Under a real-time policy the raw priority is the scheduler's own: set, then read back.
+TEST(CmThreadPriorityTest, RawPriorityUnderARealTimePolicyReadsBack) {
+  int err = 0, read = -1;
+  CmResult set = CM_ERROR_FAILURE;
+  std::thread t([&] {
+    sched_param param{};
+    param.sched_priority = 1;
+    err = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param);
+    if (err != 0) return;
+    set = SetCurrentThreadPriorityRaw(7);
+    GetCurrentThreadPriorityRaw(read);
+  });
+  t.join();
+  if (err != 0) GTEST_SKIP() << "real-time scheduling is not permitted here, error " << err;
+  EXPECT_EQ(CM_OK, set);
+  EXPECT_EQ(7, read);
+}
+
 // Raising the priority without the right to do so fails, after the nice fallback tried.
 TEST(CmThreadPriorityTest, RaisingWithoutTheRightFailsWithTrace) {
   struct rlimit limit;
