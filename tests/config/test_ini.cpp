@@ -138,11 +138,11 @@ unsigned char fixed_lookup(const char* path, const char* section, const char* ke
   static const struct {
     const char* key;
     const char* value;
-  } table[] = {{"int", "123"},          {"neg", "-5"},           {"huge", "99999999999999999999"},
-               {"text", "abc"},         {"dword", "4000000000"}, {"word", "65535"},
-               {"wordbad", "x"},        {"float", "2.5"},        {"nan", "nan"},
-               {"inf", "inf"},          {"bigf", "1e19"},        {"bool", "True"},
-               {"str", "  kept as is "}};
+  } table[] = {{"int", "123"},   {"neg", "-5"},           {"huge", "99999999999999999999"},
+               {"text", "abc"},  {"dword", "4000000000"}, {"word", "65535"},
+               {"wordbad", "x"}, {"float", "2.5"},        {"nan", "nan"},
+               {"inf", "inf"},   {"bigf", "1e19"},        {"minf", "-9223372036854775808"},
+               {"bool", "True"}, {"str", "  kept as is "}};
   (void)section;
   for (const auto& e : table) {
     if (strcmp(e.key, key) == 0) {
@@ -172,13 +172,14 @@ TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
   EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "nan", 1.0f));
   EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "inf", 1.0f));
   EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "bigf", 1.0f));
+  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "minf", 1.0f));  // -2^63 itself is out of range
   EXPECT_FLOAT_EQ(0.0f, file.GetFloatParam("S", "text", 1.0f));
   EXPECT_TRUE(file.GetBoolParam("S", "bool", false));
   EXPECT_FALSE(file.GetBoolParam("S", "int", true));
   EXPECT_TRUE(file.GetBoolParam("S", "missing", true));
   EXPECT_EQ("  kept as is ", file.GetStringParam("S", "str", "d"));
   EXPECT_EQ("d", file.GetStringParam("S", "missing", "d"));
-  EXPECT_EQ(19, g_lookupCalls);
+  EXPECT_EQ(20, g_lookupCalls);
   EXPECT_EQ(0, file.InitWithFileName("/elsewhere"));
   EXPECT_EQ("/some/path.cfg", file.GetFilePath());
 

@@ -121,6 +121,13 @@ TEST(Wifi, MalformedRepliesAreRefused) {
   CmWifiLink link;
   cm_nl80211_parse_station(station.data.data(), station.data.size(), kSeq, link, error);
   EXPECT_FALSE(link.haveSignal);
+  Bytes rateOnly, info;  // a station that reports a rate but no signal at all
+  rateOnly.attr(NL80211_STA_INFO_TX_BITRATE, Bytes().attr<uint32_t>(NL80211_RATE_INFO_BITRATE32, 10));
+  info.attr(NL80211_ATTR_STA_INFO, rateOnly);
+  const Bytes quiet = genl_message(kFamily, kSeq, NL80211_CMD_NEW_STATION, info).append(nl_done(kSeq));
+  CmWifiLink silent;
+  EXPECT_EQ(CmNlStatus::kDone, cm_nl80211_parse_station(quiet.data.data(), quiet.data.size(), kSeq, silent, error));
+  EXPECT_FALSE(silent.haveSignal);
 }
 
 }  // namespace

@@ -136,6 +136,17 @@ TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
   EXPECT_EQ(100, same);
 }
 
+TEST(GpuInfo, ListIsRememberedAfterTheFirstSuccess) {
+  CmFsTree tree({{"/sys/class/drm/card0/device/vendor", "0x8086"}, {"/sys/class/drm/card0/device/device", "0x4680"}});
+  std::vector<std::string> names{"kept"};
+  std::vector<uint32_t> memory;
+  ASSERT_EQ(CM_OK, getGpuInfo(names, memory));
+  EXPECT_EQ((std::vector<std::string>{"kept", "GPU 8086:4680"}), names);  // a fill appends
+  tree.Write("/sys/class/drm/card1/device/vendor", "0x1002");
+  ASSERT_EQ(CM_OK, getGpuInfo(names, memory));
+  EXPECT_EQ((std::vector<std::string>{"GPU 8086:4680"}), names);  // the cache is copied out
+}
+
 TEST(GpuInfo, PciIdsLookup) {
   const std::string ids =
       "# comment\n10de  NVIDIA Corporation\n\t20b0  GA100\n\t\t10de 1450  A100 SXM4\n"
