@@ -138,6 +138,42 @@ TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
   }
 }
 
+TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {
+  struct Case {
+    KelCurrentOS os;
+    uint32_t cpuClass;
+    int level, expected;
+  } cases[] = {{KelOSIPhone, 2, 1, 67}, {KelOSIPhone, 12, 3, 84}, {KelOSIPhone, 17, 5, 102},
+               {KelOSIPhone, 4, 1, 69}, {KelOSIPad, 2, 2, 70},    {KelOSIPad, 14, 4, 94},
+               {KelOSIPad, 17, 5, 102}, {KelOSIPad, 1, 2, 70},    {KelOSTvOS, 14, 4, 95},
+               {KelOSTvOS, 1, 1, 64},   {KelOSTvOS, 4, 5, 100},   {KelOSVisionOS, 15, 5, 104},
+               {KelOSIPhone, 4, 0, 50}};
+  for (const Case& c : cases) {
+    With("", 4, c.os, 8000, {}, std::vector<int>(7, 0), c.cpuClass);
+    EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.os << " level " << c.level;
+  }
+  // Android: Init runs again after configuring, so the class comes through an override.
+  With("", 4, KelOSAndroid);
+  uint32_t cpuClass = 83;
+  KelCurrentOS android = KelOSAndroid;
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCurrentOS, &android, 4));
+  EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCpuClass, &cpuClass, 4));
+  EXPECT_EQ(83, ScoreAt(3));
+  int unused = 0;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetStaticPerformanceScoreForLinux(unused, kel::KelPerformanceLevel3));
+
+  // A remembered score inside the asked band is returned as it is; outside, it is recomputed.
+  With("", 4, KelOSLinux);
+  score_->OverrideStaticPerformanceScore(83);
+  int value = 0;
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel3));
+  EXPECT_EQ(83, value);
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel4));
+  EXPECT_EQ(90, value);
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value));
+  EXPECT_EQ(90, value);
+}
+
 TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   With("", 4, KelOSLinux);
   uint64_t memory = 9000;

@@ -67,15 +67,6 @@ TEST(TextFormator, FloatsTruncateToThreeDigits) {
   EXPECT_EQ(f.str(), "1.999 -1.500 2.500 0.001 -0.250 NaN");
 }
 
-TEST(NumberText, ItoaBasesAndSigns) {
-  char out[72];
-  EXPECT_STREQ(kel_itoa(0, out, 10), "0");
-  EXPECT_STREQ(kel_itoa(-42, out, 10), "-42");
-  EXPECT_STREQ(kel_itoa(255u, out, 16), "ff");
-  EXPECT_STREQ(kel_itoa(255L, out, 2), "11111111");
-  EXPECT_STREQ(kel_itoa(35UL, out, 36), "z");
-}
-
 TEST(NumberText, FtoaBeyondIntRangeDoesNotCrash) {
   char out[72];
   kel_ftoa(1e30, out);
