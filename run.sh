@@ -80,7 +80,7 @@ case "$mode" in
     build asan
     run_tests asan --repeat until-fail:3 -LE install
     build tsan
-    run_tests tsan --repeat until-fail:3 -L 'thread|timer|pipeline'
+    run_tests tsan --repeat until-fail:3 -L 'thread|timer|pipeline|buffer'
     run_fuzzers
     run_benchmarks
     echo "all suites passed"

@@ -109,6 +109,30 @@ TEST(MemoryPool, ConcurrentNewFreeKeepsEveryBuffer) {
   EXPECT_EQ(pool.internal()->GetCurBlockSize(), pool.internal()->GetFreeCount());
 }
 
+TEST(MemoryPool, BuffersFreedOnOneThreadServeAnotherAtTheMaximum) {
+  Pool pool(64, 100);
+  pool.p->Init();
+  std::thread([&pool] {  // more than a thread keeps to itself: part goes back to the shared list
+    std::vector<unsigned char*> got;
+    for (int i = 0; i < 100; ++i) got.push_back(pool.p->New(64));
+    for (unsigned char* b : got) pool.p->Free(b);
+  })
+      .join();
+  EXPECT_EQ(100u, pool.internal()->GetFreeCount());
+  std::set<unsigned char*> got;
+  std::thread([&] {  // the next thread has the next shard: it must take the first one's
+    for (int i = 0; i < 100; ++i) got.insert(pool.p->New(64));
+    got.erase(nullptr);
+    EXPECT_EQ(nullptr, pool.p->New(64));
+  })
+      .join();
+  EXPECT_EQ(100u, got.size());
+  EXPECT_EQ(100u, pool.internal()->GetCurBlockSize());
+  for (unsigned char* b : got) pool.p->Free(b);
+  pool.p->Clean();  // frees what the threads keep too (the leak check sees the rest)
+  EXPECT_EQ(0u, pool.internal()->GetFreeCount());
+}
+
 TEST(MemoryPool, LockExcludesAndWakesParkedWaiters) {
   KELMemPoolLock lock;
   long counter = 0;  // plain: only the lock orders the threads (TSan checks)
