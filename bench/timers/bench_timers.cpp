@@ -12,7 +12,10 @@
 // is an indirect call returning a stored value, cheaper than gettimeofday(). The
 // *_RealClock cases run our schedule and cancel on the real wall clock, so that cost is
 // shown as well; fire-due needs every timer due at once and so stays on the fake clock.
-// The Cancel cases time the cancels only (the queue is filled outside the timing).
+// The Cancel cases time the cancels only: the queue is filled once, outside the timing;
+// each iteration cancels the next 1,000 timers of a shuffled order (so the cancelled
+// timers are not the ones the last iteration just touched) and, untimed, schedules them
+// again, so the queue stays at N timers without being rebuilt for every iteration.
 
 #include <benchmark/benchmark.h>
 #include <time.h>
@@ -47,7 +50,16 @@ constexpr int kMaxCancels = 1000;
 /// The same random intervals (milliseconds) and cancel order for every side.
 struct Workload {
   std::vector<long> ms;
-  std::vector<size_t> cancelOrder;
+  std::vector<size_t> cancelOrder;  // a permutation of every timer
+
+  /// The timers cancelled by iteration k: the k-th window of the cancel order.
+  std::vector<size_t> CancelWindow(size_t k) const {
+    const size_t count = std::min<size_t>(cancelOrder.size(), kMaxCancels);
+    const size_t first = (k * count) % cancelOrder.size();
+    std::vector<size_t> window(count);
+    for (size_t i = 0; i < count; ++i) window[i] = cancelOrder[(first + i) % cancelOrder.size()];
+    return window;
+  }
 
   explicit Workload(size_t n) {
     std::mt19937_64 rng(42 + n);
@@ -57,7 +69,6 @@ struct Workload {
     cancelOrder.resize(n);
     for (size_t i = 0; i < n; ++i) cancelOrder[i] = i;
     std::shuffle(cancelOrder.begin(), cancelOrder.end(), rng);
-    cancelOrder.resize(std::min<size_t>(n, kMaxCancels));
   }
 };
 
@@ -122,6 +133,25 @@ void RunSchedule(benchmark::State& state, bool fakeClock) {
   ReportPerOp(state, n);
 }
 
+/// Runs a cancel case: `cancel(idx)` is timed for each timer of an iteration's window,
+/// `reschedule(window)` puts them back untimed.
+template <class Cancel, class Reschedule>
+void CancelWindows(benchmark::State& state, const Workload& w, Cancel cancel, Reschedule reschedule) {
+  size_t k = 0;
+  size_t perIteration = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    const std::vector<size_t> window = w.CancelWindow(k++);
+    perIteration = window.size();
+    state.ResumeTiming();
+    for (size_t idx : window) cancel(idx);
+    state.PauseTiming();
+    reschedule(window);
+    state.ResumeTiming();
+  }
+  ReportPerOp(state, perIteration);
+}
+
 template <class Q>
 void RunCancel(benchmark::State& state, bool fakeClock) {
   const size_t n = static_cast<size_t>(state.range(0));
@@ -129,18 +159,13 @@ void RunCancel(benchmark::State& state, bool fakeClock) {
   std::optional<ClockScope> clock;
   if (fakeClock) clock.emplace();
   std::vector<CountingHandler> handlers(n);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unique_ptr<Q> q(new Q(nullptr));
-    FillQueue(*q, handlers, w);
-    state.ResumeTiming();
-    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(q->CancelTimer(&handlers[idx]));
-    state.PauseTiming();
-    q.reset();
-    for (auto& h : handlers) h.m_dwWheelSlot = 0xFFFFFFFFu;
-    state.ResumeTiming();
-  }
-  ReportPerOp(state, w.cancelOrder.size());
+  std::unique_ptr<Q> q(new Q(nullptr));
+  FillQueue(*q, handlers, w);
+  CancelWindows(
+      state, w, [&](size_t idx) { benchmark::DoNotOptimize(q->CancelTimer(&handlers[idx])); },
+      [&](const std::vector<size_t>& window) {
+        for (size_t idx : window) q->ScheduleTimer(&handlers[idx], nullptr, MsValue(w.ms[idx]), 1);
+      });
 }
 
 template <class Q>
@@ -230,12 +255,14 @@ struct AsioSide {
   /// With `past`, every expiry lies 31 s before now, so all timers are due at once.
   void Fill(const Workload& w, bool past = false) {
     const auto base = std::chrono::steady_clock::now() - (past ? std::chrono::seconds(31) : std::chrono::seconds(0));
-    for (size_t i = 0; i < w.ms.size(); ++i) {
-      timers[i]->expires_at(base + std::chrono::milliseconds(w.ms[i]));
-      timers[i]->async_wait([this](const boost::system::error_code& ec) {
-        if (!ec) ++fired;
-      });
-    }
+    for (size_t i = 0; i < w.ms.size(); ++i) ArmAt(i, base + std::chrono::milliseconds(w.ms[i]));
+  }
+  void Arm(size_t i, long ms) { ArmAt(i, std::chrono::steady_clock::now() + std::chrono::milliseconds(ms)); }
+  void ArmAt(size_t i, std::chrono::steady_clock::time_point at) {
+    timers[i]->expires_at(at);
+    timers[i]->async_wait([this](const boost::system::error_code& ec) {
+      if (!ec) ++fired;
+    });
   }
 };
 
@@ -257,17 +284,15 @@ void BM_Asio_Schedule(benchmark::State& state) {
 void BM_Asio_Cancel(benchmark::State& state) {
   const size_t n = static_cast<size_t>(state.range(0));
   const Workload& w = GetWorkload(n);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unique_ptr<AsioSide> side(new AsioSide(n));
-    side->Fill(w);
-    state.ResumeTiming();
-    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(side->timers[idx]->cancel());
-    state.PauseTiming();
-    side.reset();
-    state.ResumeTiming();
-  }
-  ReportPerOp(state, w.cancelOrder.size());
+  AsioSide side(n);
+  side.Fill(w);
+  CancelWindows(
+      state, w, [&](size_t idx) { benchmark::DoNotOptimize(side.timers[idx]->cancel()); },
+      [&](const std::vector<size_t>& window) {
+        side.io.poll();  // runs the cancelled waits' completions
+        side.io.restart();
+        for (size_t idx : window) side.Arm(idx, w.ms[idx]);
+      });
 }
 
 void BM_Asio_FireDue(benchmark::State& state) {
@@ -317,9 +342,9 @@ struct UvSide {
   }
   static void OnTimer(uv_timer_t* t) { ++static_cast<UvSide*>(t->data)->fired; }
   void Fill(const Workload& w) {
-    for (size_t i = 0; i < w.ms.size(); ++i)
-      uv_timer_start(&timers[i], &UvSide::OnTimer, static_cast<uint64_t>(w.ms[i]), 0);
+    for (size_t i = 0; i < w.ms.size(); ++i) Arm(i, w.ms[i]);
   }
+  void Arm(size_t i, long ms) { uv_timer_start(&timers[i], &UvSide::OnTimer, static_cast<uint64_t>(ms), 0); }
 };
 
 void BM_Uv_Schedule(benchmark::State& state) {
@@ -340,17 +365,13 @@ void BM_Uv_Schedule(benchmark::State& state) {
 void BM_Uv_Cancel(benchmark::State& state) {
   const size_t n = static_cast<size_t>(state.range(0));
   const Workload& w = GetWorkload(n);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unique_ptr<UvSide> side(new UvSide(n));
-    side->Fill(w);
-    state.ResumeTiming();
-    for (size_t idx : w.cancelOrder) benchmark::DoNotOptimize(uv_timer_stop(&side->timers[idx]));
-    state.PauseTiming();
-    side.reset();
-    state.ResumeTiming();
-  }
-  ReportPerOp(state, w.cancelOrder.size());
+  UvSide side(n);
+  side.Fill(w);
+  CancelWindows(
+      state, w, [&](size_t idx) { benchmark::DoNotOptimize(uv_timer_stop(&side.timers[idx])); },
+      [&](const std::vector<size_t>& window) {
+        for (size_t idx : window) side.Arm(idx, w.ms[idx]);
+      });
 }
 
 void BM_Uv_FireDue(benchmark::State& state) {
@@ -396,6 +417,29 @@ void BM_ClockGettimeMonotonic(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_ClockGettimeMonotonic);
+
+// The machine's floor under every queue operation that visits random timers: one
+// dependent load from a random 64-byte line of a working set as large as N wheel nodes
+// (64 bytes each), 1,000 to 1,000,000. A cancel visits at least the handler and its
+// node, so it cannot stay flat once these loads leave the caches.
+void BM_RandomLineLoad(benchmark::State& state) {
+  const size_t lines = static_cast<size_t>(state.range(0));
+  struct alignas(64) Line {
+    size_t next;
+  };
+  std::vector<Line> ring(lines);
+  std::vector<size_t> order(lines);
+  for (size_t i = 0; i < lines; ++i) order[i] = i;
+  std::shuffle(order.begin() + 1, order.end(), std::mt19937_64(7));
+  for (size_t i = 0; i < lines; ++i) ring[order[i]].next = order[(i + 1) % lines];
+  size_t at = 0;
+  for (auto _ : state) {
+    for (int i = 0; i < 1000; ++i) at = ring[at].next;
+    benchmark::DoNotOptimize(at);
+  }
+  ReportPerOp(state, 1000);
+}
+BENCHMARK(BM_RandomLineLoad)->RangeMultiplier(10)->Range(1000, 1000000);
 
 void BM_TickPolicyNow(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(tick_policy::now());
