@@ -95,7 +95,7 @@ unsigned char* KELMemFixSizePoolInternal::Alloc(unsigned int aSize) {
   } else {
     pRet = AllocShared();
   }
-  if (pRet) TraceAlloc(pRet);
+  if (pRet) TraceHandOver("Alloc", pRet);
   return pRet;
 }
 
@@ -173,8 +173,7 @@ CmResult KELMemFixSizePoolInternal::Free(unsigned char* pPointer) {
   } else {
     FreeShared(pPointer);
   }
-  CM_DEBUG_TRACE("KEL_MEM_POOL Free, size_in_pool=" << GetFreeCount() << ",cur_size=" << GetCurBlockSize()
-                                                    << ",pData=" << static_cast<void*>(pPointer));
+  TraceHandOver("Free", pPointer);
   return CM_OK;
 }
 
@@ -193,9 +192,9 @@ void KELMemFixSizePoolInternal::SpillHalf(KELMemPoolShard& aShard) {
   aShard.m_Count.store(KELMemPoolShard::kCapacity - half, std::memory_order_relaxed);
 }
 
-void KELMemFixSizePoolInternal::TraceAlloc(unsigned char* pData) {
-  CM_DEBUG_TRACE("KEL_MEM_POOL Alloc, size_in_pool=" << GetFreeCount() << ",cur_size=" << GetCurBlockSize()
-                                                     << ",pData=" << static_cast<void*>(pData));
+void KELMemFixSizePoolInternal::TraceHandOver(const char* aWhat, unsigned char* pData) {
+  CM_DEBUG_TRACE("KEL_MEM_POOL " << aWhat << ", size_in_pool=" << GetFreeCount() << ",cur_size=" << GetCurBlockSize()
+                                 << ",pData=" << static_cast<void*>(pData));
 }
 
 void KELMemFixSizePoolInternal::DestroyMemPool() {
@@ -224,6 +223,7 @@ unsigned int KELMemFixSizePoolInternal::GetFreeCount() {
   KELMemPoolGuard guard(m_Lock);
   return static_cast<unsigned int>(m_FreeList.size()) + inShards;
 }
+
 KELMemPool::KELMemPool(unsigned int aItemSize, unsigned int aMaxItems)
     : m_dwItemSize(aItemSize), m_dwMaxItems(aMaxItems), m_pPool(nullptr) {}
 

@@ -83,7 +83,8 @@ class CM_EXPORT KELMemFixSizePoolInternal {
   /// Moves the free buffers of every shard it can take into the shared list; whether a
   /// shard holding buffers was taken by someone else.
   bool StealFromShards() CM_REQUIRES(m_Lock);
-  void TraceAlloc(unsigned char* pData);
+  /// The level-4 line of an Alloc or Free (`aWhat`), with the free and created counts.
+  void TraceHandOver(const char* aWhat, unsigned char* pData);
 
   KELMemPoolLock m_Lock;
   std::vector<unsigned char*> m_FreeList CM_GUARDED_BY(m_Lock);

@@ -1,6 +1,7 @@
 #pragma once
 /// A pool of equally sized raw buffers for hot paths (frames and packets of a known
-/// maximum size): steady-state allocation is one pointer pop, without contention between threads.
+/// maximum size): steady-state allocation is one pointer pop, without contention
+/// between threads.
 ///
 /// `CreateKELMemPool(itemSize, maxItems)` returns a reference-counted `IKELMemPool`
 /// holding one reference for the caller, who calls `Init()` before use and `Release()`
@@ -18,8 +19,9 @@
 /// ```
 ///
 /// Threads: `New` and `Free` may be called from any thread. Cost: each thread keeps up
-/// to 64 free buffers of the pool close at hand (past eight threads, they share), taken and given back with one atomic
-/// exchange and a store, so threads sharing a pool do not wait for each other; beyond
+/// to 64 free buffers of the pool close at hand (past eight threads, they share), taken
+/// and given back with one atomic exchange and a store, so threads sharing a pool do not
+/// wait for each other; beyond
 /// that, one short futex lock around the pool's shared list (a batch of 32 moves at a
 /// time). A buffer freed on one thread serves any other: a thread that finds the pool
 /// dry takes the others' kept buffers before the pool grows (10 at a time, up to its
