@@ -18,40 +18,53 @@ namespace {
 
 const unsigned int kWaitMs = 20000;
 
-// An event of N payload words, so that every size class (and the heap beyond the
-// largest one) is used. Checks its payload when fired, to catch a block handed out twice.
+std::atomic<long> g_fired{0};
+std::atomic<long> g_corrupt{0};
+
+// An event of N payload words beyond the base event, so that every size class (and the
+// heap beyond the largest one) is used. Checks its payload when fired, to catch a block
+// handed out twice. The counters are global: the smallest class has no room for fields.
 template <int N>
 class SizedEvent : public ICmEvent {
  public:
-  SizedEvent(std::atomic<long>* fired, std::atomic<long>* corrupt, long seed) : m_fired(fired), m_corrupt(corrupt) {
+  explicit SizedEvent(long seed) {
     for (int i = 0; i < N; ++i) m_words[i] = seed + i;
   }
   CmResult OnEventFire() override {
     for (int i = 1; i < N; ++i) {
-      if (m_words[i] != m_words[0] + i) ++*m_corrupt;
+      if (m_words[i] != m_words[0] + i) ++g_corrupt;
     }
-    ++*m_fired;
+    ++g_fired;
     return CM_OK;
   }
 
  private:
-  std::atomic<long>* m_fired;
-  std::atomic<long>* m_corrupt;
   long m_words[N];
 };
 
-ICmEvent* MakeEvent(int kind, std::atomic<long>* fired, std::atomic<long>* corrupt, long seed) {
+class BareEvent : public ICmEvent {
+ public:
+  CmResult OnEventFire() override {
+    ++g_fired;
+    return CM_OK;
+  }
+};
+
+static_assert(sizeof(BareEvent) == 32 && sizeof(SizedEvent<4>) == 64 && sizeof(SizedEvent<12>) == 128,
+              "one event kind per size class");
+
+ICmEvent* MakeEvent(int kind, long seed) {
   switch (kind % 5) {
     case 0:
-      return new SizedEvent<1>(fired, corrupt, seed);  // 32-byte class
+      return new BareEvent;
     case 1:
-      return new SizedEvent<5>(fired, corrupt, seed);  // 64-byte class
+      return new SizedEvent<4>(seed);
     case 2:
-      return new SizedEvent<9>(fired, corrupt, seed);  // 96-byte class
+      return new SizedEvent<8>(seed);
     case 3:
-      return new SizedEvent<13>(fired, corrupt, seed);  // 128-byte class
+      return new SizedEvent<12>(seed);
     default:
-      return new SizedEvent<40>(fired, corrupt, seed);  // beyond the classes: the heap
+      return new SizedEvent<40>(seed);  // beyond the classes: the heap
   }
 }
 
@@ -59,8 +72,8 @@ TEST(CmEventAllocatorTest, ProducersOfEverySizeClassExitingWithCachedBlocks) {
   const int kRounds = 6;
   const int kProducers = 4;
   const int kEach = 5000;
-  std::atomic<long> fired{0};
-  std::atomic<long> corrupt{0};
+  g_fired = 0;
+  g_corrupt = 0;
   CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
   ASSERT_EQ(CM_OK, task->Create("t-alloc", 1, TF_JOINABLE, false));
   for (int round = 0; round < kRounds; ++round) {
@@ -69,12 +82,12 @@ TEST(CmEventAllocatorTest, ProducersOfEverySizeClassExitingWithCachedBlocks) {
       producers.emplace_back([&, p, round] {
         for (int i = 0; i < kEach; ++i) {
           long seed = (static_cast<long>(round) * kProducers + p) * kEach + i;
-          ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(MakeEvent(i + p, &fired, &corrupt, seed)));
+          ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(MakeEvent(i + p, seed)));
           // Some events are made and destroyed here, so that the producer ends with
           // blocks of its own in its cache.
-          if (i % 7 == 0) MakeEvent(i, &fired, &corrupt, seed)->OnDestorySelf();
+          if (i % 7 == 0) MakeEvent(i, seed)->OnDestorySelf();
         }
-        for (int k = 0; k < 5; ++k) MakeEvent(k, &fired, &corrupt, k)->OnDestorySelf();
+        for (int k = 0; k < 5; ++k) MakeEvent(k, k)->OnDestorySelf();
         if (cm_event_cached_blocks_for_test() >= 0) {
           EXPECT_GT(cm_event_cached_blocks_for_test(), 0);
         }
@@ -88,8 +101,8 @@ TEST(CmEventAllocatorTest, ProducersOfEverySizeClassExitingWithCachedBlocks) {
   task->Stop(nullptr);
   task->Join();
   task->Destory(0);
-  EXPECT_EQ(static_cast<long>(kRounds) * kProducers * kEach, fired.load());
-  EXPECT_EQ(0, corrupt.load());
+  EXPECT_EQ(static_cast<long>(kRounds) * kProducers * kEach, g_fired.load());
+  EXPECT_EQ(0, g_corrupt.load());
 }
 
 // A thread-exit callback that runs after the event memory released the thread's cache
@@ -111,8 +124,7 @@ TEST(CmEventAllocatorTest, EventFreedAfterTheThreadCacheWasReleasedIsNotKept) {
   warmUp->OnDestorySelf();
   ASSERT_EQ(0, pthread_key_create(&g_lateKey, &LateExitCallback));
   std::thread t([] {
-    ICmEvent* first = CmNewInvokeEvent([] {});  // the thread's cache is in use
-    first->OnDestorySelf();
+    for (int kind = 0; kind < 4; ++kind) MakeEvent(kind, kind)->OnDestorySelf();  // a block of every class
     pthread_setspecific(g_lateKey, CmNewInvokeEvent([] {}));
   });
   t.join();
