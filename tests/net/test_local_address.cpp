@@ -3,6 +3,9 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <ctime>
@@ -161,6 +164,25 @@ TEST(LocalAddressPrune, StrcpyForsafe) {
   EXPECT_EQ(-1, strcpy_forsafe(out, "a", 1, 0));
 }
 
+// Adds address/64 to lo as the kernel's router-advertisement code would label it
+// (IFA_PROTO 2); ip(8) of this system cannot set the protocol.
+bool add_ra_labelled_address(const char* text) {
+  Bytes request;
+  request.put<uint8_t>(AF_INET6).put<uint8_t>(64).put<uint16_t>(0).put<uint32_t>(1);  // ifaddrmsg on lo
+  in6_addr address = {};
+  inet_pton(AF_INET6, text, &address);
+  request.attr(2, &address, sizeof address).attr<uint8_t>(11, 2);  // IFA_LOCAL, IFA_PROTO
+  Bytes message = nl_message(20, 1, request);                      // RTM_NEWADDR
+  const uint16_t flags = 0x1 | 0x4 | 0x400;                        // request, acknowledge, create
+  std::memcpy(message.data.data() + 6, &flags, sizeof flags);
+  const int fd = socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);  // unaddressed: to the kernel
+  int32_t reply[64] = {}, error = -1;                          // the acknowledgement's error follows its header
+  if (fd >= 0 && send(fd, message.data.data(), message.data.size(), 0) > 0 && recv(fd, reply, sizeof reply, 0) >= 20)
+    error = reply[4];
+  if (fd >= 0) close(fd);
+  return error == 0;
+}
+
 // The kernel's own flags and lifetimes, read back through get_local_addr.
 TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
   const std::vector<std::string> setup = {"ip link set lo up",
@@ -171,6 +193,7 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
                                           "ip -6 addr add 2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000",
                                           "ip addr add 192.0.0.2/29 dev lo"};
   CmNetnsResult result = cm_run_in_netns(setup, [] {
+    if (!add_ra_labelled_address("2001:470:1::a")) return std::string("RA-labelled address refused\n");
     local_addr_t* list = nullptr;
     std::string out = std::to_string(get_local_addr(&list)) + "\n";
     const uint64_t now = static_cast<uint64_t>(time(nullptr));
@@ -193,16 +216,18 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
   const std::string& out = result.output;
   EXPECT_EQ(0u, out.find("0\n")) << out;
   // Loopback and permanent addresses were configured by hand; the /128 with a finite
-  // lifetime came from DHCPv6; mngtmpaddr and a finite /64 from autoconfiguration.
-  for (const char* line :
-       {"127.0.0.1 lo 0 never\n", "192.0.0.2 lo 0 never\n", "::1 lo 16 never\n", "fd00::1 lo 16 never\n",
-        "2001:470::7 lo 1 never\n", "2001:470::8 lo 16 never\n", "2001:470::9 lo 4 1000\n", "2001:db8::5 lo 1 1800\n"})
+  // lifetime came from DHCPv6; mngtmpaddr, the router-advertised and a finite /64 from
+  // autoconfiguration. Of two never-expiring autoconfigured ones, the newest (listed
+  // first) stays.
+  for (const char* line : {"127.0.0.1 lo 0 never\n", "192.0.0.2 lo 0 never\n", "::1 lo 16 never\n",
+                           "fd00::1 lo 16 never\n", "2001:470::7 lo 1 never\n", "2001:470:1::a lo 1 never\n",
+                           "2001:470::8 lo 16 never\n", "2001:470::9 lo 4 1000\n", "2001:db8::5 lo 1 1800\n"})
     EXPECT_NE(std::string::npos, out.find(line)) << line << " in\n" << out;
   EXPECT_NE(std::string::npos, out.find("pruned: ")) << out;
   const std::string pruned = out.substr(out.find("pruned: "));
-  for (const char* kept : {"2001:470::7", "2001:470::8", "2001:470::9", "(xlat removed)"})
+  for (const char* kept : {"2001:470:1::a", "2001:470::8", "2001:470::9", "(xlat removed)"})
     EXPECT_NE(std::string::npos, pruned.find(kept)) << kept << " in " << pruned;
-  for (const char* gone : {"127.0.0.1", "192.0.0.2", "::1 ", "fd00::1", "2001:db8::5"})
+  for (const char* gone : {"127.0.0.1", "192.0.0.2", "::1 ", "fd00::1", "2001:db8::5", "2001:470::7"})
     EXPECT_EQ(std::string::npos, pruned.find(gone)) << gone << " in " << pruned;
 }
 
