@@ -15,7 +15,23 @@ class PipelineThreadsTest : public ::testing::Test {
  protected:
   void SetUp() override { m_liveBefore = LiveData().load(); }
   void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
+  static void StartOn(ProcessModule* m, IProcessUnit* unit, TaskThread& worker) {
+    m->SetProcessUnit(unit);
+    m->SetProcessModuleThread(worker.get());
+    m->InitModule();
+    m->Start();
+  }
+  // Holds the worker until m_release counts down, so that the queue and the posted
+  // events pile up.
+  void Hold(TaskThread& worker) {
+    worker.Post([this] {
+      m_blocked.CountDown();
+      m_release.Wait();
+    });
+    ASSERT_TRUE(m_blocked.Wait());
+  }
   int m_liveBefore = 0;
+  Latch m_blocked, m_release;
 };
 
 // source thread -> middle module (thread T1, forwarding unit) -> sink module (thread T2)
@@ -85,10 +101,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   Latch done;
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
-  m->SetProcessUnit(unit.get());
-  m->SetProcessModuleThread(worker.get());
-  m->InitModule();
-  m->Start();
+  StartOn(m.get(), unit.get(), worker);
   Latch go(1);
   auto produce = [&](unsigned short ch) {
     go.Wait();
@@ -119,18 +132,9 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   ASSERT_TRUE(worker.ok());
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit);
-  m->SetProcessUnit(unit.get());
-  m->SetProcessModuleThread(worker.get());
-  m->InitModule();
-  m->Start();
+  StartOn(m.get(), unit.get(), worker);
 
-  // Hold the worker so that the queue and the posted events pile up.
-  Latch blocked, release;
-  worker.Post([&] {
-    blocked.CountDown();
-    release.Wait();
-  });
-  ASSERT_TRUE(blocked.Wait());
+  Hold(worker);
   for (uint32_t i = 0; i < 20; ++i) {
     TestData* d = new TestData(i);
     ASSERT_EQ(CM_OK, m->DeliverData(d, 2));
@@ -139,7 +143,7 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   EXPECT_EQ(20u, m->GetProcessModuleQueueSize(2));
   EXPECT_EQ(20u, worker.get()->GetEventQueue()->GetPendingEventsCount());
   EXPECT_EQ(0u, unit->Count());
-  release.CountDown();
+  m_release.CountDown();
   ASSERT_TRUE(worker.Flush());
   ASSERT_EQ(20u, unit->Count());
   // The first drain event took 8 items (queue 19 .. 12 after each pop), the second the
@@ -158,10 +162,7 @@ TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
   Ref<TestModule> src(new TestModule);
   Ref<TestModule> sink(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit);
-  sink->SetProcessUnit(unit.get());
-  sink->SetProcessModuleThread(worker.get());
-  sink->InitModule();
-  sink->Start();
+  StartOn(sink.get(), unit.get(), worker);
   ASSERT_EQ(CM_OK, src->AddDeliver(sink.get(), 0, 0));
   for (uint32_t i = 0; i < 10; ++i) {
     TestData* d = new TestData(i);
@@ -185,16 +186,8 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   Ref<RecordingUnit> unit(new RecordingUnit);
   ProcessModule* m = new ProcessModule;
   m->AddRef();
-  m->SetProcessUnit(unit.get());
-  m->SetProcessModuleThread(worker.get());
-  m->InitModule();
-  m->Start();
-  Latch blocked, release;
-  worker.Post([&] {
-    blocked.CountDown();
-    release.Wait();
-  });
-  ASSERT_TRUE(blocked.Wait());
+  StartOn(m, unit.get(), worker);
+  Hold(worker);
   for (uint32_t i = 0; i < 10; ++i) {
     TestData* d = new TestData(i);
     m->DeliverData(d, 0);
@@ -202,7 +195,7 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   }
   EXPECT_EQ(11u, m->GetReference());  // ours and one per pending drain event
   EXPECT_EQ(10u, m->Release());
-  release.CountDown();
+  m_release.CountDown();
   ASSERT_TRUE(worker.Flush());
   // Every item was processed on the worker, then the last event took the module away.
   ASSERT_EQ(10u, unit->Count());
