@@ -29,6 +29,7 @@ TEST(JsonRead, NumbersAreClassifiedByRange) {
   EXPECT_DOUBLE_EQ(1e20, v[5ul].ToDouble());
   EXPECT_EQ(json::kDouble, v[6ul].GetType());
   EXPECT_EQ(2, v[6ul].ToInt());  // every numeric view is filled
+  EXPECT_EQ(2, v[6ul].ToInt64());
   EXPECT_FLOAT_EQ(2.5f, v[6ul].ToFloat());
   EXPECT_EQ(json::kDouble, v[7ul].GetType());
   EXPECT_DOUBLE_EQ(100000.0, v[7ul].ToDouble());

@@ -114,10 +114,26 @@ TEST(NetworkType, WifiStatsFromTheWirelessTable) {
   }
   setNetworkStatus({kel::NetworkNotDetected, false, false});
   int rssi = 0, noise = 0;
-  EXPECT_TRUE(cm_parse_proc_wireless(" wlan0: 0000 54. 200. -256.\n", "wlan0", rssi, noise));  // old byte encoding
+  EXPECT_TRUE(
+      cm_parse_proc_wireless(" wlan0: 0000 54. 200  -256.\n", "wlan0", rssi, noise));  // old byte encoding, not updated
   EXPECT_EQ(-56, rssi);
   EXPECT_EQ(0, noise);
   EXPECT_FALSE(cm_parse_proc_wireless("wlan0: 1 2\n", "wlan0", rssi, noise));
+}
+
+// Each conversion on both sides of its edges (2484 MHz reads as channel 15 by design).
+TEST(NetworkType, WifiConversionsAtTheirEdges) {
+  const int channels[][2] = {{2411, 0}, {2412, 1},  {2472, 13}, {2484, 15},  {2485, 0},
+                             {5169, 0}, {5170, 34}, {5180, 36}, {5825, 165}, {5826, 0}};
+  for (const auto& c : channels) EXPECT_EQ(c[1], ConvertFrequencyToChannel(c[0])) << c[0];
+  const int strengths[][2] = {{-100, 0}, {-99, 2}, {-75, 50}, {-51, 98}, {-50, 100}, {-1, 100}, {0, 0}};
+  for (const auto& s : strengths) EXPECT_EQ(s[1], ConvertRssiToStrength(s[0])) << s[0];
+  EXPECT_EQ(0, CalculateSnr(-40, 0));
+  EXPECT_EQ(0, CalculateSnr(0, -90));
+  const eWifiChFrequency none = WifiChFrequencyUnknown, low = WifiChFrequency2_4GHz, high = WifiChFrequency5GHz;
+  const std::pair<int, eWifiChFrequency> bands[] = {{2411, none}, {2412, low},  {2484, low},  {2485, none},
+                                                    {4914, none}, {4915, high}, {5825, high}, {5826, none}};
+  for (const auto& b : bands) EXPECT_EQ(b.second, CheckWifiChannelBand(b.first)) << b.first;
 }
 
 }  // namespace

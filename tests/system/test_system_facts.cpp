@@ -24,13 +24,14 @@ struct Facts {
 Facts read_facts() {
   Facts f;
   char text[256] = {};
-  EXPECT_EQ(0, get_cpu_core(f.physical, f.threads));
+  CmSystemInformation info;  // the interface object over the readers
+  EXPECT_EQ(CM_OK, info.GetCPUCore(f.physical, f.threads));
   get_cpu_core_levels(f.performance, f.efficiency);
-  EXPECT_EQ(0, get_cpu_brand(text, sizeof text));
+  EXPECT_EQ(CM_OK, info.GetCPUBrand(text, sizeof text));
   f.brand = text;
-  EXPECT_EQ(0, get_cpu_frequency(f.mhz));
-  if (get_cpu_arch(text, sizeof text) == 0) f.arch = text;
-  get_memory_size(f.memoryMb);
+  EXPECT_EQ(CM_OK, info.GetCPUFrequency(f.mhz));
+  if (info.GetCPUArch(text, sizeof text) == CM_OK) f.arch = text;
+  info.GetMemorySize(f.memoryMb);
   get_memory_usage(f.percent, f.usedKib, f.totalKib);
   get_process_memory(f.rssKib);
   f.osver = kel_get_osver();

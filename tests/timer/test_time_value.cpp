@@ -5,6 +5,7 @@
 #include <sys/time.h>
 
 #include <climits>
+#include <ctime>
 
 #include "cmutil/base/CmTimeValue.h"
 
@@ -79,6 +80,9 @@ TEST(CCmTimeValueTest, CalendarFieldsOfTheSeconds) {
   tm local = {};
   CCmTimeValue(0L).GetLocalTime(&local);
   EXPECT_GE(local.tm_year, 69);
+  const time_t before = time(nullptr);
+  const long now = CCmTimeValue::GetTimeOfDay().GetSec();  // the wall clock
+  EXPECT_TRUE(now >= before && now <= time(nullptr)) << now;
 }
 
 }  // namespace
