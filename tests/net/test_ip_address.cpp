@@ -2,6 +2,7 @@
 // network namespaces.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/socket.h>
 
 #include <string>
@@ -45,6 +46,9 @@ TEST(IpAddress, IdentifiersAndResolution) {
   EXPECT_STREQ("kept", out);
   EXPECT_TRUE(capture.contains(0, "resolve_2_ip: No host_name: "));
   EXPECT_TRUE(capture.contains(0, "resolve_2_ip: can't resolve host_name: no-such-host.invalid"));
+  const size_t heapBefore = mallinfo2().uordblks;  // every answer of the resolver is given back
+  for (int i = 0; i < 200; ++i) ASSERT_EQ(0, resolve_2_ip("localhost", out));
+  EXPECT_LT(mallinfo2().uordblks, heapBefore + 4096);
   EXPECT_EQ(0u, ip_2_id("no-such-host.invalid"));
   EXPECT_STRNE("", get_local_ip());
   EXPECT_EQ(get_local_ip(), get_local_ip());  // remembered

@@ -213,6 +213,7 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     EXPECT_FLOAT_EQ(190, cpu.rawSum);
     EXPECT_FLOAT_EQ(95, cpu.average);
     EXPECT_EQ(0, cpu.threadCount);  // nothing to compare with yet
+    EXPECT_EQ(0u, cpu.wakeups);
     EXPECT_FALSE(stats.WaitUntilReady(0));
 
     clock.AdvanceMs(1000);

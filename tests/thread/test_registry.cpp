@@ -109,6 +109,9 @@ TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {
   EXPECT_FALSE(waiter.IsFinished());
   waiter.Finished();
   EXPECT_TRUE(waiter.IsFinished());
+  ThreadWaiter anyOne(0);  // 0: the first report finishes
+  anyOne.Finished();
+  EXPECT_TRUE(anyOne.IsFinished());
 }
 
 TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelease) {
