@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "PipelineTestHelpers.h"
-#include "common/CmTraceCapture.h"
 
 using namespace pipetest;
 
@@ -178,27 +177,6 @@ TEST_F(PipelineLinksTest, UnitReplacedFromInsideItsOwnCallLivesUntilTheCallRetur
   d->Release();
   EXPECT_EQ(1, ProcessedByAnyUnit().load());  // the new unit took the next item
   m->SetProcessUnit(nullptr);
-}
-
-TEST_F(PipelineLinksTest, RefusedDrainEventIsTracedAndTheItemStaysQueued) {
-  TaskThread t("pl-refuse");
-  ASSERT_TRUE(t.ok());
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit);
-  m->SetProcessUnit(unit.get());
-  m->InitModule();
-  m->Start();
-  m->SetProcessModuleThread(t.get());
-  t.get()->Stop();  // its queue now refuses every post
-  CmTraceCapture cap;
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_OK, m->DeliverData(d, 3));
-  d->Release();
-  EXPECT_TRUE(cap.contains(1, "ProcessModule::DeliverData, PostEvent failed, rv="));
-  EXPECT_TRUE(cap.contains(1, " channel_id=3 queue_size=1 [this="));
-  EXPECT_EQ(1u, m->GetProcessModuleQueueSize(3));
-  EXPECT_EQ(0u, unit->Count());
-  m.reset();  // releases the queued item
 }
 
 }  // namespace

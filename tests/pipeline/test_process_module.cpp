@@ -284,7 +284,7 @@ TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
   EXPECT_EQ(1u, c.unit->Count());
 }
 
-TEST_F(ProcessModuleTest, DestructionReleasesEveryQueuedItem) {
+TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQueuedItems) {
   // A module whose thread's queue refuses posts keeps every item queued; destroying the
   // module must release each of them exactly once.
   TaskThread live("pm-live");
@@ -296,12 +296,15 @@ TEST_F(ProcessModuleTest, DestructionReleasesEveryQueuedItem) {
   m->Start();
   m->SetProcessModuleThread(live.get());
   live.get()->Stop();  // the queue is stopped: drain events are destroyed unfired
+  CmTraceCapture cap;
   for (uint32_t i = 0; i < 50; ++i) {
     TestData* d = new TestData(i);
     EXPECT_EQ(CM_OK, m->DeliverData(d, static_cast<unsigned short>(i % 16)));
     EXPECT_EQ(2u, d->GetReference());
     d->Release();
   }
+  EXPECT_TRUE(cap.contains(1, "ProcessModule::DeliverData, PostEvent failed, rv="));
+  EXPECT_TRUE(cap.contains(1, " channel_id=3 queue_size=1 [this="));
   EXPECT_EQ(50u, m->_GetProcessDataToQueueSize());
   EXPECT_EQ(4u, m->GetProcessModuleQueueSize(0));
   EXPECT_EQ(m_liveBefore + 50, LiveData().load());

@@ -68,43 +68,28 @@ TEST(CmUriParse, Failures) {
   EXPECT_EQ(3478, uri.GetPort());
 }
 
-TEST(CmUriHostPort, BracketedBareAndPlain) {
-  CCmString host = "untouched";
-  unsigned short port = 99;
-  ASSERT_TRUE(CCmUri::ParseHostnamePort("[::1]:5060", host, port));
-  EXPECT_EQ("::1", host);
-  EXPECT_EQ(5060, port);
-
-  ASSERT_TRUE(CCmUri::ParseHostnamePort("::1", host, port));
-  EXPECT_EQ("::1", host);
-  EXPECT_EQ(0, port);
-
-  ASSERT_TRUE(CCmUri::ParseHostnamePort("fe80::1:2:3", host, port));
-  EXPECT_EQ("fe80::1:2:3", host);
-  EXPECT_EQ(0, port);
-
-  ASSERT_TRUE(CCmUri::ParseHostnamePort(" host.example : 42 ", host, port));
-  EXPECT_EQ("host.example", host);
-  EXPECT_EQ(42, port);
-
-  ASSERT_TRUE(CCmUri::ParseHostnamePort("plain", host, port));
-  EXPECT_EQ("plain", host);
-  EXPECT_EQ(0, port);
-
-  // Without a port the last ":" is inside the address, so the brackets stay.
-  ASSERT_TRUE(CCmUri::ParseHostnamePort("[::1]", host, port));
-  EXPECT_EQ("[::1]", host);
-  EXPECT_EQ(0, port);
-}
-
-TEST(CmUriHostPort, NonNumericPortFailsAndWritesNothing) {
-  CCmString host = "untouched";
-  unsigned short port = 99;
-  EXPECT_FALSE(CCmUri::ParseHostnamePort("host:abc", host, port));
-  EXPECT_FALSE(CCmUri::ParseHostnamePort("host:-1", host, port));
-  EXPECT_FALSE(CCmUri::ParseHostnamePort("[::1]:x1", host, port));
-  EXPECT_EQ("untouched", host);
-  EXPECT_EQ(99, port);
+// Without a port the last ":" is inside the address, so the brackets stay. A port that
+// is not a number fails and writes nothing.
+TEST(CmUriHostPort, BracketedBarePlainAndBadPorts) {
+  const struct {
+    const char *text, *host;
+    unsigned short port;
+  } cases[] = {{"[::1]:5060", "::1", 5060},
+               {"::1", "::1", 0},
+               {"fe80::1:2:3", "fe80::1:2:3", 0},
+               {" host.example : 42 ", "host.example", 42},
+               {"plain", "plain", 0},
+               {"[::1]", "[::1]", 0},
+               {"host:abc", nullptr, 99},
+               {"host:-1", nullptr, 99},
+               {"[::1]:x1", nullptr, 99}};
+  for (const auto& c : cases) {
+    CCmString host = "untouched";
+    unsigned short port = 99;
+    EXPECT_EQ(c.host != nullptr, CCmUri::ParseHostnamePort(c.text, host, port)) << c.text;
+    EXPECT_EQ(c.host ? c.host : "untouched", host) << c.text;
+    EXPECT_EQ(c.port, port) << c.text;
+  }
 }
 
 TEST(CmUriIsNumber, Rules) {
