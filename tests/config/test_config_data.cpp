@@ -55,3 +55,27 @@ TEST(ConfigData, OnlyTheUnsigned64ConversionThrows) {
   EXPECT_THROW(ConfigData("99999999999999999999999").ToUint64(), std::out_of_range);
 }
 
+// An int struct of 1, 2, 4 or 8 bytes reads as that unsigned integer; other sizes are
+// kept but read as 0. Copies and assignments carry the bytes; text replaces them.
+TEST(ConfigData, IntStructBytesSurviveCopyAndAssignment) {
+  const uint64_t raw = 0x0807060504030201ull;  // little-endian bytes 01 02 .. 08
+  const std::pair<uint32_t, uint64_t> sizes[] = {{1, 0x01}, {2, 0x0201}, {3, 0}, {4, 0x04030201}, {8, raw}};
+  for (const auto& s : sizes) {
+    ConfigData value, assigned("text");
+    value.SetStructValue(&raw, s.first);
+    ConfigData copy(value);
+    assigned = value;
+    for (const ConfigData* d : {&value, &copy, &assigned}) {
+      EXPECT_EQ(s.second != 0, d->IsIntStruct()) << s.first;
+      EXPECT_EQ(s.second, d->structToUint64()) << s.first;
+      EXPECT_TRUE(d->IsValid() && *d == value) << s.first;
+    }
+  }
+  ConfigData value;
+  value.SetStructValue(&raw, 4);
+  EXPECT_EQ("67305985", value.ToString());
+  EXPECT_FALSE(value == ConfigData("67305985"));  // bytes never equal text
+  value.setStrValue("9");
+  EXPECT_FALSE(value.IsIntStruct());
+  EXPECT_EQ(9, value.ToInt());
+}

@@ -32,6 +32,13 @@ const char* const kPathFailed =
 
 }  // namespace
 
+TEST(KelDebugFileConfig, DefaultBasePathIsInTheUserConfigurationFolder) {
+  CmScopedEnv home("XDG_CONFIG_HOME", "/tmp/cfg-home");
+  std::string path;
+  EXPECT_EQ(CM_OK, DefaultConfigPathProvider().GetConfigBasePath(path));
+  EXPECT_EQ("/tmp/cfg-home/Kalda Brenn", path);
+}
+
 TEST(KelDebugFileConfig, ReadingNeedsPermission) {
   CmTempDir dir;
   dir.write("config.json", "{\"level\": 3}");
