@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <list>
 #include <string>
-#include <thread>
 
 #include "ThreadTestSupport.h"
 #include "base/CmClock.h"

@@ -174,23 +174,21 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   ASSERT_NE(nullptr, dev);
   const int kLines = 100000;
   const std::string pad(40, '.');
-  pid_t child = fork();
-  ASSERT_NE(-1, child);
-  if (child == 0) {
+  auto writeLines = [&](const char* who) {
     char text[128];
     for (int i = 0; i < kLines; ++i) {
-      snprintf(text, sizeof text, "child %d %s", i, pad.c_str());
+      snprintf(text, sizeof text, "%s %d %s", who, i, pad.c_str());
       T120_Write_Trace_Dev(dev, "UTIL", "", text);
     }
     T120_Close_Trace_Dev(dev);
+  };
+  pid_t child = fork();
+  ASSERT_NE(-1, child);
+  if (child == 0) {
+    writeLines("child");
     _exit(0);
   }
-  char text[128];
-  for (int i = 0; i < kLines; ++i) {
-    snprintf(text, sizeof text, "parent %d %s", i, pad.c_str());
-    T120_Write_Trace_Dev(dev, "UTIL", "", text);
-  }
-  T120_Close_Trace_Dev(dev);
+  writeLines("parent");
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
   ASSERT_TRUE(WIFEXITED(status));
@@ -390,4 +388,3 @@ TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
   for (int t = 0; t < kThreads; ++t)
     for (int i = 0; i < kLines; ++i) EXPECT_EQ(1, seen[static_cast<size_t>(t)][static_cast<size_t>(i)]);
 }
-
