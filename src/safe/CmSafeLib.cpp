@@ -56,6 +56,28 @@ inline void copy_short(void* dest, const void* src, size_t n) {
     for (size_t i = 0; i < n; ++i) d[i] = s[i];
 }
 
+/// Copies n bytes. The C library copies large blocks with the string-move instruction,
+/// which some processors run 10-25 times slower when the destination lies 1 to 63
+/// bytes past a multiple of 4 KiB from the source (as with two page-sized buffers
+/// allocated one after the other). Such copies run backward in 64-byte blocks instead,
+/// so that no load waits on a store of the same page offset.
+inline void copy_long(void* dest, const void* src, size_t n) {
+  auto* d = static_cast<unsigned char*>(dest);
+  const auto* s = static_cast<const unsigned char*>(src);
+  const uintptr_t offset = (addr(d) - addr(s)) % 4096;
+  if (n < 2048 || d < s || offset == 0 || offset >= 64) {
+    std::memcpy(d, s, n);
+    return;
+  }
+  while (n >= 64) {
+    n -= 64;
+    unsigned char block[64];
+    std::memcpy(block, s + n, 64);
+    std::memcpy(d + n, block, 64);
+  }
+  std::memcpy(d, s, n);
+}
+
 }  // namespace
 
 extern "C" {
@@ -72,7 +94,7 @@ int memcpy_s(void* dest, size_t dmax, const void* src, size_t n) {
   if (n <= 32)
     copy_short(dest, src, n);
   else
-    std::memcpy(dest, src, n);
+    copy_long(dest, src, n);
   return 0;
 }
 
@@ -137,7 +159,7 @@ int strcpy_s(char* dest, size_t dmax, const char* src) {
   if ((d > s && d <= s + slen) || d == s || (s > d && d + slen >= s)) {
     return str_violation("strcpy_s: overlap undefined", nullptr);
   }
-  std::memcpy(dest, src, slen + 1);
+  copy_long(dest, src, slen + 1);
   return 0;
 }
 

@@ -72,6 +72,25 @@ TEST_F(SafeLib, MemcpyChecksInOrder) {
   EXPECT_TRUE(g_violations.empty());
 }
 
+// Copies on both sides of the short-copy size and of 2 KiB, with the destination 16
+// bytes (copied backward from 2 KiB on) and 1 KiB past a page multiple from the source.
+TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
+  std::vector<char> area(4 * 8192);
+  for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999}) {
+    for (size_t gap : {16, 1024}) {
+      char* src = area.data();
+      char* dst = src + (n + 4095) / 4096 * 4096 + gap;
+      for (size_t i = 0; i < n; ++i) src[i] = static_cast<char>('a' + i % 23);
+      std::memset(dst, '#', n + 1);
+      ASSERT_EQ(0, memcpy_s(dst, n, src, n));
+      EXPECT_TRUE(std::memcmp(dst, src, n) == 0 && dst[n] == '#') << n << " " << gap;
+      src[n - 1] = '\0';
+      ASSERT_EQ(0, strcpy_s(dst, n, src));
+      EXPECT_STREQ(src, dst) << n << " " << gap;
+    }
+  }
+}
+
 TEST_F(SafeLib, MemcpyOverlapGuardsTheWholeCapacityBelowSource) {
   char buf[32] = {};
   // dest after src and src + n beyond dest
