@@ -67,7 +67,7 @@ bool DropNiceCapabilityOfThisThread() {
 
 // Under a real-time policy the raw priority is the scheduler's own: set, then read back.
 TEST(CmThreadPriorityTest, RawPriorityUnderARealTimePolicyReadsBack) {
-  int err = 0, read = -1;
+  int err = 0, read = -1, max = -1;
   CmResult set = CM_ERROR_FAILURE;
   std::thread t([&] {
     sched_param param{};
@@ -76,11 +76,13 @@ TEST(CmThreadPriorityTest, RawPriorityUnderARealTimePolicyReadsBack) {
     if (err != 0) return;
     set = SetCurrentThreadPriorityRaw(7);
     GetCurrentThreadPriorityRaw(read);
+    max = GetThreadPriorityMax();  // the range of the thread's own policy
   });
   t.join();
   if (err != 0) GTEST_SKIP() << "real-time scheduling is not permitted here, error " << err;
   EXPECT_EQ(CM_OK, set);
   EXPECT_EQ(7, read);
+  EXPECT_EQ(sched_get_priority_max(SCHED_FIFO), max);
 }
 
 // Raising the priority without the right to do so fails, after the nice fallback tried.

@@ -165,6 +165,10 @@ TEST(TraceFile, SizeLimitCutsAtTheOffset) {
   EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(header_offset(content))));
   EXPECT_EQ(2u, lines_of(records(path)).size());  // nothing is lost: the records are written
   T120_Close_Trace_Dev(dev);
+  CM_TRACE_DEV full = T120_Open_Trace_Dev("/dev/full", 0, 1, 0);  // every write fails: no space left
+  ASSERT_NE(nullptr, full);
+  T120_Write_Trace_Dev(full, nullptr, nullptr, "dropped, not retried for ever");
+  T120_Close_Trace_Dev(full);
 }
 
 TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
