@@ -63,14 +63,23 @@ TEST(MessageBlock, SetDataOnCallerMemoryAndOnANewDataBlock) {
   EXPECT_EQ(nullptr, none.GetTopLevelBeginPtr());
 }
 
-TEST(MessageBlock, ChainedReadAcrossBlocks) {
+// Peek and Update address the readable bytes across blocks without moving a pointer;
+// Read then moves them.
+TEST(MessageBlock, ChainedPeekUpdateAndReadAcrossBlocks) {
   TwoBlocks t;
   EXPECT_EQ(15u, t.first.GetChainedLength());
+  unsigned char peeked[8] = {};
+  EXPECT_EQ(CM_OK, t.first.Peek(peeked, 6, 7));
+  EXPECT_EQ(0, memcmp(peeked, "789abc", 6));
+  EXPECT_EQ(CM_OK, t.first.Update(reinterpret_cast<const unsigned char*>("XYZ"), 3, 9));
+  CmTraceCapture capture;
+  EXPECT_EQ(CM_ERROR_FAILURE, t.first.Peek(peeked, 2, 14));  // one byte beyond the chain
+  EXPECT_EQ(CM_ERROR_FAILURE, t.first.Update(nullptr, 1, 0));
   char out[32] = {};
   unsigned int n = 0;
   EXPECT_EQ(CM_OK, t.first.Read(out, 12, &n));
   EXPECT_EQ(12u, n);
-  EXPECT_EQ(0, memcmp(out, "0123456789ab", 12));
+  EXPECT_EQ(0, memcmp(out, "012345678XYZ", 12));
   EXPECT_EQ(0u, t.first.GetTopLevelLength());
   EXPECT_EQ(3u, t.second.GetTopLevelLength());
   EXPECT_EQ(CM_ERROR_PARTIAL_DATA, t.first.Read(out, 20, &n));

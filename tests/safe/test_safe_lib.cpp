@@ -76,7 +76,7 @@ TEST_F(SafeLib, MemcpyChecksInOrder) {
 // bytes (copied backward from 2 KiB on) and 1 KiB past a page multiple from the source.
 TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
   std::vector<char> area(4 * 8192);
-  for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999}) {
+  for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999})
     for (size_t gap : {16, 1024}) {
       char* src = area.data();
       char* dst = src + (n + 4095) / 4096 * 4096 + gap;
@@ -88,7 +88,6 @@ TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
       ASSERT_EQ(0, strcpy_s(dst, n, src));
       EXPECT_STREQ(src, dst) << n << " " << gap;
     }
-  }
 }
 
 TEST_F(SafeLib, MemcpyOverlapGuardsTheWholeCapacityBelowSource) {
