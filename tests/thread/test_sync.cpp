@@ -168,6 +168,8 @@ TEST(CmEventThreadTest, AutoResetSignalToWaiterLeavesSignalledClear) {
   EXPECT_EQ(CM_OK, got.load());
   CCmTimeValue zero;
   EXPECT_EQ(CM_ERROR_TIMEOUT, ev.Wait(&zero));
+  EXPECT_EQ(CM_OK, ev.Signal());  // no waiter now: kept for the next wait
+  EXPECT_EQ(CM_OK, ev.Wait(&zero));
 }
 
 TEST(CmThreadMiscTest, OwnerRecordAndIds) {

@@ -63,10 +63,6 @@ TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder) {
   EXPECT_EQ(expected, order);
 }
 
-}  // namespace
-
-namespace {
-
 TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheFront) {
   OpenList list;
   RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
