@@ -28,4 +28,3 @@ TEST(XmlLookup, StringLookup) {
   // No nesting awareness: the first opening and the first closing after it.
   EXPECT_STREQ("<b>1", get_string_from_XML("<b><b>1</b><b>2</b></b>", "b", 63, out, def));
 }
-

@@ -87,4 +87,3 @@ class CountingObserver : public ICmObserver {
   }
   std::vector<std::string> topics;
 };
-
