@@ -128,8 +128,10 @@ TEST(NetworkType, WifiConversionsAtTheirEdges) {
   for (const auto& c : channels) EXPECT_EQ(c[1], ConvertFrequencyToChannel(c[0])) << c[0];
   const int strengths[][2] = {{-100, 0}, {-99, 2}, {-75, 50}, {-51, 98}, {-50, 100}, {-1, 100}, {0, 0}};
   for (const auto& s : strengths) EXPECT_EQ(s[1], ConvertRssiToStrength(s[0])) << s[0];
-  EXPECT_EQ(0, CalculateSnr(-40, 0));
-  EXPECT_EQ(0, CalculateSnr(0, -90));
+  EXPECT_TRUE(CalculateSnr(-40, 0) == 0 && CalculateSnr(0, -90) == 0);
+  const std::pair<CWPHYMode, eWifiPhyMode> modes[] = {
+      {0, WifiPhyModeUnknown}, {1, WifiPhyMode11a}, {5, WifiPhyMode11ac}, {6, WifiPhyModeUnknown}};
+  for (const auto& m : modes) EXPECT_EQ(m.second, ConvertCWPHYModeToWifiPHYMode(m.first)) << m.first;
   const eWifiChFrequency none = WifiChFrequencyUnknown, low = WifiChFrequency2_4GHz, high = WifiChFrequency5GHz;
   const std::pair<int, eWifiChFrequency> bands[] = {{2411, none}, {2412, low},  {2484, low},  {2485, none},
                                                     {4914, none}, {4915, high}, {5825, high}, {5826, none}};
