@@ -72,12 +72,13 @@ TEST_F(SafeLib, MemcpyChecksInOrder) {
   EXPECT_TRUE(g_violations.empty());
 }
 
-// Copies on both sides of the short-copy size and of 2 KiB, with the destination 16
-// bytes (copied backward from 2 KiB on) and 1 KiB past a page multiple from the source.
+// Copies on both sides of the short-copy size, of 2 KiB and of 64 KiB (vector loop
+// between), with the destination 16 bytes (copied backward past 64 KiB), 1 KiB and an odd
+// count of bytes past a page multiple from the source.
 TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
-  std::vector<char> area(4 * 8192);
-  for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999})
-    for (size_t gap : {16, 1024}) {
+  std::vector<char> area(160 * 1024);
+  for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999, 65536, 70001})
+    for (size_t gap : {16, 1024, 1047}) {
       char* src = area.data();
       char* dst = src + (n + 4095) / 4096 * 4096 + gap;
       for (size_t i = 0; i < n; ++i) src[i] = static_cast<char>('a' + i % 23);
