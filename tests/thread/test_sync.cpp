@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
@@ -22,6 +23,7 @@
 #include "cmutil/base/CmThreadMisc.h"
 #include "cmutil/thread/CmConditionVariable.h"
 #include "cmutil/thread/CmSemaphore.h"
+#include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
@@ -88,14 +90,35 @@ TEST(CmSemaphoreTest, PostNCountsAndIgnoresNonPositive) {
   EXPECT_TRUE(passed.load());
 }
 
-// A thread per call makes and drops these by the thousand. The heap's own count shows a
-// leak in a plain build; the sanitizer builds keep a heap of their own and check leaks there.
-TEST(CmSemaphoreTest, SemaphoresAndStopFlagsGiveTheirMemoryBack) {
+CmResult CreateTaskThreadWithTrace(CmTraceCapture& cap) {
+  cap.clear();
+  ACmThread* thread = nullptr;
+  return CreateUserTaskThread("t-nostack", thread, TF_JOINABLE, true);
+}
+
+// A thread per call makes and drops these by the thousand, and a task thread that cannot
+// start (here: no room for its stack) is refused with its code and trace, its half-made
+// object freed. The heap's own count shows a leak in a plain build; the sanitizer builds
+// keep a heap of their own and check leaks there.
+TEST(CmSemaphoreTest, ShortLivedObjectsAndUnstartableThreadsGiveTheirMemoryBack) {
+  pthread_attr_t saved, huge;
+  ASSERT_EQ(0, pthread_getattr_default_np(&saved));
+  pthread_attr_init(&huge);
+  pthread_attr_setstacksize(&huge, size_t{1} << 48);  // more than the address space
+  ASSERT_EQ(0, pthread_setattr_default_np(&huge));
+  CmTraceCapture cap;
+  EXPECT_EQ(CM_ERROR_THREAD_CREATE, CreateTaskThreadWithTrace(cap));  // also the first-use allocations
+  EXPECT_TRUE(cap.contains(0, "ACmThread::Create, pthread_create() failed! err=11"));
   const size_t before = mallinfo2().uordblks;
   for (int i = 0; i < 1000; ++i) {
     CCmSemaphore sem(1, "s", 1);
     CCmStopFlag flag;
+    if (i % 50 == 0) CreateTaskThreadWithTrace(cap);
   }
+  cap.clear();
+  pthread_setattr_default_np(&saved);
+  pthread_attr_destroy(&huge);
+  pthread_attr_destroy(&saved);
   EXPECT_LT(mallinfo2().uordblks, before + 4096);  // one lost chunk per round would be 32,000 bytes
 }
 

@@ -51,71 +51,43 @@ class ActionHandler : public ICmTimerHandler {
   std::function<void()> m_f;
 };
 
-// The owner is inside a firing pass, with the handle's timer due later in the same pass,
-// when it stops and a foreign thread cancels and destroys the handle: the cancelling
-// event is refused, and the queue must still be able to reach the handler safely.
+// The owner stops inside a firing pass and a foreign thread cancels and destroys the
+// handle there: the cancelling event is refused and the reference is parked. With the
+// handle's timer due later in the same pass, the queue must still reach the handler
+// safely; otherwise the parked reference is freed together with its queue.
 TEST_P(TimerHandleOnQueueType, ForeignCancelRefusedWhileTheOwnerStopsMidPass) {
-  std::unique_ptr<TaskThread> worker(new TaskThread("t-stopping", true, 1113));
-  ACmThread* thread = worker->get();
-  CountingSink sink;
-  CCmTimerWrapperID* handle = new CCmTimerWrapperID;
-  CmResult cancelRv = -1;
-  std::atomic<bool> blocked{false};
-  ActionHandler blocker([&] {
-    thread->Stop(nullptr);  // the loop leaves after this pass; posts are refused now
-    std::thread foreign([&] {
-      cancelRv = handle->Cancel();
-      delete handle;
+  for (const bool dueInThePass : {true, false}) {
+    SCOPED_TRACE(dueInThePass ? "due in the pass" : "not due again");
+    std::unique_ptr<TaskThread> worker(new TaskThread("t-stopping", true, 1113));
+    ACmThread* thread = worker->get();
+    CountingSink sink;
+    CCmTimerWrapperID* handle = new CCmTimerWrapperID;
+    CmResult cancelRv = -1;
+    size_t parked = 0;
+    std::atomic<bool> blocked{false};
+    ActionHandler blocker([&] {
+      thread->Stop(nullptr);  // the loop leaves after this pass; posts are refused now
+      std::thread foreign([&] {
+        cancelRv = handle->Cancel();
+        delete handle;
+      });
+      foreign.join();
+      parked = cm_timer_orphan_count_for_test();
+      blocked = true;
     });
-    foreign.join();
-    blocked = true;
-  });
-  CmResult rvBlocker = -1, rvHandle = -1;
-  EXPECT_EQ(CM_OK, worker->Run([&] {
-    rvBlocker = thread->GetTimerQueue()->ScheduleTimer(&blocker, nullptr, Ms(1), 1);
-    rvHandle = handle->Schedule(&sink, Ms(2), 0);
-    // Both are overdue when the loop looks at its timers next.
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }));
-  EXPECT_EQ(CM_OK, rvBlocker);
-  EXPECT_EQ(CM_OK, rvHandle);
-  ASSERT_TRUE(WaitFor([&] { return blocked.load(); }));
-  worker.reset();
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, cancelRv);
-  EXPECT_EQ(0, sink.count.load());
-  EXPECT_EQ(0u, cm_timer_orphan_count_for_test());
-}
-
-// Same refusal, but the handle's timer is not due again before the thread ends: the
-// parked reference is freed together with its queue.
-TEST_P(TimerHandleOnQueueType, RefusedForeignCancelParksTheReferenceUntilItsQueueDies) {
-  std::unique_ptr<TaskThread> worker(new TaskThread("t-parking", true, 1114));
-  ACmThread* thread = worker->get();
-  CountingSink sink;
-  CCmTimerWrapperID* handle = new CCmTimerWrapperID;
-  CmResult cancelRv = -1;
-  size_t parked = 0;
-  std::atomic<bool> blocked{false};
-  ActionHandler blocker([&] {
-    thread->Stop(nullptr);
-    std::thread foreign([&] {
-      cancelRv = handle->Cancel();
-      delete handle;
-    });
-    foreign.join();
-    parked = cm_timer_orphan_count_for_test();
-    blocked = true;
-  });
-  EXPECT_EQ(CM_OK, worker->Run([&] {
-    EXPECT_EQ(CM_OK, thread->GetTimerQueue()->ScheduleTimer(&blocker, nullptr, Ms(1), 1));
-    EXPECT_EQ(CM_OK, handle->Schedule(&sink, Ms(60000), 0));
-  }));
-  ASSERT_TRUE(WaitFor([&] { return blocked.load(); }));
-  EXPECT_EQ(CM_ERROR_NULL_POINTER, cancelRv);
-  EXPECT_EQ(1u, parked);
-  worker.reset();
-  EXPECT_EQ(0u, cm_timer_orphan_count_for_test());
-  EXPECT_EQ(0, sink.count.load());
+    EXPECT_EQ(CM_OK, worker->Run([&] {
+      EXPECT_EQ(CM_OK, thread->GetTimerQueue()->ScheduleTimer(&blocker, nullptr, Ms(1), 1));
+      EXPECT_EQ(CM_OK, handle->Schedule(&sink, Ms(dueInThePass ? 2 : 60000), 0));
+      // Both are overdue when the loop looks at its timers next.
+      if (dueInThePass) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }));
+    ASSERT_TRUE(WaitFor([&] { return blocked.load(); }));
+    EXPECT_EQ(CM_ERROR_NULL_POINTER, cancelRv);
+    EXPECT_EQ(1u, parked);
+    worker.reset();
+    EXPECT_EQ(0u, cm_timer_orphan_count_for_test());
+    EXPECT_EQ(0, sink.count.load());
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(QueueTypes, TimerHandleOnQueueType, ::testing::Values(1u, 2u, 3u));
