@@ -52,62 +52,45 @@ TEST(Crc16, NullDataReturnsZeroAndKeepsTheRunningValue) {
   EXPECT_TRUE(cap.contains(0, "Assert failed: pData"));
 }
 
-TEST(Crc16, ChainCoversTheFirstBytesAcrossBlocks) {
-  char a[3] = {'1', '2', '3'};
-  char b[5] = {'4', '5', '6', '7', '8'};
-  CCmMessageBlock first(3, a, 0, 3);
-  CCmMessageBlock second(5, b, 0, 5);
-  first.Append(&second);
-  unsigned char expect[4] = {'1', '2', '3', '4'};
-  unsigned short ref = 0;
-  CalcCRC16(ref, expect, 4);
+unsigned short Reference(const char* text) {
+  return BitwiseCrc(0, reinterpret_cast<const unsigned char*>(text), std::strlen(text));
+}
+
+// The CRC of the first n readable bytes of a chain, from a zero running value.
+unsigned short ChainCrc(CCmMessageBlock& chain, unsigned int n) {
   unsigned short crc = 0;
-  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 4));
-  EXPECT_EQ(ref, crc);
-  // Nothing moved.
-  EXPECT_EQ(8u, first.GetChainedLength());
+  const unsigned short result = CalcCRC16_m(crc, chain, n);
+  EXPECT_EQ(result, crc);  // the running value is the result
+  return result;
+}
 
-  unsigned char all[] = "12345678";
-  ref = 0;
-  CalcCRC16(ref, all, 8);
-  crc = 0;
-  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 100));  // more than the chain: all of it
-  crc = 0;
-  EXPECT_EQ(0, CalcCRC16_m(crc, first, 0));
-
-  // Starts at the read pointers, not at the storage.
-  first.AdvanceChainedReadPtr(2);
-  ref = 0;
-  CalcCRC16(ref, all + 2, 6);
-  crc = 0;
-  EXPECT_EQ(ref, CalcCRC16_m(crc, first, 6));
+TEST(Crc16, ChainCoversTheFirstBytesAcrossBlocks) {
+  char a[] = "123", b[] = "45678";
+  CCmMessageBlock first(3, a, 0, 3), second(5, b, 0, 5);
+  first.Append(&second);
+  EXPECT_EQ(Reference("1234"), ChainCrc(first, 4));
+  EXPECT_EQ(8u, first.GetChainedLength());                 // nothing moved
+  EXPECT_EQ(Reference("12345678"), ChainCrc(first, 100));  // more than the chain: all of it
+  EXPECT_EQ(0, ChainCrc(first, 0));
+  first.AdvanceChainedReadPtr(2);  // starts at the read pointers, not at the storage
+  EXPECT_EQ(Reference("345678"), ChainCrc(first, 6));
 }
 
 TEST(Crc16, ChainStopsAtABlockThatHoldsTheRest) {
-  char a[4] = {'a', 'b', 'c', 'd'};
-  char b[4] = {'e', 'f', 'g', 'h'};
+  char a[] = "abcd", b[] = "efgh";
   CCmMessageBlock empty;  // no storage at all
-  CCmMessageBlock first(4, a, 0, 4);
-  CCmMessageBlock second(4, b, 0, 4);
+  CCmMessageBlock first(4, a, 0, 4), second(4, b, 0, 4);
   empty.Append(&first);
   first.Append(&second);
-  unsigned char ref_bytes[] = "abcd";
-  unsigned short ref = 0;
-  CalcCRC16(ref, ref_bytes, 4);
-  unsigned short crc = 0;
-  EXPECT_EQ(ref, CalcCRC16_m(crc, empty, 4));
+  EXPECT_EQ(Reference("abcd"), ChainCrc(empty, 4));
 }
 
+// 65546 readable bytes count as 10: the walk takes 10 bytes and then, the block not
+// holding the rest, goes on to the end of the chain.
 TEST(Crc16, ChainBlockLengthCountsModulo65536) {
   std::vector<char> big(65536 + 10, 'z');
   CCmMessageBlock block(static_cast<unsigned int>(big.size()), big.data(), 0, static_cast<unsigned int>(big.size()));
-  // 65546 readable bytes count as 10: the walk takes 10 bytes and then, the block not
-  // holding the rest, goes on to the end of the chain.
-  unsigned short crc = 0;
-  CalcCRC16_m(crc, block, 100);
-  unsigned short ref = 0;
-  CalcCRC16(ref, reinterpret_cast<unsigned char*>(big.data()), 10);
-  EXPECT_EQ(ref, crc);
+  EXPECT_EQ(Reference("zzzzzzzzzz"), ChainCrc(block, 100));
 }
 
 }  // namespace

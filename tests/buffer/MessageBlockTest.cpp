@@ -138,40 +138,34 @@ TEST(MessageBlock, DuplicateSharesDataBlocksAndCopiesCallerMemory) {
   dup->DestroyChained();
 }
 
-TEST(MessageBlock, DisjointAtABlockBoundary) {
-  TwoBlocks t;
-  CmTraceCapture cap;
-  CCmMessageBlock* rest = t.first.Disjoint(10);
-  ASSERT_NE(nullptr, rest);
-  // The second block is not DUPLICATED, so it is replaced by a duplicate, with the trace.
-  EXPECT_NE(&t.second, rest);
-  EXPECT_TRUE(cap.contains(
-      0, "CCmMessageBlock::Disjoint, there are not DUPLICATED blocks behind the disjointed block. [this="));
-  EXPECT_EQ("abcde", Flat(rest));
-  EXPECT_EQ(nullptr, t.first.GetNext());
-  EXPECT_EQ("0123456789", t.first.FlattenChained());
-  rest->DestroyChained();
-
+// Split at a block boundary or inside a block: the part after comes back as duplicates
+// (the second block, not DUPLICATED, is replaced, with one error line) and the first
+// part stays. At the very end or beyond, nothing is split.
+TEST(MessageBlock, DisjointAtABoundaryAndInsideABlock) {
+  const struct {
+    unsigned int at, restTopLength;
+    const char *rest, *kept;
+  } cases[] = {{10, 5, "abcde", "0123456789"}, {4, 6, "456789abcde", "0123"}};
+  for (const auto& c : cases) {
+    TwoBlocks t;
+    CmTraceCapture cap;
+    CCmMessageBlock* rest = t.first.Disjoint(c.at);
+    ASSERT_NE(nullptr, rest);
+    EXPECT_EQ(c.restTopLength, rest->GetTopLevelLength());
+    EXPECT_TRUE(CM_BIT_ENABLED(rest->GetFlag(), CCmMessageBlock::DUPLICATED));
+    for (CCmMessageBlock* b = rest; b; b = b->GetNext()) EXPECT_NE(&t.second, b);
+    EXPECT_TRUE(cap.contains(
+        0, "CCmMessageBlock::Disjoint, there are not DUPLICATED blocks behind the disjointed block. [this="));
+    EXPECT_EQ(1u, cap.count("there are not DUPLICATED blocks"));
+    EXPECT_EQ(c.rest, Flat(rest));
+    EXPECT_EQ(nullptr, t.first.GetNext());
+    EXPECT_EQ(c.kept, t.first.FlattenChained());
+    rest->DestroyChained();
+  }
   TwoBlocks u;
   EXPECT_EQ(nullptr, u.first.Disjoint(15));  // at the very end: nothing follows
   EXPECT_EQ(nullptr, u.first.Disjoint(16));  // beyond the chain
   EXPECT_EQ(15u, u.first.GetChainedLength());
-}
-
-TEST(MessageBlock, DisjointInsideABlock) {
-  TwoBlocks t;
-  CmTraceCapture cap;
-  CCmMessageBlock* rest = t.first.Disjoint(4);
-  ASSERT_NE(nullptr, rest);
-  EXPECT_EQ(6u, rest->GetTopLevelLength());
-  EXPECT_TRUE(CM_BIT_ENABLED(rest->GetFlag(), CCmMessageBlock::DUPLICATED));
-  ASSERT_NE(nullptr, rest->GetNext());
-  EXPECT_NE(&t.second, rest->GetNext());  // a duplicate of the second block
-  EXPECT_EQ(1u, cap.count("there are not DUPLICATED blocks"));
-  EXPECT_EQ("456789abcde", Flat(rest));
-  EXPECT_EQ("0123", t.first.FlattenChained());
-  EXPECT_EQ(nullptr, t.first.GetNext());
-  rest->DestroyChained();
 }
 
 TEST(MessageBlock, DestroyChainedDeletesOnlyDuplicates) {

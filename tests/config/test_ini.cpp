@@ -169,10 +169,8 @@ TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
   EXPECT_EQ(65535, file.GetWordParam("S", "word", 3));
   EXPECT_EQ(3, file.GetWordParam("S", "wordbad", 3));
   EXPECT_FLOAT_EQ(2.5f, file.GetFloatParam("S", "float", 1.0f));
-  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "nan", 1.0f));
-  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "inf", 1.0f));
-  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "bigf", 1.0f));
-  EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", "minf", 1.0f));  // -2^63 itself is out of range
+  for (const char* outOfRange : {"nan", "inf", "bigf", "minf"})  // -2^63 itself is out of range
+    EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", outOfRange, 1.0f)) << outOfRange;
   EXPECT_FLOAT_EQ(0.0f, file.GetFloatParam("S", "text", 1.0f));
   EXPECT_TRUE(file.GetBoolParam("S", "bool", false));
   EXPECT_FALSE(file.GetBoolParam("S", "int", true));

@@ -7,27 +7,11 @@
 #include <string>
 
 #include "ThreadTestSupport.h"
-#include "base/CmClock.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/trace/CmTrace.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
-
-// Fake event-queue clock: every reading advances by a settable step.
-std::atomic<int64_t> g_fakeNow{1000000000};
-std::atomic<int64_t> g_fakeStep{0};
-int64_t FakeClock() { return g_fakeNow.fetch_add(g_fakeStep.load()); }
-
-class FakeEventClock {
- public:
-  explicit FakeEventClock(int64_t step) {
-    g_fakeStep = step;
-    cm_set_clock_for_test(&FakeClock);
-  }
-  ~FakeEventClock() { cm_set_clock_for_test(nullptr); }
-  void Advance(int64_t us) { g_fakeNow += us; }
-};
 
 TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace) {
   CmTraceCapture cap;

@@ -180,10 +180,6 @@ TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup) {
   CCmCleanUpBase::CleanupAll();
 }
 
-}  // namespace
-
-namespace {
-
 // Sanitizer allocators (g++ and clang spell their presence differently) abort on
 // impossible sizes instead of failing.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

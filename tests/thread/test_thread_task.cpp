@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -378,6 +379,44 @@ TEST(CmThreadDeleteOnce, EveryOwnershipPathDeletesOnce) {
     EXPECT_EQ(1, g_deleted.load());
     g_deletedWaiter = nullptr;
   }
+}
+
+// An event accepted after the stop event but before the queue refuses posts lies behind
+// the stop event, which here ends a task thread's last pass of five: the loop thread
+// destroys it once, unrun, before it ends. A trace sink posts it from inside the stop
+// event's own post, whose long-queue report (105 pending, the clock 4 s on) comes just
+// before the refusal.
+std::atomic<ACmThread*> g_postOnReport{nullptr};
+EventLog g_behindStop;
+
+void PostOnLongQueueReport(int, const char* text, int len) {
+  if (std::string(text, static_cast<size_t>(len)).find("PostEvent, m_dwSize=105 ") == std::string::npos) return;
+  if (ACmThread* thread = g_postOnReport.exchange(nullptr))
+    thread->GetEventQueue()->PostEvent(new LoggingEvent(&g_behindStop, 999));
+}
+
+TEST(CmThreadTaskTest, EventAcceptedBehindTheStopEventIsDestroyedUnrun) {
+  FakeEventClock clock(0);
+  CmTraceCapture cap;
+  set_util_external_trace_sink(&PostOnLongQueueReport);  // the capture's routing and mask stay
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-behindstop");
+  Gate gate;
+  gate.Block(task);
+  std::vector<int> expected;
+  for (int i = 0; i < 104; ++i) {
+    ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&g_behindStop, i)));
+    expected.push_back(i);
+  }
+  clock.Advance(4000000);
+  g_postOnReport = task;
+  EXPECT_EQ(CM_OK, task->Stop(nullptr));
+  gate.Open();
+  EXPECT_EQ(CM_OK, task->Join());
+  set_util_external_trace_sink(nullptr);
+  EXPECT_EQ(expected, g_behindStop.Fired());
+  expected.push_back(999);
+  EXPECT_EQ(expected, g_behindStop.Destroyed());  // by the loop thread, before it ended
+  task->Destory(0);
 }
 
 // Timers are not served once the queue is stopped, while the events posted before the
