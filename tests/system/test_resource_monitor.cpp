@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 
-#include "base/CmClock.h"
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
+#include "common/CmFakeClock.h"
 #include "common/CmFsTree.h"
 #include "common/CmTraceCapture.h"
 #include "platform/CmMonitorPlatform.h"
@@ -19,19 +19,6 @@
 #include "system/CmThreadCpuSampler.h"
 
 namespace {
-
-std::atomic<int64_t> g_nowUs{0};
-int64_t fake_now() { return g_nowUs.load(); }
-
-/// Installs the fake monitor clock at a fixed start for the object's lifetime.
-struct FakeMonitorClock {
-  FakeMonitorClock() {
-    g_nowUs = 5000000000LL;
-    cm_set_clock_for_test(&fake_now);
-  }
-  ~FakeMonitorClock() { cm_set_clock_for_test(nullptr); }
-  void AdvanceMs(int ms) { g_nowUs += ms * 1000LL; }
-};
 
 /// A task stat line with the given name and utime/stime (fields 14 and 15).
 std::string task_stat(int tid, const std::string& name, int utime, int stime) {
@@ -113,7 +100,7 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   };
   CmFsTree tree(
       {{"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 250 kB\n"}, {"/proc/self/status", "VmRSS:\t42 kB\n"}});
-  FakeMonitorClock clock;
+  CmFakeClock clock(5000);
   IKELSystemResourceMonitor* monitor = nullptr;
   for (const Step& s : steps) {
     clock.AdvanceMs(s.advanceMs);
@@ -200,7 +187,7 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
                    {"/sys/class/powercap/intel-rapl:0/energy_uj", "1000000\n"},
                    {"/sys/class/powercap/intel-rapl:0:0/name", "core\n"},
                    {"/sys/class/powercap/intel-rapl:0:0/energy_uj", "999999999\n"}});
-    FakeMonitorClock clock;
+    CmFakeClock clock(5000);
     CKelPerfsStats stats;
     _tagKelCPUUsage cpu;
     EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, stats.get_cpu_statistics(cpu));

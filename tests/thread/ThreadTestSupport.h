@@ -2,13 +2,11 @@
 // Helpers of the thread tests: events that record what happened to them.
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <utility>
 #include <vector>
 
-#include "base/CmClock.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 
 /// Shared record of fired and destroyed events, by id.
@@ -53,19 +51,4 @@ class LoggingEvent : public ICmEvent {
   int m_id;
   CmResult m_result;
   std::function<void()> m_action;
-};
-
-// Fake clock of the whole library: every reading advances by a settable step.
-inline std::atomic<int64_t> g_fakeNow{1000000000};
-inline std::atomic<int64_t> g_fakeStep{0};
-inline int64_t FakeClock() { return g_fakeNow.fetch_add(g_fakeStep.load()); }
-
-class FakeEventClock {
- public:
-  explicit FakeEventClock(int64_t step) {
-    g_fakeStep = step;
-    cm_set_clock_for_test(&FakeClock);
-  }
-  ~FakeEventClock() { cm_set_clock_for_test(nullptr); }
-  void Advance(int64_t us) { g_fakeNow += us; }
 };

@@ -9,6 +9,7 @@
 #include "ThreadTestSupport.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/trace/CmTrace.h"
+#include "common/CmFakeClock.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
@@ -63,12 +64,12 @@ TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
   EventLog log;
   CCmEventQueueUsingMutex queue;
   {
-    FakeEventClock clock(500000);  // each reading 0.5 s later: firing "took" 0.5 s
+    CmFakeClock clock(1000, 500000);  // each reading 0.5 s later: firing "took" 0.5 s
     queue.ProcessOneEvent(new LoggingEvent(&log, 1));
   }
   EXPECT_FALSE(cap.contains("ProcessOneEvent, report"));
   {
-    FakeEventClock clock(500001);
+    CmFakeClock clock(1000, 500001);
     queue.ProcessOneEvent(new LoggingEvent(&log, 2));
   }
   EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec=500001 aEvent=0x"));
@@ -78,18 +79,18 @@ TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
 TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100) {
   CmTraceCapture cap;
   EventLog log;
-  FakeEventClock clock(0);
+  CmFakeClock clock;
   CCmEventQueueUsingMutex queue;
   for (int i = 0; i < 99; ++i) queue.PostEvent(new LoggingEvent(&log, i));
-  clock.Advance(3000001);
+  clock.AdvanceUs(3000001);
   queue.PostEvent(new LoggingEvent(&log, 99));  // 100 pending at the check: no report
   EXPECT_FALSE(cap.contains("PostEvent, m_dwSize="));
 
-  clock.Advance(3000001);
+  clock.AdvanceUs(3000001);
   queue.PostEvent(new LoggingEvent(&log, 100));  // 101 pending: report
   EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::PostEvent, m_dwSize=101 m_Tid="));
   queue.PostEvent(new LoggingEvent(&log, 101));  // within three seconds: silent
-  clock.Advance(3000000);
+  clock.AdvanceUs(3000000);
   queue.PostEvent(new LoggingEvent(&log, 102));  // exactly three seconds: silent
   EXPECT_EQ(1u, cap.count("PostEvent, m_dwSize="));
 }

@@ -13,6 +13,7 @@
 #include "cmutil/thread/CmThreadTask.h"
 #include "cmutil/thread/CmThreadWaiter.h"
 #include "cmutil/trace/CmTrace.h"
+#include "common/CmFakeClock.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
@@ -396,7 +397,7 @@ void PostOnLongQueueReport(int, const char* text, int len) {
 }
 
 TEST(CmThreadTaskTest, EventAcceptedBehindTheStopEventIsDestroyedUnrun) {
-  FakeEventClock clock(0);
+  CmFakeClock clock;
   CmTraceCapture cap;
   set_util_external_trace_sink(&PostOnLongQueueReport);  // the capture's routing and mask stay
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-behindstop");
@@ -407,7 +408,7 @@ TEST(CmThreadTaskTest, EventAcceptedBehindTheStopEventIsDestroyedUnrun) {
     ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&g_behindStop, i)));
     expected.push_back(i);
   }
-  clock.Advance(4000000);
+  clock.AdvanceMs(4000);
   g_postOnReport = task;
   EXPECT_EQ(CM_OK, task->Stop(nullptr));
   gate.Open();

@@ -1,6 +1,5 @@
 #pragma once
-// Shared helpers of the timer tests: a fake wall clock for the timer queues and a
-// recording timer handler.
+// Shared helpers of the timer tests: the fake clock and a recording timer handler.
 
 #include <atomic>
 #include <cctype>
@@ -10,38 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "base/CmClock.h"
 #include "cmutil/base/CmTimeValue.h"
 #include "cmutil/timerqueue/CmTimerQueueBase.h"
+#include "common/CmFakeClock.h"
 #include "common/CmTraceCapture.h"
-
-/// Installs the fake clock of the library for its lifetime. The start is aligned to a
-/// whole second so that the wheel's 10 ms slots line up with round intervals.
-class FakeTimerClock {
- public:
-  explicit FakeTimerClock(long startSec = 1700000000L) {
-    us() = static_cast<int64_t>(startSec) * 1000000;
-    cm_set_clock_for_test(&FakeTimerClock::read);
-  }
-  ~FakeTimerClock() { cm_set_clock_for_test(nullptr); }
-  FakeTimerClock(const FakeTimerClock&) = delete;
-  FakeTimerClock& operator=(const FakeTimerClock&) = delete;
-
-  void AdvanceMs(long ms) { us() += static_cast<int64_t>(ms) * 1000; }
-  void Set(const CCmTimeValue& t) { us() = static_cast<int64_t>(t.GetSec()) * 1000000 + t.GetUsec(); }
-  CCmTimeValue Now() const {
-    const int64_t now = us().load();
-    return CCmTimeValue(static_cast<long>(now / 1000000), static_cast<long>(now % 1000000));
-  }
-
- private:
-  // Read by the threads of a test while the test moves it.
-  static std::atomic<int64_t>& us() {
-    static std::atomic<int64_t> value{0};
-    return value;
-  }
-  static int64_t read() { return us().load(); }
-};
 
 /// One firing as seen by a RecordingHandler.
 struct Firing {

@@ -64,7 +64,7 @@ class HeartBeatTest : public ::testing::Test {
     return delays.size() == 1 ? delays[0] : 0xFFFFFFFFu;
   }
 
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmThreadHeartBeat* hb;
 };
 

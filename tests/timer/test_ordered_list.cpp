@@ -30,7 +30,7 @@ CCmTimerQueueBase::CNode Node(ICmTimerHandler* h, long expirySec, long intervalS
 }
 
 TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerQueueOrderedList queue(nullptr);
   std::vector<Firing> log;
   RecordingHandler a("a", &log), b("b", &log), c("c", &log);

@@ -38,7 +38,7 @@ class CalendarTest : public ::testing::Test {
     return static_cast<int>(list.size());
   }
 
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmEventQueueUsingMutex events;
   std::vector<Firing> log;
 };

@@ -23,7 +23,7 @@ std::unique_ptr<CCmTimerQueueBase> MakeQueue(ICmObserver* observer = nullptr) {
 }
 
 TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   auto queue = MakeQueue();
   RecordingHandler h("h", nullptr);
   CCmTimeValue remain(1L), earliest(1L);
@@ -44,7 +44,7 @@ TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
 }
 
 TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CmTraceCapture cap;
   auto queue = MakeQueue();
   RecordingHandler h("h", nullptr);
@@ -62,7 +62,7 @@ TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
 }
 
 TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CmTraceCapture cap;
   auto queue = MakeQueue();
   RecordingHandler h("h", nullptr);

@@ -34,7 +34,7 @@ class TimerQueueVariant : public ::testing::Test {
     return fired;
   }
 
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CountingObserver observer;
   std::unique_ptr<CCmTimerQueueBase> queue;
   std::vector<Firing> log;
@@ -320,7 +320,7 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
 // ---- quirks of the ordered variants ----
 
 TEST(TimerQueueQuirks, OnDemandNoticeOnlyForNewTimers) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CountingObserver observer;
   CCmTimerQueueOnDemand queue(&observer);
   RecordingHandler a("a", nullptr), b("b", nullptr);
@@ -332,7 +332,7 @@ TEST(TimerQueueQuirks, OnDemandNoticeOnlyForNewTimers) {
 }
 
 TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerMinHeapQueue queue(nullptr);
   std::vector<Firing> log;
   std::vector<std::unique_ptr<RecordingHandler>> handlers;
@@ -361,7 +361,7 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
 // ---- the wheel ----
 
 TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
@@ -385,7 +385,7 @@ TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwi
 // After the clock ran ahead, the slot of an overdue timer may also hold a timer one
 // revolution later; the earliest after the overdue one fires lies in another slot.
 TEST(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   RecordingHandler overdue("overdue", nullptr), nextLap("nextLap", nullptr), soon("soon", nullptr);
   const CCmTimeValue start = clock.Now();
@@ -408,7 +408,7 @@ TEST(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
 }
 
 TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   RecordingHandler far("far", nullptr), near("near", nullptr);
   const CCmTimeValue farAt = clock.Now() + Ms(45000);
@@ -435,7 +435,7 @@ TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
 }
 
 TEST(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(31000), 1));
@@ -458,7 +458,7 @@ TEST(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
 }
 
 TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
@@ -480,7 +480,7 @@ TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
 }
 
 TEST(TimerWheel, CancellingTheEarliestRescansToTheNext) {
-  FakeTimerClock clock;
+  CmFakeClock clock;
   CCmTimerWheelQueue queue(nullptr);
   RecordingHandler a("a", nullptr), b("b", nullptr), far("far", nullptr);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(100), 1));
