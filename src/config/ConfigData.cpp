@@ -67,7 +67,6 @@ ConfigData& ConfigData::operator=(const ConfigData& other) {
 ConfigData::~ConfigData() {
   freeStruct();
   delete m_pStr;
-  m_pStr = nullptr;
 }
 
 const std::string& ConfigData::text() const { return m_pStr ? *m_pStr : empty_text(); }

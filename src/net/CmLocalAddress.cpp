@@ -100,7 +100,6 @@ bool read_proc(V6Table& table) {
   for (const CmInet6Row& row : cm_parse_if_inet6(text)) {
     V6Detail d;
     std::memcpy(d.address, row.address, 16);
-    d.ifindex = row.ifindex;
     d.ifname = row.name;
     d.flags = row.flags;
     d.prefixLength = row.prefixLength;

@@ -109,7 +109,6 @@ std::vector<CmInet6Row> cm_parse_if_inet6(const std::string& text) {
     unsigned long long fields[4];
     for (size_t i = 0; i < 4; ++i)
       if (!hex_value(w[i + 1], fields[i]) || fields[i] > 0xffffffffULL) return;
-    row.ifindex = static_cast<unsigned>(fields[0]);
     row.prefixLength = static_cast<unsigned>(fields[1]);
     row.scope = static_cast<unsigned>(fields[2]);
     row.flags = static_cast<unsigned>(fields[3]);

@@ -20,11 +20,12 @@ CM_EXPORT std::string cm_parse_default_route_v6(const std::string& text);
 /// (0). False when the interface has no row.
 CM_EXPORT bool cm_parse_proc_wireless(const std::string& text, const std::string& name, int& rssi, int& noise);
 
-/// One row of /proc/net/if_inet6: address, interface index, prefix length, scope (00
-/// global, 10 host, 20 link, 40 site), 8-bit flags and interface name.
+/// One row of /proc/net/if_inet6: address, prefix length, scope (00 global, 10 host, 20
+/// link, 40 site), 8-bit flags and interface name. The interface index is checked but
+/// not kept: the row names its interface.
 struct CmInet6Row {
   unsigned char address[16] = {};
-  unsigned ifindex = 0, prefixLength = 0, scope = 0, flags = 0;
+  unsigned prefixLength = 0, scope = 0, flags = 0;
   std::string name;
 };
 

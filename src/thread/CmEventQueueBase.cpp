@@ -222,7 +222,7 @@ ICmEvent* CCmEventQueueBase::PopOne() {
   return nullptr;  // a post got in between and has not linked yet
 }
 
-ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int& aTaken, unsigned int* aRemain) {
+ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int* aRemain) {
   // Unlinked events are no longer reachable from the list, so their link field is free
   // to chain the batch.
   ICmEvent* pFirst = nullptr;
@@ -240,7 +240,6 @@ ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int& aTa
     ++dwTaken;
   }
   *ppLink = nullptr;
-  aTaken = dwTaken;
   if (dwTaken) m_dwTaken.store(m_dwTaken.load(std::memory_order_relaxed) + dwTaken, std::memory_order_release);
   if (aRemain) *aRemain = PendingCount();
   return pFirst;
@@ -254,9 +253,8 @@ CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsi
     if (aRemain) *aRemain = dwSize;
     return CM_OK;
   }
-  unsigned int dwTaken = 0;
   unsigned int dwRemain = 0;
-  ICmEvent* pEvent = TakeBatch(aMaxCount, dwTaken, &dwRemain);
+  ICmEvent* pEvent = TakeBatch(aMaxCount, &dwRemain);
   if (!pEvent) return CM_ERROR_NOT_FOUND;
   if (aRemain) *aRemain = dwRemain;
   while (pEvent) {
@@ -268,8 +266,7 @@ CmResult CCmEventQueueBase::PopPendingEvents(std::list<ICmEvent*>& aEvents, unsi
 }
 
 CmResult CCmEventQueueBase::PopAndProcessEvents(unsigned int aMaxCount) {
-  unsigned int dwTaken = 0;
-  ICmEvent* pFirst = TakeBatch(aMaxCount, dwTaken, nullptr);
+  ICmEvent* pFirst = TakeBatch(aMaxCount, nullptr);
   if (!pFirst) return CM_ERROR_NOT_FOUND;
   return ProcessChain(pFirst);
 }
@@ -386,8 +383,7 @@ void CCmEventQueueBase::DestoryPendingEvents() {
 
   // Take everything posted so far, oldest first, then destroy it outside any state of
   // the queue (an OnDestorySelf may post again).
-  unsigned int dwTaken = 0;
-  ICmEvent* pEvent = TakeBatch(0xFFFFFFFFu, dwTaken, nullptr);
+  ICmEvent* pEvent = TakeBatch(0xFFFFFFFFu, nullptr);
   while (pEvent) {
     ICmEvent* pNext = pEvent->m_pNextEvent;
     pEvent->OnDestorySelf();

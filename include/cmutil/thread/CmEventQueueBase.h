@@ -162,8 +162,8 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// posted yet.
   ICmEvent* PopOne();
   /// Owner thread only: detaches up to aMaxCount of the oldest events as a chain linked
-  /// through m_pNextEvent (null when none), counts them in aTaken and lowers the size.
-  ICmEvent* TakeBatch(unsigned int aMaxCount, unsigned int& aTaken, unsigned int* aRemain);
+  /// through m_pNextEvent (null when none) and lowers the size.
+  ICmEvent* TakeBatch(unsigned int aMaxCount, unsigned int* aRemain);
   /// Owner thread only: fires and destroys the chain from TakeBatch, oldest first, then
   /// runs the loop hook as ProcessEvents does.
   CmResult ProcessChain(ICmEvent* aFirst);
