@@ -53,6 +53,11 @@ TEST(KelDebugFileConfig, ReadingNeedsPermission) {
 
   EXPECT_EQ(CM_OK, config.SetReadPermission(true));
   EXPECT_TRUE(config.GetReadPermission());
+  FixedPathProvider noPath("", CM_ERROR_NOT_FOUND), noFile(dir.path() + "/missing");
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, config.ReadAndSetDebugConfigs(&noPath));
+  EXPECT_TRUE(cap.contains(0, kPathFailed));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.ReadAndSetDebugConfigs(&noFile));
+  EXPECT_TRUE(cap.contains(0, kReadFailed));
   EXPECT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
   EXPECT_EQ(CM_OK, config.GetValueInt("level", level));
   EXPECT_EQ(3, level);

@@ -122,7 +122,7 @@ TEST(NetworkType, WifiStatsFromTheWirelessTable) {
 }
 
 // Each conversion on both sides of its edges (2484 MHz reads as channel 15 by design).
-TEST(NetworkType, WifiConversionsAtTheirEdges) {
+TEST(NetworkType, WifiConversionsAndNamesAtTheirEdges) {
   const int channels[][2] = {{2411, 0}, {2412, 1},  {2472, 13}, {2484, 15},  {2485, 0},
                              {5169, 0}, {5170, 34}, {5180, 36}, {5825, 165}, {5826, 0}};
   for (const auto& c : channels) EXPECT_EQ(c[1], ConvertFrequencyToChannel(c[0])) << c[0];
@@ -132,6 +132,10 @@ TEST(NetworkType, WifiConversionsAtTheirEdges) {
   const std::pair<CWPHYMode, eWifiPhyMode> modes[] = {
       {0, WifiPhyModeUnknown}, {1, WifiPhyMode11a}, {5, WifiPhyMode11ac}, {6, WifiPhyModeUnknown}};
   for (const auto& m : modes) EXPECT_EQ(m.second, ConvertCWPHYModeToWifiPHYMode(m.first)) << m.first;
+  const std::pair<int, const char*> phyNames[] = {{0, "Unknown"}, {1, "802.11a"}, {6, "802.11"}, {7, "Unknown"}};
+  for (const auto& n : phyNames) EXPECT_EQ(n.second, WifiPhyModeToString(static_cast<eWifiPhyMode>(n.first)));
+  const std::pair<int, const char*> typeNames[] = {{0, "NotDetected"}, {1, "Wifi"}, {13, "Wifi"}, {14, "NotDetected"}};
+  for (const auto& n : typeNames) EXPECT_EQ(n.second, NetWorkTypeToString(static_cast<kel::eNetworkStatus>(n.first)));
   const eWifiChFrequency none = WifiChFrequencyUnknown, low = WifiChFrequency2_4GHz, high = WifiChFrequency5GHz;
   const std::pair<int, eWifiChFrequency> bands[] = {{2411, none}, {2412, low},  {2484, low},  {2485, none},
                                                     {4914, none}, {4915, high}, {5825, high}, {5826, none}};

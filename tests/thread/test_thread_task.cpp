@@ -98,6 +98,8 @@ TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
   EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 100)));
   gate.Open();
   EXPECT_EQ(CM_OK, task->Join());
+  EXPECT_EQ(CM_OK, task->Join());  // joined already: nothing to wait for, nothing failed
+  EXPECT_FALSE(cap.contains("failed"));
   std::vector<int> expected;
   for (int i = 0; i < 20; ++i) expected.push_back(i);
   EXPECT_EQ(expected, log.Fired());
