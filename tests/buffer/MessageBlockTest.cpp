@@ -25,22 +25,6 @@ struct TwoBlocks {
   }
 };
 
-/// Three data-block blocks with the given contents and some spare space each.
-struct ThreeDataBlocks {
-  CCmMessageBlock m1{8};
-  CCmMessageBlock m2{8};
-  CCmMessageBlock m3{8};
-  ThreeDataBlocks(const char* s1, const char* s2, const char* s3) {
-    m1.Write(s1, static_cast<unsigned int>(strlen(s1)));
-    m2.Write(s2, static_cast<unsigned int>(strlen(s2)));
-    m3.Write(s3, static_cast<unsigned int>(strlen(s3)));
-    m1.Append(&m2);
-    m2.Append(&m3);
-  }
-};
-
-std::string Flat(CCmMessageBlock* mb) { return mb ? mb->FlattenChained() : std::string("<null>"); }
-
 TEST(MessageBlock, SetDataOnCallerMemoryAndOnANewDataBlock) {
   char buf[16] = {};
   CCmMessageBlock user(16, buf, CCmMessageBlock::READ_LOCKED | 0x10, 4);
@@ -157,7 +141,7 @@ TEST(MessageBlock, DisjointAtABoundaryAndInsideABlock) {
     EXPECT_TRUE(cap.contains(
         0, "CCmMessageBlock::Disjoint, there are not DUPLICATED blocks behind the disjointed block. [this="));
     EXPECT_EQ(1u, cap.count("there are not DUPLICATED blocks"));
-    EXPECT_EQ(c.rest, Flat(rest));
+    EXPECT_EQ(c.rest, rest->FlattenChained());
     EXPECT_EQ(nullptr, t.first.GetNext());
     EXPECT_EQ(c.kept, t.first.FlattenChained());
     rest->DestroyChained();

@@ -2,6 +2,8 @@
 // Shared helpers of the pipeline tests: counted data items, recording units, observers,
 // latches and task threads.
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -36,7 +38,6 @@ class TestData : public IProcessData, public kel::CKelUnknownImpl {
   uint32_t GetDataLength() override { return sizeof m_payload; }
   uint32_t Seq() const { return m_dwSeq; }
   uint32_t Tag() const { return m_dwTag; }
-  std::chrono::steady_clock::time_point created = std::chrono::steady_clock::now();
 
  protected:
   ~TestData() override { LiveData().fetch_sub(1); }
@@ -45,6 +46,24 @@ class TestData : public IProcessData, public kel::CKelUnknownImpl {
   uint32_t m_dwSeq;
   uint32_t m_dwTag;
   char m_payload[3] = {'a', 'b', 'c'};
+};
+
+// Delivers a new item numbered aSeq on aChannel and drops the creator's reference.
+// aModule is a module pointer or a Ref to one.
+template <class Module>
+CmResult Deliver(const Module& aModule, uint32_t aSeq, unsigned short aChannel, uint32_t aTag = 0) {
+  TestData* d = new TestData(aSeq, aTag);
+  const CmResult rv = aModule->DeliverData(d, aChannel);
+  d->Release();
+  return rv;
+}
+
+// Checks that each test leaves as many data items alive as it found.
+class LeakCheckedTest : public ::testing::Test {
+ protected:
+  void SetUp() override { m_liveBefore = LiveData().load(); }
+  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()) << "data items leaked or over-released"; }
+  int m_liveBefore = 0;
 };
 
 // One-shot latch with a generous wait.
@@ -91,12 +110,6 @@ class RecordingUnit : public ProcessUnit {
   size_t Count() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_seen.size();
-  }
-  CmResult initResult = CM_OK;
-  std::atomic<int> initCalls{0};
-  CmResult InitProcessUnit() override {
-    ++initCalls;
-    return initResult;
   }
 
  protected:
@@ -207,10 +220,20 @@ class Ref {
 // Exposes the protected hooks of ProcessModule to the tests.
 class TestModule : public ProcessModule {
  public:
-  using ProcessModule::_DeliverDataToProcessUnit;
-  using ProcessModule::_EventTypeToListenTypeGroup;
   using ProcessModule::_PushProcessDataToQueue;
   void AllowSharedInput(bool aAllow) { m_bAllowSharedInput = aAllow; }
+};
+
+// A started sink module whose unit records every item.
+struct Sink {
+  Ref<TestModule> module{new TestModule};
+  Ref<RecordingUnit> unit{new RecordingUnit};
+  explicit Sink(const char* aName = "sink") {
+    module->SetProcessModuleInfo(aName, 2);
+    module->SetProcessUnit(unit.get());
+    module->InitModule();
+    module->Start();
+  }
 };
 
 }  // namespace pipetest

@@ -11,12 +11,7 @@ using namespace pipetest;
 
 namespace {
 
-class PipelineLinksTest : public ::testing::Test {
- protected:
-  void SetUp() override { m_liveBefore = LiveData().load(); }
-  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
-  int m_liveBefore = 0;
-};
+using PipelineLinksTest = LeakCheckedTest;
 
 // Runs both bodies on threads of their own, released together.
 template <class F, class G>
@@ -117,9 +112,7 @@ TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
   RunTogether(
       [&] {
         for (int i = 0; i < kItems; ++i) {
-          TestData* d = new TestData(static_cast<uint32_t>(i));
-          m->DeliverData(d, 0);
-          d->Release();
+          Deliver(m, static_cast<uint32_t>(i), 0);
         }
         stop = true;
       },
@@ -165,16 +158,12 @@ TEST_F(PipelineLinksTest, UnitReplacedFromInsideItsOwnCallLivesUntilTheCallRetur
   m->InitModule();
   m->Start();
   UnitsDestroyed() = 0;
-  TestData* d = new TestData(1);
-  m->DeliverData(d, 0);
-  d->Release();
+  Deliver(m, 1, 0);
   EXPECT_EQ(0, SelfReplacingUnit::DestroyedSeenInside().load());  // alive during its call
   EXPECT_EQ(1, UnitsDestroyed().load());                          // released once it returned
   EXPECT_NE(static_cast<IProcessUnit*>(unit), m->GetProcessUnit());
   ProcessedByAnyUnit() = 0;
-  d = new TestData(2);
-  m->DeliverData(d, 0);
-  d->Release();
+  Deliver(m, 2, 0);
   EXPECT_EQ(1, ProcessedByAnyUnit().load());  // the new unit took the next item
   m->SetProcessUnit(nullptr);
 }

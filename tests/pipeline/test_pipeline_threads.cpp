@@ -11,10 +11,8 @@ using namespace pipetest;
 
 namespace {
 
-class PipelineThreadsTest : public ::testing::Test {
+class PipelineThreadsTest : public LeakCheckedTest {
  protected:
-  void SetUp() override { m_liveBefore = LiveData().load(); }
-  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
   static void StartOn(ProcessModule* m, IProcessUnit* unit, TaskThread& worker) {
     m->SetProcessUnit(unit);
     m->SetProcessModuleThread(worker.get());
@@ -30,7 +28,6 @@ class PipelineThreadsTest : public ::testing::Test {
     });
     ASSERT_TRUE(m_blocked.Wait());
   }
-  int m_liveBefore = 0;
   Latch m_blocked, m_release;
 };
 
@@ -63,9 +60,7 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
   source.Post([&] {
     for (uint32_t i = 0; i < kPerChannel; ++i) {
       for (unsigned short ch : kChannels) {
-        TestData* d = new TestData(i, ch);
-        middle->DeliverData(d, ch);
-        d->Release();
+        Deliver(middle, i, ch, ch);
       }
     }
   });
@@ -106,9 +101,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   auto produce = [&](unsigned short ch) {
     go.Wait();
     for (uint32_t i = 0; i < kItems; ++i) {
-      TestData* d = new TestData(i, ch);
-      m->DeliverData(d, ch);
-      d->Release();
+      Deliver(m, i, ch, ch);
     }
   };
   p1.Post([&] { produce(3); });
@@ -136,9 +129,7 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
 
   Hold(worker);
   for (uint32_t i = 0; i < 20; ++i) {
-    TestData* d = new TestData(i);
-    ASSERT_EQ(CM_OK, m->DeliverData(d, 2));
-    d->Release();
+    ASSERT_EQ(CM_OK, Deliver(m, i, 2));
   }
   EXPECT_EQ(20u, m->GetProcessModuleQueueSize(2));
   EXPECT_EQ(20u, worker.get()->GetEventQueue()->GetPendingEventsCount());
@@ -165,15 +156,11 @@ TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
   StartOn(sink.get(), unit.get(), worker);
   ASSERT_EQ(CM_OK, src->AddDeliver(sink.get(), 0, 0));
   for (uint32_t i = 0; i < 10; ++i) {
-    TestData* d = new TestData(i);
-    src->DeliverData(d, 0);  // src not started: straight to its output 0
-    d->Release();
+    Deliver(src, i, 0);  // src not started: straight to its output 0
   }
   ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.get()));
   for (uint32_t i = 10; i < 20; ++i) {
-    TestData* d = new TestData(i);
-    src->DeliverData(d, 0);
-    d->Release();
+    Deliver(src, i, 0);
   }
   ASSERT_TRUE(worker.Flush());
   EXPECT_EQ(10u, unit->Count());
@@ -189,9 +176,7 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   StartOn(m, unit.get(), worker);
   Hold(worker);
   for (uint32_t i = 0; i < 10; ++i) {
-    TestData* d = new TestData(i);
-    m->DeliverData(d, 0);
-    d->Release();
+    Deliver(m, i, 0);
   }
   EXPECT_EQ(11u, m->GetReference());  // ours and one per pending drain event
   EXPECT_EQ(10u, m->Release());

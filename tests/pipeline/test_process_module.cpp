@@ -12,30 +12,13 @@ using namespace pipetest;
 
 namespace {
 
-// A started sink module whose unit records every item.
-struct Sink {
-  Ref<TestModule> module{new TestModule};
-  Ref<RecordingUnit> unit{new RecordingUnit};
-  explicit Sink(const char* aName = "sink") {
-    module->SetProcessModuleInfo(aName, 2);
-    module->SetProcessUnit(unit.get());
-    module->InitModule();
-    module->Start();
-  }
-};
-
 std::vector<uint32_t> Seqs(RecordingUnit* aUnit) {
   std::vector<uint32_t> out;
   for (const Seen& s : aUnit->Seen_()) out.push_back(s.seq);
   return out;
 }
 
-class ProcessModuleTest : public ::testing::Test {
- protected:
-  void SetUp() override { m_liveBefore = LiveData().load(); }
-  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()) << "data items leaked or over-released"; }
-  int m_liveBefore = 0;
-};
+using ProcessModuleTest = LeakCheckedTest;
 
 TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothing) {
   Ref<TestModule> m(new TestModule);
@@ -56,9 +39,7 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
 
   for (unsigned short ch : {0, 5, 15}) {
-    TestData* d = new TestData(ch);
-    EXPECT_EQ(CM_OK, src->DeliverData(d, ch));
-    d->Release();
+    EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
   }
   EXPECT_EQ(0u, srcUnit->Count());  // not started: the unit is bypassed
   ASSERT_EQ(3u, out0.unit->Count());
@@ -73,9 +54,7 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   ASSERT_EQ(CM_OK, src->InitModule());
   ASSERT_EQ(CM_OK, src->Start());
   ASSERT_EQ(CM_OK, src->Stop());
-  TestData* d = new TestData(99);
-  src->DeliverData(d, 7);
-  d->Release();
+  Deliver(src, 99, 7);
   EXPECT_EQ(0u, srcUnit->Count());
   EXPECT_EQ(4u, out0.unit->Count());
 }
@@ -126,16 +105,12 @@ TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
   // decision stays for the channel.
   Latch first;
   t.Post([&] {
-    TestData* d = new TestData(1);
-    m.module->DeliverData(d, 2);
-    d->Release();
+    Deliver(m.module, 1, 2);
     first.CountDown();
   });
   ASSERT_TRUE(first.Wait());
   EXPECT_TRUE(m.module->_NeedQueuedProcess(2) == false);
-  TestData* d = new TestData(2);
-  m.module->DeliverData(d, 2);  // from the test thread, still synchronous: cached
-  d->Release();
+  Deliver(m.module, 2, 2);  // from the test thread, still synchronous: cached
   ASSERT_EQ(2u, m.unit->Count());
   EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[0].thread));
   EXPECT_TRUE(IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[1].thread));
@@ -145,9 +120,7 @@ TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
 
   // Setting the thread again forgets the decisions: channel 2 now queues as well.
   m.module->SetProcessModuleThread(t.get());
-  d = new TestData(3);
-  m.module->DeliverData(d, 2);
-  d->Release();
+  Deliver(m.module, 3, 2);
   ASSERT_TRUE(t.Flush());
   ASSERT_EQ(3u, m.unit->Count());
   EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[2].thread));

@@ -21,12 +21,7 @@ class MakerUnit : public ProcessUnit {
   }
 };
 
-class ProcessUnitTest : public ::testing::Test {
- protected:
-  void SetUp() override { m_liveBefore = LiveData().load(); }
-  void TearDown() override { EXPECT_EQ(m_liveBefore, LiveData().load()); }
-  int m_liveBefore = 0;
-};
+using ProcessUnitTest = LeakCheckedTest;
 
 TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
   Ref<MakerUnit> unit(new MakerUnit);
@@ -40,22 +35,17 @@ TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
 TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
   Ref<MakerUnit> unit(new MakerUnit);
   Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> sinkUnit(new RecordingUnit);
-  Ref<TestModule> sink(new TestModule), other(new TestModule);
-  sink->SetProcessUnit(sinkUnit.get());
-  sink->InitModule();
-  sink->Start();
+  Sink sink;
+  Ref<TestModule> other(new TestModule);
   m->SetProcessUnit(unit.get());
-  m->AddDeliver(sink.get(), 4, 0);
+  m->AddDeliver(sink.module.get(), 4, 0);
   m->AddDeliver(other.get(), 0, 1);
   m->InitModule();
   m->Start();
-  TestData* in = new TestData(7);
-  m->DeliverData(in, 3);
-  in->Release();
-  ASSERT_EQ(1u, sinkUnit->Count());
-  EXPECT_EQ(1007u, sinkUnit->Seen_()[0].seq);
-  EXPECT_EQ(4, sinkUnit->Seen_()[0].channel);
+  Deliver(m, 7, 3);
+  ASSERT_EQ(1u, sink.unit->Count());
+  EXPECT_EQ(1007u, sink.unit->Seen_()[0].seq);
+  EXPECT_EQ(4, sink.unit->Seen_()[0].channel);
   EXPECT_EQ(1u, m->GetOutputSampleCount(0));
   EXPECT_EQ(0u, other->GetInputSampleCount(0));
 }

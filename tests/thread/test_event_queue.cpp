@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <list>
 #include <string>
 
@@ -232,33 +231,5 @@ TEST(CmEventSynchronousTest, RefusedSecondTripDeletesTheWrapperOnly) {
   EXPECT_EQ((std::vector<int>{4}), log.Fired());
   EXPECT_EQ((std::vector<int>{4}), log.Destroyed());
 }
-
-// Over-aligned events take memory of their own alignment.
-class alignas(64) WideEvent : public ICmEvent {
- public:
-  explicit WideEvent(std::atomic<int>* ran) : m_ran(ran) {}
-  CmResult OnEventFire() override {
-    m_lane[0] = 1;
-    ++*m_ran;
-    return CM_OK;
-  }
-
- private:
-  std::atomic<int>* m_ran;
-  unsigned char m_lane[64] = {};
-};
-
-}  // namespace
-
-namespace {
-
-// Restores the report interval on scope exit.
-struct ReportIntervalScope {
-  explicit ReportIntervalScope(const CCmTimeValue& tv) : saved(CCmEventQueueBase::s_tvReportInterval) {
-    CCmEventQueueBase::s_tvReportInterval = tv;
-  }
-  ~ReportIntervalScope() { CCmEventQueueBase::s_tvReportInterval = saved; }
-  CCmTimeValue saved;
-};
 
 }  // namespace

@@ -25,8 +25,6 @@
 
 namespace {
 
-const unsigned int kWaitMs = 10000;
-
 ACmThread* StartRegistered(const char* name, int type) {
   CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
   EXPECT_EQ(CM_OK, task->Create(name, type, TF_JOINABLE, true));

@@ -14,6 +14,8 @@
 #include "common/CmFakeClock.h"
 #include "common/CmTraceCapture.h"
 
+inline CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
+
 /// One firing as seen by a RecordingHandler.
 struct Firing {
   std::string name;
@@ -38,7 +40,6 @@ class RecordingHandler : public ICmTimerHandler {
   }
 
   int Count() const { return m_count; }
-  const std::string& Name() const { return m_name; }
 
  private:
   std::string m_name;

@@ -14,6 +14,14 @@
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/timer/CmTimerWrapperID.h"
+#include "cmutil/timerqueue/CmTimerQueueBase.h"
+
+/// Runs each test with the given queue type as the default of new timer queues.
+class OnTimerQueueType : public ::testing::TestWithParam<unsigned int> {
+ protected:
+  void SetUp() override { cm_set_default_timer_type(GetParam()); }
+  void TearDown() override { cm_set_default_timer_type(1); }
+};
 
 /// A task thread (event queue + timer queue) that is stopped, joined and destroyed at
 /// the end of the scope.

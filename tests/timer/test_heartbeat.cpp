@@ -26,8 +26,6 @@ std::vector<unsigned int> TakeDelays() {
   return out;
 }
 
-CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
-
 class CountingEvent : public ICmEvent {
  public:
   explicit CountingEvent(int* counter) : m_counter(counter) {}

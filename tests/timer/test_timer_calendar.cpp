@@ -14,8 +14,6 @@
 
 namespace {
 
-CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
-
 class CalendarTest : public ::testing::Test {
  protected:
   CalendarTest() { events.Reset2CurrentThreadInfo(); }
@@ -42,6 +40,30 @@ class CalendarTest : public ::testing::Test {
   CCmEventQueueUsingMutex events;
   std::vector<Firing> log;
 };
+
+// The slot interval is at least 10 ms and the ring at least 11 slots; a timer beyond the
+// ring's reach is traced and parked in its farthest slot.
+TEST_F(CalendarTest, RingGeometryAndIntervalsBeyondItsReach) {
+  struct {
+    unsigned interval, reach, slotInterval, maxSlot;
+  } rings[] = {{5, 50, 10, 10}, {9, 1000, 10, 99}, {10, 100, 10, 10}, {10, 120, 10, 11}, {100, 50, 100, 10}};
+  for (const auto& r : rings) {
+    CCmTimerQueueCalendar cal(r.interval, r.reach, &events);
+    EXPECT_EQ(r.slotInterval, cal.GetSlotInterval()) << r.interval;
+    EXPECT_EQ(r.maxSlot, cal.GetMaxSlotNumber()) << r.interval << "/" << r.reach;
+  }
+  CmTraceCapture cap;
+  CCmTimerQueueCalendar cal(10, 100, &events);
+  RecordingHandler h("h", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, Ms(200), 1));
+  EXPECT_TRUE(
+      cap.contains("CCmTimerQueueCalendar::InsertUnique_i, exceed max interval. interval_s=0 "
+                   "interval_us=200000 dwDistance=20 m_impl->dwMaxSlotNumber=10 [this="));
+  RecordingHandler exact("exact", &log);
+  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&exact, nullptr, Ms(100), 1));  // the farthest slot itself: traced too
+  EXPECT_EQ(2, cap.count("exceed max interval"));
+  EXPECT_EQ(10, TicksUntilFired(cal, h));
+}
 
 TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
   CCmTimerQueueCalendar cal(10, 1000, &events);

@@ -19,13 +19,7 @@
 
 namespace {
 
-CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
-
-class TimerHandleOnQueueType : public ::testing::TestWithParam<unsigned int> {
- protected:
-  void SetUp() override { cm_set_default_timer_type(GetParam()); }
-  void TearDown() override { cm_set_default_timer_type(1); }
-};
+using TimerHandleOnQueueType = OnTimerQueueType;
 
 TEST_P(TimerHandleOnQueueType, ScheduleInAnotherThreadFiresThereWithItsCount) {
   TaskThread worker("t-worker", true, 1102);
@@ -41,16 +35,6 @@ TEST_P(TimerHandleOnQueueType, ScheduleInAnotherThreadFiresThereWithItsCount) {
   EXPECT_EQ(3, sink.count.load());
 }
 
-/// A plain queue handler that runs an action.
-class ActionHandler : public ICmTimerHandler {
- public:
-  explicit ActionHandler(std::function<void()> f) : m_f(std::move(f)) {}
-  void OnTimeout(const CCmTimeValue&, void*) override { m_f(); }
-
- private:
-  std::function<void()> m_f;
-};
-
 // The owner stops inside a firing pass and a foreign thread cancels and destroys the
 // handle there: the cancelling event is refused and the reference is parked. With the
 // handle's timer due later in the same pass, the queue must still reach the handler
@@ -65,7 +49,8 @@ TEST_P(TimerHandleOnQueueType, ForeignCancelRefusedWhileTheOwnerStopsMidPass) {
     CmResult cancelRv = -1;
     size_t parked = 0;
     std::atomic<bool> blocked{false};
-    ActionHandler blocker([&] {
+    RecordingHandler blocker("blocker", nullptr);
+    blocker.SetAction([&](RecordingHandler*) {
       thread->Stop(nullptr);  // the loop leaves after this pass; posts are refused now
       std::thread foreign([&] {
         cancelRv = handle->Cancel();

@@ -20,8 +20,6 @@
 
 namespace {
 
-CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
-
 template <class Q>
 class TimerQueueVariant : public ::testing::Test {
  protected:

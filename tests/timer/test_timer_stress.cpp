@@ -30,11 +30,7 @@ struct StressSlot : CCmTimerWrapperIDSink {
   std::atomic<int> fired{0};
 };
 
-class TimerStressOnQueueType : public ::testing::TestWithParam<unsigned int> {
- protected:
-  void SetUp() override { cm_set_default_timer_type(GetParam()); }
-  void TearDown() override { cm_set_default_timer_type(1); }
-};
+using TimerStressOnQueueType = OnTimerQueueType;
 
 // Operations from the two drivers: foreign Schedule/Cancel/destroy, and the same run
 // on the owning thread itself (carried there synchronously), on 64 handles.
