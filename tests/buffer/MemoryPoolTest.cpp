@@ -12,10 +12,10 @@
 
 namespace {
 
-/// Owns one reference of a pool for the test's lifetime.
+/// Owns one reference of an initialised pool for the test's lifetime.
 struct Pool {
   IKELMemPool* p;
-  Pool(unsigned int size, unsigned int max) : p(CreateKELMemPool(size, max)) {}
+  Pool(unsigned int size, unsigned int max) : p(CreateKELMemPool(size, max)) { p->Init(); }
   ~Pool() { p->Release(); }
   KELMemFixSizePoolInternal* internal() const { return static_cast<KELMemPool*>(p)->GetInternal(); }
 };
@@ -23,7 +23,6 @@ struct Pool {
 TEST(MemoryPool, SmallPoolIsCreatedWholeAndExhaustsSilently) {
   CmTraceCapture cap;
   Pool pool(1024, 5);
-  pool.p->Init();
   EXPECT_EQ(5u, pool.internal()->GetCurBlockSize());
   EXPECT_EQ(5u, pool.internal()->GetFreeCount());
   std::set<unsigned char*> got;
@@ -43,7 +42,6 @@ TEST(MemoryPool, SmallPoolIsCreatedWholeAndExhaustsSilently) {
 
 TEST(MemoryPool, GrowsByTenUpToTheMaximum) {
   Pool pool(1024, 25);
-  pool.p->Init();
   EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
   std::vector<unsigned char*> got;
   for (int i = 0; i < 10; ++i) got.push_back(pool.p->New(1000));
@@ -65,7 +63,6 @@ TEST(MemoryPool, GrowsByTenUpToTheMaximum) {
 
 TEST(MemoryPool, CleanFreesFreeBuffersAndGrowsAgainFromNothing) {
   Pool pool(256, 30);
-  pool.p->Init();
   unsigned char* out = pool.p->New(256);
   EXPECT_TRUE(pool.p->Clean());
   EXPECT_EQ(0u, pool.internal()->GetCurBlockSize());
@@ -83,7 +80,6 @@ TEST(MemoryPool, CleanFreesFreeBuffersAndGrowsAgainFromNothing) {
 
 TEST(MemoryPool, ConcurrentNewFreeKeepsEveryBuffer) {
   Pool pool(64, 40);
-  pool.p->Init();
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -111,7 +107,6 @@ TEST(MemoryPool, ConcurrentNewFreeKeepsEveryBuffer) {
 
 TEST(MemoryPool, BuffersFreedOnOneThreadServeAnotherAtTheMaximum) {
   Pool pool(64, 100);
-  pool.p->Init();
   std::thread([&pool] {  // more than a thread keeps to itself: part goes back to the shared list
     std::vector<unsigned char*> got;
     for (int i = 0; i < 100; ++i) got.push_back(pool.p->New(64));

@@ -255,36 +255,26 @@ TEST(LocalAddressKernel, ProcFallbackWhenNetlinkIsRefused) {
 
 // One RTM_NEWADDR message for 2600::1/64 on ifindex 3 with flags, proto and cache info.
 Bytes address_message(uint32_t seq, uint32_t flags, uint8_t proto, uint32_t preferred) {
-  Bytes attrs;
-  attrs.put<uint16_t>(20), attrs.put<uint16_t>(1);  // IFA_ADDRESS
   uint8_t address[16] = {0x26, 0x00};
   address[15] = 1;
-  attrs.data.insert(attrs.data.end(), address, address + 16);
-  attrs.put<uint16_t>(8), attrs.put<uint16_t>(8), attrs.put<uint32_t>(flags);  // IFA_FLAGS
-  attrs.put<uint16_t>(5), attrs.put<uint16_t>(11), attrs.put<uint8_t>(proto);  // IFA_PROTO
-  attrs.pad();
-  attrs.put<uint16_t>(20), attrs.put<uint16_t>(6);  // IFA_CACHEINFO
-  attrs.put<uint32_t>(preferred), attrs.put<uint32_t>(7200), attrs.put<uint32_t>(0), attrs.put<uint32_t>(0);
-  Bytes m;
-  m.put<uint32_t>(static_cast<uint32_t>(16 + 8 + attrs.data.size())), m.put<uint16_t>(20), m.put<uint16_t>(2);
-  m.put<uint32_t>(seq), m.put<uint32_t>(0);
-  m.put<uint8_t>(10), m.put<uint8_t>(64), m.put<uint8_t>(0), m.put<uint8_t>(0), m.put<uint32_t>(3);
-  m.data.insert(m.data.end(), attrs.data.begin(), attrs.data.end());
-  return m;
+  const uint32_t cacheInfo[4] = {preferred, 7200, 0, 0};
+  Bytes body;
+  body.put<uint8_t>(10).put<uint8_t>(64).put<uint8_t>(0).put<uint8_t>(0).put<uint32_t>(3);
+  body.attr(1, address, 16).attr<uint32_t>(8, flags).attr<uint8_t>(11, proto);  // IFA_ADDRESS, _FLAGS, _PROTO
+  body.attr(6, cacheInfo, sizeof cacheInfo);                                    // IFA_CACHEINFO
+  return nl_message(20, seq, body);
 }
 
-Bytes control_message(uint32_t seq, uint16_t type, int32_t error = 0) {
-  Bytes m;
-  m.put<uint32_t>(type == 2 ? 36 : 20), m.put<uint16_t>(type), m.put<uint16_t>(0), m.put<uint32_t>(seq),
-      m.put<uint32_t>(0);
-  m.put<int32_t>(error);
-  if (type == 2) m.data.resize(36);
-  return m;
+// An NLMSG_ERROR message: the error, then the request's header.
+Bytes error_message(uint32_t seq, int32_t error) {
+  Bytes body;
+  body.put<int32_t>(error).data.resize(20);
+  return nl_message(2, seq, body);
 }
 
 TEST(Netlink, AddressDumpsAndHostileBytes) {
   Bytes good = address_message(7, 0x100, 2, 1800);
-  Bytes done = control_message(7, 3);
+  Bytes done = nl_done(7);
   std::vector<uint8_t> dump = good.data;
   dump.insert(dump.end(), done.data.begin(), done.data.end());
   std::vector<CmNlAddress> out;
@@ -306,9 +296,9 @@ TEST(Netlink, AddressDumpsAndHostileBytes) {
       {"wrong sequence", address_message(8, 0, 0, 0).data, CmNlStatus::kError, -74},
       {"truncated header", std::vector<uint8_t>(good.data.begin(), good.data.begin() + 10), CmNlStatus::kError, -74},
       {"length past the end", std::vector<uint8_t>(good.data.begin(), good.data.end() - 4), CmNlStatus::kError, -74},
-      {"kernel error", control_message(7, 2, -13).data, CmNlStatus::kError, -13},
-      {"acknowledgement inside a dump", control_message(7, 2, 0).data, CmNlStatus::kError, -74},
-      {"positive error", control_message(7, 2, 13).data, CmNlStatus::kError, -74},  // found by the fuzzer
+      {"kernel error", error_message(7, -13).data, CmNlStatus::kError, -13},
+      {"acknowledgement inside a dump", error_message(7, 0).data, CmNlStatus::kError, -74},
+      {"positive error", error_message(7, 13).data, CmNlStatus::kError, -74},  // found by the fuzzer
       {"no end yet", good.data, CmNlStatus::kMore, 0},
       {"empty", {}, CmNlStatus::kMore, 0},
   };

@@ -17,6 +17,7 @@
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
+#include "common/CmTaskThread.h"
 
 namespace pipetest {
 
@@ -162,38 +163,6 @@ class RecordingObserver : public IProcessModuleEventNotify {
   int m_id;
   std::vector<Event>* m_pLog;
   std::mutex* m_pMutex;
-};
-
-// A started task thread, stopped, joined and destroyed at scope end.
-class TaskThread {
- public:
-  explicit TaskThread(const char* aName) { m_ok = CreateUserTaskThread(aName, m_pThread, TF_JOINABLE, true) == CM_OK; }
-  ~TaskThread() { Shutdown(); }
-  bool ok() const { return m_ok && m_pThread; }
-  ACmThread* get() const { return m_pThread; }
-  CM_THREAD_ID id() const { return m_pThread->GetThreadId(); }
-  // Runs f on the thread (posted with priority 128).
-  template <class F>
-  CmResult Post(F&& f) {
-    return m_pThread->GetEventQueue()->PostEvent(CmNewInvokeEvent(std::forward<F>(f)), ICmEventQueue::EPRIORITY_NORMAL);
-  }
-  // Waits until everything posted so far has run.
-  bool Flush() {
-    Latch done;
-    if (Post([&done] { done.CountDown(); }) != CM_OK) return false;
-    return done.Wait();
-  }
-  void Shutdown() {
-    if (!m_pThread) return;
-    m_pThread->Stop();
-    m_pThread->Join();
-    m_pThread->Destory(0);
-    m_pThread = nullptr;
-  }
-
- private:
-  ACmThread* m_pThread = nullptr;
-  bool m_ok = false;
 };
 
 // Owns one reference to a kel object for the scope.

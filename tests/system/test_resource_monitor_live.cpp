@@ -12,32 +12,21 @@
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/thread/CmThread.h"
 #include "cmutil/thread/CmThreadSingletonFactory.h"
+#include "common/CmTaskThread.h"
 #include "common/CmTraceCapture.h"
 #include "system/CmThreadCpuSampler.h"
 
 namespace {
 
-/// A started task thread with a timer queue, ended on destruction.
-struct TaskThread {
-  ACmThread* thread = nullptr;
-  TaskThread() { EXPECT_EQ(CM_OK, CreateUserTaskThread("t-perfs-test", thread, TF_JOINABLE, true, TT_UNKNOWN)); }
-  ~TaskThread() {
-    if (!thread) return;
-    thread->Stop(nullptr);
-    thread->Join();
-    thread->Destory(0);
-  }
-};
-
 TEST(PerfsStatsLive, StartAndStopFromSeveralThreadsWhileSampling) {
-  TaskThread task;
+  TaskThread task("t-perfs-test");
   CKelPerfsStats stats;
   stats.SetInterval(1);
   std::vector<std::thread> callers;
   for (int i = 0; i < 4; ++i)
     callers.emplace_back([&] {
       for (int round = 0; round < 25; ++round) {
-        stats.start(task.thread);
+        stats.start(task.get());
         _tagKelCPUUsage cpu;
         stats.get_cpu_statistics(cpu);
         stats.stop();
@@ -45,7 +34,7 @@ TEST(PerfsStatsLive, StartAndStopFromSeveralThreadsWhileSampling) {
     });
   for (auto& t : callers) t.join();
   EXPECT_TRUE(stats.is_stopped());
-  ASSERT_EQ(CM_OK, stats.start(task.thread));
+  ASSERT_EQ(CM_OK, stats.start(task.get()));
   EXPECT_TRUE(stats.WaitUntilReady(10000));
   stats.stop();
   EXPECT_TRUE(stats.is_stopped());

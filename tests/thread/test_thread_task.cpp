@@ -243,18 +243,12 @@ TYPED_TEST(TaskThreadTest, TimedOutSendQueuedBeforeStopStillRunsOnce) {
 std::atomic<int> g_passes{0};
 void CountPass() { ++g_passes; }
 
-class HookedTask : public CCmThreadTask {
+template <class Task>
+class Hooked : public Task {
  public:
   void OnThreadInit() override {
-    CCmThreadTask::OnThreadInit();
-    m_EventQueue.SetLoopHook(&CountPass);
-  }
-};
-class HookedEventsOnly : public CCmThreadTaskWithEventQueueOnly {
- public:
-  void OnThreadInit() override {
-    CCmThreadTaskWithEventQueueOnly::OnThreadInit();
-    m_EventQueue.SetLoopHook(&CountPass);
+    Task::OnThreadInit();
+    this->m_EventQueue.SetLoopHook(&CountPass);
   }
 };
 
@@ -282,8 +276,8 @@ std::vector<int> PassOfTenEvents() {
 // events-only thread takes all ten at once.
 TEST(CmThreadTaskTest, EventsPerLoopPass) {
   // The gate's own pass ends (hook: 1) before the first batch runs.
-  EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 2, 2, 2, 2, 2}), PassOfTenEvents<HookedTask>());
-  EXPECT_EQ((std::vector<int>(10, 1)), PassOfTenEvents<HookedEventsOnly>());
+  EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 2, 2, 2, 2, 2}), PassOfTenEvents<Hooked<CCmThreadTask>>());
+  EXPECT_EQ((std::vector<int>(10, 1)), PassOfTenEvents<Hooked<CCmThreadTaskWithEventQueueOnly>>());
 }
 
 class CountingHandler : public ICmTimerHandler {

@@ -87,12 +87,7 @@ TEST(UrlStringEncode, StopsOnceSizeReachedWithOverhang) {
   // The size test runs after each byte: output may overshoot by up to two characters.
   EXPECT_EQ("ab", Encode("abcdef", 2));
   EXPECT_EQ("a%26", Encode("a&bc", 2));
-  EXPECT_EQ("%26", Encode("&&&", 1));
-
-  char buf[8];
-  std::memset(buf, '#', sizeof buf);
-  url_string_encode(const_cast<char*>("&"), buf, 1);
-  EXPECT_STREQ("%26", buf);  // three characters and the terminator for dstSize 1
+  EXPECT_EQ("%26", Encode("&&&", 1));  // three characters and the terminator for size 1
 }
 
 TEST(UrlStringEncode, EmptySourceOrNoRoomLeavesDestinationEmpty) {
@@ -109,18 +104,15 @@ TEST(UrlStringEncode, EmptySourceOrNoRoomLeavesDestinationEmpty) {
 }
 
 TEST(ReplaceCaseMatch, CaseSensitiveNoOverlapNoRescan) {
-  CCmString out;
-  replaceCaseMatch("aaaa", "aa", "b", out);
-  EXPECT_EQ("bb", out);
-  out.clear();
-  replaceCaseMatch("aaa", "aa", "b", out);
-  EXPECT_EQ("ba", out);
-  out.clear();
-  replaceCaseMatch("Host host", "host", "x", out);
-  EXPECT_EQ("Host x", out);
-  out.clear();
-  replaceCaseMatch("ab", "a", "aa", out);  // inserted text is not searched again
-  EXPECT_EQ("aab", out);
+  const char* const cases[][4] = {{"aaaa", "aa", "b", "bb"},
+                                  {"aaa", "aa", "b", "ba"},
+                                  {"Host host", "host", "x", "Host x"},
+                                  {"ab", "a", "aa", "aab"}};  // inserted text is not searched again
+  for (const auto& c : cases) {
+    CCmString out;
+    replaceCaseMatch(c[0], c[1], c[2], out);
+    EXPECT_EQ(c[3], out) << c[0];
+  }
 }
 
 }  // namespace
