@@ -1,5 +1,6 @@
 // ConfigData: text-backed conversions, the int struct and equality.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -73,4 +74,11 @@ TEST(ConfigData, IntStructBytesSurviveCopyAndAssignment) {
     value.setStrValue("9");
     EXPECT_TRUE(value.ToInt() == 9 && !value.IsIntStruct());  // text replaces the bytes
   }
+  const size_t heapBefore = mallinfo2().uordblks;  // replaced and destroyed bytes are given back
+  for (int i = 0; i < 1000; ++i) {
+    ConfigData d;
+    d.SetStructValue(&raw, 8);
+    d.SetStructValue(&raw, 4);
+  }
+  EXPECT_LT(mallinfo2().uordblks, heapBefore + 4096);
 }
