@@ -68,10 +68,10 @@ TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
   }
   EXPECT_FALSE(cap.contains("ProcessOneEvent, report"));
   {
-    CmFakeClock clock(1000, 500001);
+    CmFakeClock clock(1000, 1500001);
     queue.ProcessOneEvent(new LoggingEvent(&log, 2));
   }
-  EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::ProcessOneEvent, report, sec=0 usec=500001 aEvent=0x"));
+  EXPECT_TRUE(cap.contains(1, "CCmEventQueueBase::ProcessOneEvent, report, sec=1 usec=500001 aEvent=0x"));
   EXPECT_EQ(1u, cap.count("ProcessOneEvent, report"));
 }
 

@@ -117,7 +117,8 @@ TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelea
   factory->ResleseSingletonThread("no-such", first);
 
   factory->ResleseSingletonThread("shared-x", first);
-  EXPECT_EQ(CM_OK, first->GetEventQueue()->SendEvent(CmNewInvokeEvent([] {})));  // still running
+  CCmTimeValue aMinute(60L, 0L);  // a timed send that is answered in time
+  EXPECT_EQ(CM_OK, first->GetEventQueue()->SendEvent(CmNewInvokeEvent([] {}), &aMinute));  // still running
   EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, enter, pThreadName=shared-x"));
 
   cap.clear();
