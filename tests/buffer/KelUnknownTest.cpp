@@ -11,25 +11,18 @@ namespace {
 
 std::atomic<int> g_destroyed{0};
 
-class ITestData : public kel::IKelUnknown {
- public:
-  virtual int Value() const = 0;
-};
+class ITestData : public kel::IKelUnknown {};
 
 class CTestData : public ITestData, public kel::CKelUnknownImpl {
  public:
-  explicit CTestData(int v, unsigned int initial = 0) : kel::CKelUnknownImpl(initial), m_v(v) {}
+  explicit CTestData(unsigned int initial = 0) : kel::CKelUnknownImpl(initial) {}
   ~CTestData() override { ++g_destroyed; }
   KEL_IMPLEMENT_UNKNOWN()
-  int Value() const override { return m_v; }
-
- private:
-  int m_v;
 };
 
 TEST(KelUnknown, CountsAndDeletesAtZero) {
   g_destroyed = 0;
-  CTestData* d = new CTestData(7);
+  CTestData* d = new CTestData();
   EXPECT_EQ(0u, d->GetReference());
   EXPECT_EQ(1u, d->AddRef());
   EXPECT_EQ(2u, d->AddRef());
@@ -38,7 +31,7 @@ TEST(KelUnknown, CountsAndDeletesAtZero) {
   EXPECT_EQ(0u, d->Release());
   EXPECT_EQ(1, g_destroyed.load());
 
-  CTestData* e = new CTestData(1, 1);
+  CTestData* e = new CTestData(1);
   EXPECT_EQ(1u, e->GetReference());
   EXPECT_EQ(0u, e->Release());
   EXPECT_EQ(2, g_destroyed.load());
@@ -46,7 +39,7 @@ TEST(KelUnknown, CountsAndDeletesAtZero) {
 
 TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
   g_destroyed = 0;
-  CTestData* d = new CTestData(3, 1);
+  CTestData* d = new CTestData(1);
   EXPECT_EQ(CM_ERROR_NULL_POINTER, d->QueryInterface(kel::IID_IKelUnknown, nullptr));
 
   void* out = nullptr;
@@ -67,7 +60,7 @@ TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
 
 TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
   g_destroyed = 0;
-  CTestData* d = new CTestData(0, 1);
+  CTestData* d = new CTestData(1);
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([d] {
@@ -86,15 +79,13 @@ TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
 
 TEST(KelUnknown, ReleaseWithoutAReferenceIsRefused) {
   g_destroyed = 0;
-  CTestData d(3);  // never referenced: the count is 0 and the object is not ours to delete
+  CTestData d;  // never referenced: the count is 0 and the object is not ours to delete
   CmTraceCapture cap;
   EXPECT_EQ(0u, d.Release());
   EXPECT_TRUE(cap.contains("Assert failed: count != 0"));
   EXPECT_EQ(0u, d.GetReference());  // not wrapped around
   EXPECT_EQ(0, g_destroyed.load());
   EXPECT_EQ(1u, d.AddRef());
-  EXPECT_EQ(2u, d.AddRef());
-  EXPECT_EQ(1u, d.Release());
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "cmutil/buffer/CmDataBlock.h"
 #include "cmutil/buffer/CmMessageBlock.h"

@@ -32,14 +32,18 @@ CmResult Parse(const std::vector<unsigned char>& wire, CCmMetaData& out) {
 
 typedef std::vector<unsigned char> V;
 
+// Checks m's wire bytes and parses them into back.
+void WireAndBack(const CCmMetaData& m, const V& wire, CCmMetaData& back) {
+  EXPECT_EQ(wire, Wire(m));
+  ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+}
+
 // Sets v, checks the wire bytes, parses them back and reads the same value.
 template <class T>
 void RoundTrip(T value, const std::vector<unsigned char>& wire) {
-  CCmMetaData m;
+  CCmMetaData m, back;
   m.Set(value);
-  EXPECT_EQ(wire, Wire(m));
-  CCmMetaData back;
-  ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+  WireAndBack(m, wire, back);
   T read{};
   EXPECT_EQ(CM_OK, back.Get(read));
   EXPECT_EQ(value, read);
@@ -56,21 +60,17 @@ TEST(MetaData, EveryScalarTypeRoundTripsThroughItsWireBytes) {
 }
 
 TEST(MetaData, StringAndRawWireBytes) {
-  CCmMetaData s;
+  CCmMetaData s, sback;
   s.Set("ab");
-  EXPECT_EQ(V({0x07, 0x00, 0x02, 0x61, 0x62}), Wire(s));
-  CCmMetaData sback;
-  ASSERT_EQ(CM_OK, Parse(Wire(s), sback));
+  WireAndBack(s, V({0x07, 0x00, 0x02, 0x61, 0x62}), sback);
   const char* str = nullptr;
   EXPECT_EQ(CM_OK, sback.Get(str));
   EXPECT_STREQ("ab", str);
 
   const unsigned char raw[] = {0xff, 0x00};
-  CCmMetaData r;
+  CCmMetaData r, rback;
   r.Set(raw, 2);
-  EXPECT_EQ(V({0x08, 0x00, 0x00, 0x00, 0x02, 0xff, 0x00}), Wire(r));
-  CCmMetaData rback;
-  ASSERT_EQ(CM_OK, Parse(Wire(r), rback));
+  WireAndBack(r, V({0x08, 0x00, 0x00, 0x00, 0x02, 0xff, 0x00}), rback);
   unsigned char* p = nullptr;
   unsigned int len = 0;
   EXPECT_EQ(CM_OK, rback.Get(p, len));
@@ -78,20 +78,16 @@ TEST(MetaData, StringAndRawWireBytes) {
   EXPECT_EQ(0, memcmp(raw, p, 2));
 
   // Null string and null raw travel as length 0 and come back as null.
-  CCmMetaData ns;
+  CCmMetaData ns, nsback;
   ns.Set(static_cast<const char*>(nullptr));
-  EXPECT_EQ(V({0x07, 0x00, 0x00}), Wire(ns));
-  CCmMetaData nsback;
-  ASSERT_EQ(CM_OK, Parse(Wire(ns), nsback));
+  WireAndBack(ns, V({0x07, 0x00, 0x00}), nsback);
   str = "x";
   EXPECT_EQ(CM_OK, nsback.Get(str));
   EXPECT_EQ(nullptr, str);
 
-  CCmMetaData nr;
+  CCmMetaData nr, nrback;
   nr.Set(raw, 0);
-  EXPECT_EQ(V({0x08, 0x00, 0x00, 0x00, 0x00}), Wire(nr));
-  CCmMetaData nrback;
-  ASSERT_EQ(CM_OK, Parse(Wire(nr), nrback));
+  WireAndBack(nr, V({0x08, 0x00, 0x00, 0x00, 0x00}), nrback);
   p = const_cast<unsigned char*>(raw);
   len = 9;
   EXPECT_EQ(CM_OK, nrback.Get(p, len));

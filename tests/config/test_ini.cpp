@@ -10,10 +10,7 @@
 #include "ConfigTestUtil.h"
 #include "cmutil/config/CmConfigIO.h"
 #include "cmutil/config/CmConfigInitFile.h"
-#include "cmutil/safe/CmSafeLib.h"
 #include "common/CmTraceCapture.h"
-#include "config/CmConfigInternal.h"
-#include "trace/CmTraceInternal.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
 #include <thread>
 
 #include "cmutil/thread/CmThreadPriority.h"

@@ -1,12 +1,9 @@
 // Clock policies, clock-field breakdowns, the low tick thread and elapsed-time facts.
 
 #include <gtest/gtest.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 
 #include "cmutil/thread/CmThreadSingletonFactory.h"
@@ -137,7 +134,6 @@ TEST(TimerFact, ClockBehindTheStartIsTakenAsAWrap) {
   EXPECT_EQ(0, fact.elapsed_sec());  // both instants fall in second 0
   fact.reset(5000000);
   EXPECT_EQ((max - 5000000) / 1000000 + 0, fact.elapsed_sec());
-  fact.reset(5000);
 
   // Start at the maximum itself: n - max.
   fact.reset(max);

@@ -5,14 +5,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <thread>
-#include <utility>
 
 #include "TimerTestSupport.h"
 #include "TimerThreadSupport.h"
-#include "cmutil/thread/CmThreadRegistry.h"
 #include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "common/CmTraceCapture.h"
 #include "timer/CmTimerWrapperRef.h"

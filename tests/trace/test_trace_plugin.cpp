@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <memory>
@@ -12,7 +11,6 @@
 #include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/trace/CmTrace.h"
 #include "cmutil/trace/CmTvxTrace.h"
-#include "config/ConfigTestUtil.h"
 
 namespace {
 

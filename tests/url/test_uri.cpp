@@ -56,12 +56,9 @@ TEST(CmUriParse, FieldsOfAcceptedTexts) {
 
 TEST(CmUriParse, Failures) {
   CCmUri uri;
-  EXPECT_FALSE(uri.Parse(""));
-  EXPECT_FALSE(uri.Parse("no-colon-here"));
-  EXPECT_FALSE(uri.Parse(":http//x"));
-  EXPECT_FALSE(uri.Parse("http:h/x"));    // authority scheme without "//"
-  EXPECT_FALSE(uri.Parse("https:///x"));  // empty host
-  EXPECT_FALSE(uri.Parse("file:///tmp/a"));
+  // "http:h/x": an authority scheme without "//"; "https:///x": an empty host
+  for (const char* bad : {"", "no-colon-here", ":http//x", "http:h/x", "https:///x", "file:///tmp/a"})
+    EXPECT_FALSE(uri.Parse(bad)) << bad;
   EXPECT_FALSE(uri.Parse("http://h:abc/"));
   EXPECT_EQ(80, uri.GetPort());  // a failed host parse still gets the default port
   EXPECT_FALSE(uri.Parse("stun:10.0.0.1:x"));
@@ -93,12 +90,9 @@ TEST(CmUriHostPort, BracketedBarePlainAndBadPorts) {
 }
 
 TEST(CmUriIsNumber, Rules) {
-  EXPECT_TRUE(CCmUri::IsNumber(""));
-  EXPECT_TRUE(CCmUri::IsNumber(CCmString("\0abc", 4)));
-  EXPECT_TRUE(CCmUri::IsNumber("0123456789"));
-  EXPECT_FALSE(CCmUri::IsNumber("12a"));
-  EXPECT_FALSE(CCmUri::IsNumber(" 1"));
-  EXPECT_FALSE(CCmUri::IsNumber("+1"));
+  EXPECT_TRUE(CCmUri::IsNumber(CCmString("\0abc", 4)));  // read up to the first NUL
+  for (const char* yes : {"", "0123456789"}) EXPECT_TRUE(CCmUri::IsNumber(yes)) << yes;
+  for (const char* no : {"12a", " 1", "+1"}) EXPECT_FALSE(CCmUri::IsNumber(no)) << no;
 }
 
 }  // namespace
