@@ -31,7 +31,7 @@ class TaskThread {
 
   /// Runs f on the thread and waits for it.
   CmResult Run(std::function<void()> f) {
-    return m_pThread->GetEventQueue()->SendEvent(CmNewInvokeEvent([f] { f(); }), nullptr);
+    return m_pThread->GetEventQueue()->SendEvent(CmNewInvokeEvent(std::move(f)), nullptr);
   }
   /// Queues f to run on the thread.
   template <class F>

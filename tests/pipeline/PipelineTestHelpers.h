@@ -1,6 +1,6 @@
 #pragma once
 // Shared helpers of the pipeline tests: counted data items, recording units, observers,
-// latches and task threads.
+// latches; task threads come from the common helper.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,6 @@
 #include "cmutil/pipeline/CmProcessUnit.h"
 #include "cmutil/thread/CmEventQueueBase.h"
 #include "cmutil/thread/CmThread.h"
-#include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "common/CmTaskThread.h"
 
 namespace pipetest {

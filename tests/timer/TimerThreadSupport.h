@@ -1,18 +1,13 @@
 #pragma once
-// Real-thread helpers of the timer tests: task threads, running code on them, waiting.
+// Real-thread helpers of the timer tests: the queue-type fixture, waiting, a counting sink.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 
-#include "cmutil/thread/CmEventQueueBase.h"
-#include "cmutil/thread/CmThread.h"
-#include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/timer/CmTimerWrapperID.h"
 #include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "common/CmTaskThread.h"
