@@ -11,6 +11,12 @@
 
 namespace {
 
+long long RealtimeUs() {
+  timespec ts = {};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return ts.tv_sec * 1000000LL + ts.tv_nsec / 1000;
+}
+
 void ExpectTv(long sec, long usec, const CCmTimeValue& tv) {
   EXPECT_EQ(sec, tv.GetSec());
   EXPECT_EQ(usec, tv.GetUsec());
@@ -80,9 +86,12 @@ TEST(CCmTimeValueTest, CalendarFieldsOfTheSeconds) {
   tm local = {};
   CCmTimeValue(0L).GetLocalTime(&local);
   EXPECT_GE(local.tm_year, 69);
-  const time_t before = time(nullptr);
-  const long now = CCmTimeValue::GetTimeOfDay().GetSec();  // the wall clock
-  EXPECT_TRUE(now >= before && now <= time(nullptr)) << now;
+  // Bracketed by the precise realtime clock: time() reads the coarse one,
+  // which lags by up to a tick and fails just after a second boundary.
+  const long long before = RealtimeUs();
+  const CCmTimeValue now = CCmTimeValue::GetTimeOfDay();
+  const long long nowUs = now.GetSec() * 1000000LL + now.GetUsec();
+  EXPECT_TRUE(nowUs >= before && nowUs <= RealtimeUs()) << nowUs;
 }
 
 }  // namespace
