@@ -31,6 +31,10 @@ class TimerQueueVariant : public ::testing::Test {
     if (remain) *remain = r;
     return fired;
   }
+  int CheckAfter(long ms, CCmTimeValue* remain = nullptr, CCmTimeValue* earliest = nullptr) {
+    clock.AdvanceMs(ms);
+    return Check(remain, earliest);
+  }
 
   CmFakeClock clock;
   CountingObserver observer;
@@ -74,10 +78,8 @@ TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
     ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(ms), 1));
   }
   EXPECT_EQ(1, this->observer.Count("TimerQueue"));  // told of the first timer of an empty queue only
-  this->clock.AdvanceMs(35);
-  EXPECT_EQ(3, this->Check());
-  this->clock.AdvanceMs(20);
-  EXPECT_EQ(2, this->Check());
+  EXPECT_EQ(3, this->CheckAfter(35));
+  EXPECT_EQ(2, this->CheckAfter(20));
   std::vector<std::string> names;
   for (const auto& f : this->log) names.push_back(f.name);
   EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), names);
@@ -88,13 +90,11 @@ TYPED_TEST(TimerQueueVariant, MissedPeriodsAreSkippedNotBurst) {
   RecordingHandler h("h", &this->log);
   const CCmTimeValue start = this->clock.Now();
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(100), 0));
-  this->clock.AdvanceMs(350);
   CCmTimeValue remain, earliest;
-  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, this->CheckAfter(350, &remain, &earliest));
   EXPECT_EQ(start + Ms(400), earliest);
   EXPECT_EQ(Ms(50), remain);
-  this->clock.AdvanceMs(50);
-  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, this->CheckAfter(50));
   EXPECT_EQ(2, h.Count());
 }
 
@@ -103,8 +103,7 @@ TYPED_TEST(TimerQueueVariant, CountedTimerRunsOutAndEmptiesTheQueue) {
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(20), 3));
   CCmTimeValue remain;
   for (int i = 0; i < 5; ++i) {
-    this->clock.AdvanceMs(20);
-    this->Check(&remain);
+    this->CheckAfter(20, &remain);
   }
   EXPECT_EQ(3, h.Count());
   EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
@@ -116,14 +115,10 @@ TYPED_TEST(TimerQueueVariant, RescheduleReplacesTheSingleTimer) {
   int a = 1, b = 2;
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, &a, Ms(50), 1));
   EXPECT_EQ(CM_ERROR_FOUND, this->queue->ScheduleTimer(&h, &b, Ms(200), 2));
-  this->clock.AdvanceMs(100);
-  EXPECT_EQ(0, this->Check());
-  this->clock.AdvanceMs(100);
-  EXPECT_EQ(1, this->Check());
-  this->clock.AdvanceMs(200);
-  EXPECT_EQ(1, this->Check());
-  this->clock.AdvanceMs(200);
-  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(0, this->CheckAfter(100));
+  EXPECT_EQ(1, this->CheckAfter(100));
+  EXPECT_EQ(1, this->CheckAfter(200));
+  EXPECT_EQ(0, this->CheckAfter(200));
   ASSERT_EQ(2u, this->log.size());
   EXPECT_EQ(&b, this->log[0].arg);
   EXPECT_EQ(&b, this->log[1].arg);
@@ -135,8 +130,7 @@ TYPED_TEST(TimerQueueVariant, CancelRemovesAndUnknownIsNotFound) {
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&other, nullptr, Ms(30), 1));
   EXPECT_EQ(CM_OK, this->queue->CancelTimer(&h));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, this->queue->CancelTimer(&h));
-  this->clock.AdvanceMs(40);
-  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, this->CheckAfter(40));
   EXPECT_EQ(0, h.Count());
   EXPECT_EQ(1, other.Count());
 }
@@ -149,12 +143,10 @@ TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
   oneShot.SetAction([&](RecordingHandler* self) { oneShotRv = q->CancelTimer(self); });
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&repeating, nullptr, Ms(10), 0));
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&oneShot, nullptr, Ms(20), 1));
-  this->clock.AdvanceMs(20);
-  EXPECT_EQ(2, this->Check());
+  EXPECT_EQ(2, this->CheckAfter(20));
   EXPECT_EQ(CM_OK, repeatingRv);
   EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotRv);
-  this->clock.AdvanceMs(100);
-  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(0, this->CheckAfter(100));
   EXPECT_EQ(1, repeating.Count());
 }
 
@@ -164,8 +156,7 @@ TYPED_TEST(TimerQueueVariant, CallbackCancelsAnotherDueTimerOfTheSamePass) {
   first.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, q->CancelTimer(&second)); });
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&first, nullptr, Ms(10), 1));
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&second, nullptr, Ms(20), 1));
-  this->clock.AdvanceMs(30);
-  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, this->CheckAfter(30));
   EXPECT_EQ(0, second.Count());
 }
 
@@ -184,20 +175,17 @@ TYPED_TEST(TimerQueueVariant, PassEndsWhenTheRestOfASharedSlotIsNotDue) {
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&b, nullptr, Ms(15), 0));
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&c, nullptr, Ms(16), 0));
   const CCmTimeValue start = this->clock.Now();
-  this->clock.AdvanceMs(11);
   CCmTimeValue remain, earliest;
-  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, this->CheckAfter(11, &remain, &earliest));
   EXPECT_EQ(0, b.Count());
   EXPECT_EQ(0, c.Count());
   EXPECT_EQ(start + Ms(15), earliest);
   EXPECT_EQ(Ms(4), remain);
-  this->clock.AdvanceMs(4);
-  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, this->CheckAfter(4, &remain, &earliest));
   EXPECT_EQ(1, b.Count());
   EXPECT_EQ(0, c.Count());
   EXPECT_EQ(start + Ms(16), earliest);
-  this->clock.AdvanceMs(1);
-  EXPECT_EQ(1, this->Check(&remain, &earliest));
+  EXPECT_EQ(1, this->CheckAfter(1, &remain, &earliest));
   EXPECT_EQ(1, c.Count());
   EXPECT_EQ(start + Ms(30), earliest);
   std::vector<std::string> names;
@@ -216,14 +204,12 @@ TYPED_TEST(TimerQueueVariant, CancelOfTheEarliestInASharedSlotUpdatesTheEarliest
   const CCmTimeValue start = this->clock.Now();
   EXPECT_EQ(CM_OK, q->CancelTimer(&a));
   EXPECT_EQ(start + Ms(15), q->GetEarliestTime());
-  this->clock.AdvanceMs(12);
-  EXPECT_EQ(0, this->Check());
+  EXPECT_EQ(0, this->CheckAfter(12));
   EXPECT_EQ(0, b.Count());
   EXPECT_EQ(0, c.Count());
   EXPECT_EQ(CM_OK, q->CancelTimer(&b));
   EXPECT_EQ(start + Ms(16), q->GetEarliestTime());
-  this->clock.AdvanceMs(4);
-  EXPECT_EQ(1, this->Check());
+  EXPECT_EQ(1, this->CheckAfter(4));
   EXPECT_EQ(1, c.Count());
 }
 
@@ -358,33 +344,37 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
 
 // ---- the wheel ----
 
-TEST(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
+class TimerWheel : public ::testing::Test {
+ protected:
+  int CheckAfter(long ms, CCmTimeValue* remain = nullptr) {
+    clock.AdvanceMs(ms);
+    return queue.CheckExpire(remain, nullptr);
+  }
+
   CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+  CCmTimerWheelQueue queue{nullptr};
+};
+
+TEST_F(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
   std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&later, nullptr, CCmTimeValue(0L, 15000L), 0));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, CCmTimeValue(0L, 12000L), 1));
   const CCmTimeValue start = clock.Now();
   EXPECT_EQ(start + CCmTimeValue(0L, 12000L), CmTimerWheelInspector::CachedEarliest(queue));
-  clock.AdvanceMs(12);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, CheckAfter(12));
   EXPECT_EQ(1, sooner.Count());
   EXPECT_EQ(0, later.Count());
   EXPECT_EQ(start + CCmTimeValue(0L, 15000L), CmTimerWheelInspector::CachedEarliest(queue));
-  clock.AdvanceMs(3);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
-  clock.AdvanceMs(5);
-  EXPECT_EQ(0, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, CheckAfter(3));
+  EXPECT_EQ(0, CheckAfter(5));
   EXPECT_EQ(1, later.Count());
   EXPECT_EQ(start + CCmTimeValue(0L, 30000L), queue.GetEarliestTime());
 }
 
 // After the clock ran ahead, the slot of an overdue timer may also hold a timer one
 // revolution later; the earliest after the overdue one fires lies in another slot.
-TEST(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
-  CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+TEST_F(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
   RecordingHandler overdue("overdue", nullptr), nextLap("nextLap", nullptr), soon("soon", nullptr);
   const CCmTimeValue start = clock.Now();
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&overdue, nullptr, Ms(15), 1));
@@ -398,16 +388,13 @@ TEST(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
   EXPECT_EQ(1, overdue.Count());
   EXPECT_EQ(start + Ms(1500), queue.GetEarliestTime());
   EXPECT_EQ(Ms(500), remain);
-  clock.AdvanceMs(500);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, CheckAfter(500));
   EXPECT_EQ(1, soon.Count());
   EXPECT_EQ(0, nextLap.Count());
   EXPECT_EQ(start + Ms(30015), queue.GetEarliestTime());
 }
 
-TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
-  CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+TEST_F(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
   RecordingHandler far("far", nullptr), near("near", nullptr);
   const CCmTimeValue farAt = clock.Now() + Ms(45000);
   const unsigned int farSlot = CCmTimerWheelQueue::SlotOf(farAt);
@@ -419,45 +406,35 @@ TEST(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
   // 40 s later a near timer fires; the rescan after its pop walks to the far slot.
   clock.AdvanceMs(40000);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&near, nullptr, Ms(10), 1));
-  clock.AdvanceMs(10);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, CheckAfter(10));
   EXPECT_EQ(0u, CmTimerWheelInspector::FarCount(queue, farSlot));
   EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, farSlot));
   EXPECT_EQ(farAt, CmTimerWheelInspector::CachedEarliest(queue));
 
-  clock.AdvanceMs(4989);
-  EXPECT_EQ(0, queue.CheckExpire(nullptr, nullptr));
-  clock.AdvanceMs(1);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(0, CheckAfter(4989));
+  EXPECT_EQ(1, CheckAfter(1));
   EXPECT_EQ(1, far.Count());
 }
 
-TEST(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
-  CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+TEST_F(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
   RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(31000), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(45000), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&c, nullptr, Ms(75000), 1));
   CCmTimeValue remain;
-  clock.AdvanceMs(31000);
-  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(1, CheckAfter(31000, &remain));
   // After the pop no near timer is left; the far ones keep the earliest time.
   EXPECT_EQ(Ms(14000), remain);
-  clock.AdvanceMs(14000);
-  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(1, CheckAfter(14000, &remain));
   EXPECT_EQ(Ms(30000), remain);
-  clock.AdvanceMs(30000);
-  EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
+  EXPECT_EQ(1, CheckAfter(30000, &remain));
   EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
   EXPECT_EQ(1, a.Count());
   EXPECT_EQ(1, b.Count());
   EXPECT_EQ(1, c.Count());
 }
 
-TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
-  CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+TEST_F(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
   std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
   // Same slot (both multiples of 30 s from an aligned start), one revolution apart.
@@ -465,21 +442,16 @@ TEST(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, Ms(60000), 0));
   const unsigned int slot = CCmTimerWheelQueue::SlotOf(clock.Now());
   EXPECT_EQ(2u, CmTimerWheelInspector::FarCount(queue, slot));
-  clock.AdvanceMs(60000);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
-  clock.AdvanceMs(30000);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
-  clock.AdvanceMs(30000);
-  EXPECT_EQ(1, queue.CheckExpire(nullptr, nullptr));
+  EXPECT_EQ(1, CheckAfter(60000));
+  EXPECT_EQ(1, CheckAfter(30000));
+  EXPECT_EQ(1, CheckAfter(30000));
   ASSERT_EQ(3u, log.size());
   EXPECT_EQ("sooner", log[0].name);
   EXPECT_EQ("later", log[1].name);
   EXPECT_EQ("sooner", log[2].name);
 }
 
-TEST(TimerWheel, CancellingTheEarliestRescansToTheNext) {
-  CmFakeClock clock;
-  CCmTimerWheelQueue queue(nullptr);
+TEST_F(TimerWheel, CancellingTheEarliestRescansToTheNext) {
   RecordingHandler a("a", nullptr), b("b", nullptr), far("far", nullptr);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(100), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(2500), 1));
