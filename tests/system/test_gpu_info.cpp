@@ -139,8 +139,8 @@ TEST(GpuInfo, ListIsRememberedAfterTheFirstSuccess) {
 }
 
 TEST(GpuInfo, PciIdsLookup) {
-  const std::string ids =
-      "# comment\n10de  NVIDIA Corporation\n\t20b0  GA100\n\t\t10de 1450  A100 SXM4\n"
+  const std::string ids =  // a comment and a blank line inside a vendor do not end it
+      "# comment\n10de  NVIDIA Corporation\n# note\n\n\t20b0  GA100\n\t\t10de 1450  A100 SXM4\n"
       "1002  Advanced Micro Devices\n\t73bF  Navi 21\nC 03  Display controller\n";
   struct Case {
     unsigned vendor, device;

@@ -215,7 +215,10 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   EXPECT_TRUE(capture.contains(0, "CmStaticPerformanceScore::GetStaticPerformanceScore error currOS = 12 [this="));
   EXPECT_TRUE(capture.contains(
       2, "CmStaticPerformanceScore m_currOS = 12, m_osVersion = 0.000, m_cpuClass = 0, m_specificModel0"));
+  _tagKelSystemInfo* info = score_->GetSystemOSInfo();
+  info->m_cpuClass = info->m_specificModel = info->m_ScoreOffset = 2;
   score_->Reset();
+  EXPECT_EQ(0u, info->m_cpuClass | info->m_specificModel | info->m_ScoreOffset);  // the classification too
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetOSType(os, text));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->ConfigureParameters(KelOSNone, std::vector<int>(7, 0), {}));
   EXPECT_TRUE(capture.contains(0, "ConfigureParameters fail, need init OS, m_currOS = 0"));

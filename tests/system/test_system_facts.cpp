@@ -156,6 +156,7 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
        2,
        1},
       {{{kOnline, "0-99999999\n"}}, 1, 77, 77},  // a list too large to be real: the query fails
+      {{{kOnline, "0-65535,0\n"}}, 1, 77, 77},   // one CPU past the cap on the whole list
       {{{kOnline, "x\n"}}, 1, 77, 77},
       {{}, 1, 77, 77},
   };

@@ -34,6 +34,12 @@ TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread) {
   CmTraceCapture cap;
   ACmThread* a = StartRegistered("reg-c1", 11);
   ACmThread* b = StartRegistered("reg-c2", 12);
+  ACmThread* gone = StartRegistered("reg-c3", 13);
+  EXPECT_EQ(gone, GetThread(13));
+  gone->Stop(nullptr);
+  EXPECT_EQ(CM_OK, gone->Join());
+  gone->Destory(0);  // takes itself out of the registry
+  EXPECT_EQ(nullptr, GetThread(13));
   TPCleanThreadList();
   EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
   EXPECT_EQ(CM_OK, a->Join());  // both loops end because they were stopped
