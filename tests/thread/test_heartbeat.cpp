@@ -5,9 +5,9 @@
 #include <mutex>
 #include <vector>
 
-#include "TimerTestSupport.h"
 #include "cmutil/thread/CmThreadHeartBeat.h"
 #include "common/CmTraceCapture.h"
+#include "timer/TimerTestSupport.h"
 
 namespace {
 
