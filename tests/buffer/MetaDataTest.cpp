@@ -47,6 +47,11 @@ void RoundTrip(T value, const std::vector<unsigned char>& wire) {
   T read{};
   EXPECT_EQ(CM_OK, back.Get(read));
   EXPECT_EQ(value, read);
+  // The type stays once set: a string holder refuses this type both ways.
+  CCmMetaData text;
+  text.Set("x");
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, text.Set(value));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, text.Get(read));
 }
 
 TEST(MetaData, EveryScalarTypeRoundTripsThroughItsWireBytes) {
@@ -76,6 +81,10 @@ TEST(MetaData, StringAndRawWireBytes) {
   EXPECT_EQ(CM_OK, rback.Get(p, len));
   ASSERT_EQ(2u, len);
   EXPECT_EQ(0, memcmp(raw, p, 2));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, r.Set("ab"));  // raw and string do not mix either
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, s.Set(raw, 2));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, r.Get(str));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, s.Get(p, len));
 
   // Null string and null raw travel as length 0 and come back as null.
   CCmMetaData ns, nsback;
