@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <time.h>
+
 #include <atomic>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -14,7 +18,6 @@
 #include "common/CmTraceCapture.h"
 #include "platform/CmMonitorPlatform.h"
 #include "system/CmKelPerfsStatsTestHook.h"
-#include "system/CmMonitorClock.h"
 #include "system/CmMonitorParsers.h"
 #include "system/CmThreadCpuSampler.h"
 
@@ -231,6 +234,35 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     stats.stop();
     EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, stats.get_memory_statistics(memory));
   }
+}
+
+// On the live kernel and the real clocks: a thread that burns 100 ms of CPU between two
+// samples leads the thread list with a visible share; a wrong clock unit flattens it.
+TEST(PerfsStats, LiveBusyThreadLeadsTheThreadList) {
+  std::promise<void> go, spun, release;
+  std::thread spinner([&] {
+    pthread_setname_np(pthread_self(), "cm-spin");
+    go.get_future().wait();
+    timespec cpu = {};
+    do clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu);
+    while (cpu.tv_sec == 0 && cpu.tv_nsec < 100000000);
+    spun.set_value();
+    release.get_future().wait();
+  });
+  CKelPerfsStats stats;
+  CKelPerfsStatsTestHook::StartWithoutTimer(stats, 1000);
+  CKelPerfsStatsTestHook::Sample(stats);  // the spinner is known, idle so far
+  go.set_value();
+  spun.get_future().wait();
+  CKelPerfsStatsTestHook::Sample(stats);
+  _tagKelCPUUsage cpu;
+  ASSERT_EQ(CM_OK, stats.get_cpu_statistics(cpu));
+  release.set_value();
+  spinner.join();
+  ASSERT_GE(cpu.threadCount, 1);
+  EXPECT_STREQ("cm-spin", cpu.threads[0].name);
+  EXPECT_GT(cpu.threads[0].usage, 1.0f);  // 100 ms of CPU in the seconds at most between samples
+  stats.stop();
 }
 
 }  // namespace
