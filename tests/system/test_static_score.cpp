@@ -136,6 +136,11 @@ TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
     With(c.brand, c.cores, c.os, 8000, c.offset, c.params);
     EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.brand << " level " << c.level;
   }
+  // Core M is the m3 class: the same number scores the same.
+  With("Intel(R) Core(TM) M-5Y71 CPU @ 1.20GHz", 2, KelOSLinux);
+  const int coreM = ScoreAt(2);
+  With("Intel(R) Core(TM) m3-5Y71 CPU @ 1.20GHz", 2, KelOSLinux);
+  EXPECT_EQ(ScoreAt(2), coreM);
 }
 
 TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {
