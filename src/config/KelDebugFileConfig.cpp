@@ -44,10 +44,7 @@ CKelDebugFileConfig& CKelDebugFileConfig::instance() {
 
 CKelDebugFileConfig::CKelDebugFileConfig() : m_pImpl(new (std::nothrow) Impl) {}
 
-CKelDebugFileConfig::~CKelDebugFileConfig() {
-  delete m_pImpl;
-  m_pImpl = nullptr;
-}
+CKelDebugFileConfig::~CKelDebugFileConfig() { delete m_pImpl; }
 
 CmResult CKelDebugFileConfig::SetReadPermission(bool allowed) {
   CM_DEBUG_CONFIG_CHECK_IMPL("SetReadPermission", CM_ERROR_FAILURE);
