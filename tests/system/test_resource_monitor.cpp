@@ -236,6 +236,64 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
   }
 }
 
+// Temperature and fan on hand-made hwmon and thermal trees: the preferred CPU sensor,
+// else thermal zones by type; a sensor that does not read as a number is skipped.
+TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
+  const std::string hw = "/sys/class/hwmon/hwmon", tz = "/sys/class/thermal/thermal_zone";
+  struct Case {
+    const char* name;
+    CmFsTree::Files files;
+    double celsius;
+    unsigned rpm;
+  } cases[] = {
+      {"coretemp package over its cores",
+       {{hw + "0/name", "coretemp\n"},
+        {hw + "0/temp1_label", "Core 0\n"},
+        {hw + "0/temp1_input", "80000\n"},
+        {hw + "0/temp2_label", "Package id 0\n"},
+        {hw + "0/temp2_input", "52000\n"},
+        {hw + "0/fan1_input", "1200\n"}},
+       52,
+       1200},
+      {"k10temp Tctl over Tdie over a board sensor",
+       {{hw + "0/name", "cpu_thermal\n"},
+        {hw + "0/temp1_input", "45000\n"},
+        {hw + "1/name", "k10temp\n"},
+        {hw + "1/temp1_label", "Tdie\n"},
+        {hw + "1/temp1_input", "60000\n"},
+        {hw + "1/temp3_label", "Tctl\n"},
+        {hw + "1/temp3_input", "61500\n"}},
+       61.5,
+       0},
+      {"garbage skipped, below zero kept",
+       {{hw + "0/name", "coretemp\n"},
+        {hw + "0/temp1_label", "Package id 0\n"},
+        {hw + "0/temp1_input", "52000x\n"},
+        {hw + "1/name", "soc_thermal\n"},
+        {hw + "1/temp1_input", "-5000\n"},
+        {hw + "1/fan1_input", "fast\n"},
+        {hw + "1/fan2_input", "900\n"}},
+       -5,
+       900},
+      {"no CPU hwmon: thermal zones by type",
+       {{hw + "0/name", "nvme\n"},
+        {hw + "0/temp1_input", "35000\n"},
+        {tz + "0/type", "acpitz\n"},
+        {tz + "0/temp", "40000\n"},
+        {tz + "1/type", "x86_pkg_temp\n"},
+        {tz + "1/temp", "55000\n"}},
+       55,
+       0},
+      {"nothing readable", {{tz + "0/type", "acpitz\n"}}, 0, 0},
+  };
+  for (const Case& c : cases) {
+    CmFsTree tree(c.files);
+    CKelPerfsStats stats;
+    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature()) << c.name;
+    EXPECT_EQ(c.rpm, stats.get_fan_speed()) << c.name;
+  }
+}
+
 // On the live kernel and the real clocks: a thread that burns 100 ms of CPU between two
 // samples leads the thread list with a visible share; a wrong clock unit flattens it.
 TEST(PerfsStats, LiveBusyThreadLeadsTheThreadList) {
