@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <future>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -236,61 +237,49 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
   }
 }
 
+// Files under /sys/class from "hwmon0/name=coretemp;thermal_zone0/temp=40000;...".
+CmFsTree::Files SysClassFiles(const std::string& spec) {
+  CmFsTree::Files files;
+  std::istringstream in(spec);
+  for (std::string item; std::getline(in, item, ';');) {
+    const size_t eq = item.find('=');
+    const char* folder = item.compare(0, 5, "hwmon") == 0 ? "/sys/class/hwmon/" : "/sys/class/thermal/";
+    files.emplace_back(folder + item.substr(0, eq), item.substr(eq + 1));
+  }
+  return files;
+}
+
 // Temperature and fan on hand-made hwmon and thermal trees: the preferred CPU sensor,
 // else thermal zones by type; a sensor that does not read as a number is skipped.
 TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
-  const std::string hw = "/sys/class/hwmon/hwmon", tz = "/sys/class/thermal/thermal_zone";
   struct Case {
-    const char* name;
-    CmFsTree::Files files;
     double celsius;
     unsigned rpm;
+    const char* tree;
   } cases[] = {
-      {"coretemp package over its cores",
-       {{hw + "0/name", "coretemp\n"},
-        {hw + "0/temp1_label", "Core 0\n"},
-        {hw + "0/temp1_input", "80000\n"},
-        {hw + "0/temp2_label", "Package id 0\n"},
-        {hw + "0/temp2_input", "52000\n"},
-        {hw + "0/fan1_input", "1200\n"}},
-       52,
-       1200},
-      {"k10temp Tctl over Tdie over a board sensor",
-       {{hw + "0/name", "cpu_thermal\n"},
-        {hw + "0/temp1_input", "45000\n"},
-        {hw + "1/name", "k10temp\n"},
-        {hw + "1/temp1_label", "Tdie\n"},
-        {hw + "1/temp1_input", "60000\n"},
-        {hw + "1/temp3_label", "Tctl\n"},
-        {hw + "1/temp3_input", "61500\n"}},
-       61.5,
-       0},
-      {"garbage skipped, below zero kept",
-       {{hw + "0/name", "coretemp\n"},
-        {hw + "0/temp1_label", "Package id 0\n"},
-        {hw + "0/temp1_input", "52000x\n"},
-        {hw + "1/name", "soc_thermal\n"},
-        {hw + "1/temp1_input", "-5000\n"},
-        {hw + "1/fan1_input", "fast\n"},
-        {hw + "1/fan2_input", "900\n"}},
-       -5,
-       900},
-      {"no CPU hwmon: thermal zones by type",
-       {{hw + "0/name", "nvme\n"},
-        {hw + "0/temp1_input", "35000\n"},
-        {tz + "0/type", "acpitz\n"},
-        {tz + "0/temp", "40000\n"},
-        {tz + "1/type", "x86_pkg_temp\n"},
-        {tz + "1/temp", "55000\n"}},
-       55,
-       0},
-      {"nothing readable", {{tz + "0/type", "acpitz\n"}}, 0, 0},
+      // coretemp: the package over its cores
+      {52, 1200,
+       "hwmon0/name=coretemp;hwmon0/temp1_label=Core 0;hwmon0/temp1_input=80000;hwmon0/temp2_label=Package id 0;"
+       "hwmon0/temp2_input=52000;hwmon0/fan1_input=1200"},
+      // k10temp: Tctl over Tdie, both over a board sensor
+      {61.5, 0,
+       "hwmon0/name=cpu_thermal;hwmon0/temp1_input=45000;hwmon1/name=k10temp;hwmon1/temp1_label=Tdie;"
+       "hwmon1/temp1_input=60000;hwmon1/temp3_label=Tctl;hwmon1/temp3_input=61500"},
+      // what does not read as a number is skipped; below zero is kept
+      {-5, 900,
+       "hwmon0/name=coretemp;hwmon0/temp1_label=Package id 0;hwmon0/temp1_input=52000x;hwmon1/name=soc_thermal;"
+       "hwmon1/temp1_input=-5000\n;hwmon1/fan1_input=fast;hwmon1/fan2_input=900\n"},
+      // no CPU sensor in hwmon: thermal zones by type
+      {55, 0,
+       "hwmon0/name=nvme;hwmon0/temp1_input=35000;thermal_zone0/type=acpitz;thermal_zone0/temp=40000;"
+       "thermal_zone1/type=x86_pkg_temp;thermal_zone1/temp=55000"},
+      {0, 0, "thermal_zone0/type=acpitz"},  // nothing readable
   };
   for (const Case& c : cases) {
-    CmFsTree tree(c.files);
+    CmFsTree tree(SysClassFiles(c.tree));
     CKelPerfsStats stats;
-    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature()) << c.name;
-    EXPECT_EQ(c.rpm, stats.get_fan_speed()) << c.name;
+    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature()) << c.tree;
+    EXPECT_EQ(c.rpm, stats.get_fan_speed()) << c.tree;
   }
 }
 

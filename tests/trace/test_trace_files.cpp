@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -39,16 +39,8 @@ std::string records(const std::string& path) {
 
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> out;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t nl = text.find('\n', start);
-    if (nl == std::string::npos) {
-      out.push_back(text.substr(start));
-      break;
-    }
-    out.push_back(text.substr(start, nl - start));
-    start = nl + 1;
-  }
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) out.push_back(line);
   return out;
 }
 
@@ -288,16 +280,8 @@ TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
 }
 
 TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
-  // 23:59:59 local time on some day.
-  struct tm day;
-  memset(&day, 0, sizeof day);
-  day.tm_year = 2026 - 1900;
-  day.tm_mon = 2;
-  day.tm_mday = 14;
-  day.tm_hour = 23;
-  day.tm_min = 59;
-  day.tm_sec = 59;
-  day.tm_isdst = -1;
+  // 23:59:59 local time on 14 March 2026 (seconds, minutes, hours, day, month, year).
+  struct tm day = {59, 59, 23, 14, 2, 2026 - 1900, 0, 0, -1, 0, nullptr};
   g_fakeSec = static_cast<int64_t>(mktime(&day));
   cm_trace_file_set_clock(&fake_clock);
   m_trace->reset_for_test();
