@@ -196,31 +196,22 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   std::vector<std::string> l = lines_of(content.substr(32, static_cast<size_t>(offset) - 32));
   ASSERT_EQ(static_cast<size_t>(2 * kLines), l.size());
   std::vector<int> seen[2] = {std::vector<int>(kLines, 0), std::vector<int>(kLines, 0)};
-  std::set<std::string> pids;
+  std::set<long> pids;
   size_t bad = 0;
   for (const std::string& line : l) {
     // [date time pid=P tid=T] [UTIL] :who N pad
-    size_t pidAt = line.find(" pid=");
-    size_t body = line.find("] [UTIL] :");
-    if (pidAt == std::string::npos || body == std::string::npos) {
+    char who[8] = {};
+    long pid = 0;
+    int n = -1, at = 0;
+    const bool parsed = sscanf(line.c_str(), "[%*s %*s pid=%ld tid=%*d] [UTIL] :%7s %d %n", &pid, who, &n, &at) == 3;
+    const int w = std::string(who) == "child" ? 1 : std::string(who) == "parent" ? 0 : -1;
+    if (!parsed || at == 0 || w < 0 || n < 0 || n >= kLines ||
+        line.compare(static_cast<size_t>(at), std::string::npos, pad) != 0) {
       ++bad;
       continue;
     }
-    pids.insert(line.substr(pidAt + 5, line.find(' ', pidAt + 5) - pidAt - 5));
-    std::string rest = line.substr(body + 10);
-    int who = rest.compare(0, 6, "child ") == 0 ? 1 : (rest.compare(0, 7, "parent ") == 0 ? 0 : -1);
-    if (who < 0) {
-      ++bad;
-      continue;
-    }
-    char* end = nullptr;
-    const char* num = rest.c_str() + (who ? 6 : 7);
-    long n = strtol(num, &end, 10);
-    if (n < 0 || n >= kLines || std::string(end) != " " + pad) {
-      ++bad;
-      continue;
-    }
-    seen[who][static_cast<size_t>(n)]++;
+    pids.insert(pid);
+    seen[w][static_cast<size_t>(n)]++;
   }
   EXPECT_EQ(0u, bad);
   EXPECT_EQ(2u, pids.size());  // the child writes its own process id
