@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,22 +24,6 @@
 #include "net/CmNetlink.h"
 
 namespace {
-
-local_addr_t* make_node(const char* text, const char* ifname = "en0", uint32_t flag = 0, uint64_t expire = 0) {
-  local_addr_t* node = new local_addr_t();
-  if (std::strchr(text, ':')) {
-    node->addr.sin6_family = AF_INET6;
-    inet_pton(AF_INET6, text, &node->addr.sin6_addr);
-  } else {
-    auto* v4 = reinterpret_cast<sockaddr_in*>(&node->addr);
-    v4->sin_family = AF_INET;
-    inet_pton(AF_INET, text, &v4->sin_addr);
-  }
-  std::snprintf(node->ifname, sizeof node->ifname, "%s", ifname);
-  node->flag = flag;
-  node->expire = expire;
-  return node;
-}
 
 std::string text_of(const local_addr_t* node) {
   char text[INET6_ADDRSTRLEN] = {};
@@ -55,83 +40,67 @@ std::string describe(const local_addr_t* list) {
   return out;
 }
 
-struct Spec {
-  const char* text;
-  const char* ifname;
-  uint32_t flag;
-  uint64_t expire;
-};
+// A list from "address interface kind expiry, ...": expiry 0 is never, F an hour
+// ahead, F+n n seconds later, P long past.
+local_addr_t* make_list(const char* spec) {
+  const uint64_t future = static_cast<uint64_t>(time(nullptr)) + 3600;
+  local_addr_t* list = nullptr;
+  local_addr_t** tail = &list;
+  std::istringstream in(spec);
+  for (std::string item; std::getline(in, item, ',');) {
+    char text[64] = {}, ifname[16] = {}, expiry[16] = {};
+    uint32_t flag = 0;
+    EXPECT_EQ(4, sscanf(item.c_str(), "%63s %15s %u %15s", text, ifname, &flag, expiry)) << item;
+    const uint64_t expire = expiry[0] == 'F' ? future + strtoull(expiry + 1, nullptr, 10) : expiry[0] == 'P' ? 1000 : 0;
+    local_addr_t* node = *tail = new local_addr_t();
+    tail = &node->next;
+    if (std::strchr(text, ':')) {
+      node->addr.sin6_family = AF_INET6;
+      inet_pton(AF_INET6, text, &node->addr.sin6_addr);
+    } else {
+      auto* v4 = reinterpret_cast<sockaddr_in*>(&node->addr);
+      v4->sin_family = AF_INET;
+      inet_pton(AF_INET, text, &v4->sin_addr);
+    }
+    std::snprintf(node->ifname, sizeof node->ifname, "%s", ifname);
+    node->flag = flag;
+    node->expire = expire;
+  }
+  return list;
+}
 
 // With the third option off, kept IPv6 removes the 464XLAT group and sets the flag,
 // even when that group is empty.
 TEST(LocalAddressPrune, DecisionsInOrder) {
-  const uint64_t future = static_cast<uint64_t>(time(nullptr)) + 3600, past = 1000;
   const prune_local_addr_options strict = {false, false, false};
   struct Case {
     const char* name;
-    std::vector<Spec> list;
+    const char* list;
     const prune_local_addr_options* options;
     const char* kept;
     bool xlatRemoved;
   } cases[] = {
-      {"xlat dropped beside real IPv6",
-       {{"127.0.0.1", "lo", 0, 0},
-        {"192.168.1.5", "en0", 0, 0},
-        {"192.0.0.2", "v4", 0, 0},
-        {"2600::5", "en0", 1, future}},
-       &strict,
-       "192.168.1.5 2600::5",
-       true},
+      {"xlat dropped beside real IPv6", "127.0.0.1 lo 0 0, 192.168.1.5 en0 0 0, 192.0.0.2 v4 0 0, 2600::5 en0 1 F",
+       &strict, "192.168.1.5 2600::5", true},
       {"xlat kept at the end without IPv6",
-       {{"192.0.0.2", "v4", 0, 0},
-        {"192.168.1.5", "en0", 0, 0},
-        {"2001:db8::5", "en0", 1, 0},
-        {"3fff::1", "en0", 1, 0}},
-       &strict,
-       "192.168.1.5 192.0.0.2",
+       "192.0.0.2 v4 0 0, 192.168.1.5 en0 0 0, 2001:db8::5 en0 1 0, 3fff::1 en0 1 0", &strict, "192.168.1.5 192.0.0.2",
        false},
-      {"temporary replaces autoconfigured in place",
-       {{"2600::1", "en0", 1, future}, {"10.0.0.1", "en0", 0, 0}, {"2600::2", "en0", 2, future}},
-       &strict,
-       "2600::2 10.0.0.1",
-       true},
-      {"autoconfigured loses to a kept temporary",
-       {{"2600::2", "en0", 2, future}, {"2600::1", "en0", 1, future}},
-       &strict,
-       "2600::2",
-       true},
-      {"of two temporaries the earlier end stays",
-       {{"2600::2", "en0", 2, future + 50}, {"2600::3", "en0", 2, future}, {"2600::4", "en0", 2, future + 9}},
-       &strict,
-       "2600::3",
-       true},
+      {"temporary replaces autoconfigured in place", "2600::1 en0 1 F, 10.0.0.1 en0 0 0, 2600::2 en0 2 F", &strict,
+       "2600::2 10.0.0.1", true},
+      {"autoconfigured loses to a kept temporary", "2600::2 en0 2 F, 2600::1 en0 1 F", &strict, "2600::2", true},
+      {"of two temporaries the earlier end stays", "2600::2 en0 2 F+50, 2600::3 en0 2 F, 2600::4 en0 2 F+9", &strict,
+       "2600::3", true},
       {"other interfaces and other kinds do not decide",
-       {{"2600::1", "en0", 1, 0}, {"2600::5", "en1", 1, 0}, {"2600::6", "en0", 4, 0}, {"2600::7", "en0", 16, 0}},
-       &strict,
-       "2600::1 2600::5 2600::6 2600::7",
-       true},
-      {"kind 8 and expired manual addresses go",
-       {{"2600::8", "en0", 8, 0}, {"2600::9", "en0", 16, past}, {"2600::a", "en0", 16, future}},
-       &strict,
-       "2600::a",
-       true},
+       "2600::1 en0 1 0, 2600::5 en1 1 0, 2600::6 en0 4 0, 2600::7 en0 16 0", &strict,
+       "2600::1 2600::5 2600::6 2600::7", true},
+      {"kind 8 and expired manual addresses go", "2600::8 en0 8 0, 2600::9 en0 16 P, 2600::a en0 16 F", &strict,
+       "2600::a", true},
       {"null options keep link-local, unique-local and xlat",
-       {{"fe80::1", "en0", 1, 0},
-        {"fd00::1", "en0", 4, 0},
-        {"192.0.0.2", "v4", 0, 0},
-        {"2600::1", "en1", 1, 0},
-        {"ff02::1", "en0", 1, 0}},
-       nullptr,
-       "fe80::1 fd00::1 2600::1 192.0.0.2",
-       false},
+       "fe80::1 en0 1 0, fd00::1 en0 4 0, 192.0.0.2 v4 0 0, 2600::1 en1 1 0, ff02::1 en0 1 0", nullptr,
+       "fe80::1 fd00::1 2600::1 192.0.0.2", false},
   };
   for (const Case& c : cases) {
-    local_addr_t* list = nullptr;
-    local_addr_t** tail = &list;
-    for (const Spec& s : c.list) {
-      *tail = make_node(s.text, s.ifname, s.flag, s.expire);
-      tail = &(*tail)->next;
-    }
+    local_addr_t* list = make_list(c.list);
     CmTraceCapture capture;
     bool removed = !c.xlatRemoved;
     prune_local_addr(&list, c.options, &removed);
@@ -140,8 +109,7 @@ TEST(LocalAddressPrune, DecisionsInOrder) {
     free_local_addr(list);
   }
   CmTraceCapture capture;
-  local_addr_t* list = make_node("2600::7", "en0", 16, 0);
-  list->next = make_node("127.0.0.1", "lo");
+  local_addr_t* list = make_list("2600::7 en0 16 0, 127.0.0.1 lo 0 0");
   prune_local_addr(&list, nullptr);
   EXPECT_TRUE(
       capture.contains(2, "prune_local_addr, statically configured IPv6 address [2600::7] is permanent, not expire"));
