@@ -158,13 +158,10 @@ TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
     d->Release();
   }
   EXPECT_EQ(20u, m.module->GetProcessModuleQueueSize(6));
-  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
-  EXPECT_EQ(12u, m.module->GetProcessModuleQueueSize(6));
-  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
-  EXPECT_EQ(4u, m.module->GetProcessModuleQueueSize(6));
-  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
-  EXPECT_EQ(0u, m.module->GetProcessModuleQueueSize(6));
-  EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));  // empty: still CM_OK
+  for (unsigned left : {12u, 4u, 0u, 0u}) {  // the last drain finds it empty: still CM_OK
+    EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
+    EXPECT_EQ(left, m.module->GetProcessModuleQueueSize(6));
+  }
   EXPECT_EQ(CM_ERROR_FAILURE, m.module->_DrainQueueData(16));
   std::vector<uint32_t> expected;
   for (uint32_t i = 0; i < 20; ++i) expected.push_back(i);

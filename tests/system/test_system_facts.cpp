@@ -127,53 +127,49 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
 TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
   const char* kOnline = "/sys/devices/system/cpu/online";
   struct Case {
+    struct {
+      int result;
+      unsigned physical, threads;
+    } want;
     CmFsTree::Files files;
-    int result;
-    unsigned physical, threads;
   } cases[] = {
       // No topology: distinct (physical id, core id) pairs of cpuinfo.
-      {{{kOnline, "0-3\n"},
+      {{0, 2, 2},
+       {{kOnline, "0-3\n"},
         {"/proc/cpuinfo",
          "processor: 0\nphysical id: 0\ncore id: 0\nprocessor: 1\nphysical id: 0\ncore id: 0\n"
-         "processor: 2\nphysical id: 1\ncore id: 0\nprocessor: 3\nphysical id: 1\ncore id: 0\n"}},
-       0,
-       2,
-       2},
+         "processor: 2\nphysical id: 1\ncore id: 0\nprocessor: 3\nphysical id: 1\ncore id: 0\n"}}},
       // Old kernels name siblings in thread_siblings_list only.
-      {{{kOnline, "0-1"},
+      {{0, 1, 2},
+       {{kOnline, "0-1"},
         {"/sys/devices/system/cpu/cpu0/topology/thread_siblings_list", "0-1\n"},
-        {"/sys/devices/system/cpu/cpu1/topology/thread_siblings_list", "0-1\n"}},
-       0,
-       1,
-       2},
-      {{{kOnline, "0,2-3\n"}}, 0, 3, 1},  // nothing else: one core per CPU
+        {"/sys/devices/system/cpu/cpu1/topology/thread_siblings_list", "0-1\n"}}},
+      {{0, 3, 1}, {{kOnline, "0,2-3\n"}}},  // nothing else: one core per CPU
       // ARM-style equal capacities are no levels; x86 never uses capacities.
-      {{{kOnline, "0-1\n"},
+      {{0, 2, 1},
+       {{kOnline, "0-1\n"},
         {"/proc/sys/kernel/arch", "x86_64\n"},
         {"/sys/devices/system/cpu/cpu0/cpu_capacity", "446\n"},
-        {"/sys/devices/system/cpu/cpu1/cpu_capacity", "1024\n"}},
-       0,
-       2,
-       1},
-      {{{kOnline, "0-99999999\n"}}, 1, 77, 77},  // a list too large to be real: the query fails
-      {{{kOnline, "0-65535,0\n"}}, 1, 77, 77},   // one CPU past the cap on the whole list
-      {{{kOnline, "x\n"}}, 1, 77, 77},
-      {{}, 1, 77, 77},
+        {"/sys/devices/system/cpu/cpu1/cpu_capacity", "1024\n"}}},
+      {{1, 77, 77}, {{kOnline, "0-99999999\n"}}},  // a list too large to be real: the query fails
+      {{1, 77, 77}, {{kOnline, "0-65535,0\n"}}},   // one CPU past the cap on the whole list
+      {{1, 77, 77}, {{kOnline, "x\n"}}},
+      {{1, 77, 77}, {}},
   };
   for (const Case& c : cases) {
     CmFsTree tree(c.files);
     CmTraceCapture capture;
     unsigned physical = 77, threads = 77;
-    EXPECT_EQ(c.result, get_cpu_core(physical, threads));
-    EXPECT_EQ(c.physical, physical);
-    EXPECT_EQ(c.threads, threads);
-    if (c.result == 0) {
+    EXPECT_EQ(c.want.result, get_cpu_core(physical, threads));
+    EXPECT_EQ(c.want.physical, physical);
+    EXPECT_EQ(c.want.threads, threads);
+    if (c.want.result == 0) {
       EXPECT_TRUE(capture.contains("get_cpu_core cpu_performace_core_num failed with error: 2"));
       EXPECT_TRUE(
           capture.contains("get_cpu_core cpu_performace_core_num = 0, cpu_efficiency_core_num = 0, old "
                            "physical_core_num = " +
-                           std::to_string(c.physical)));
-      EXPECT_TRUE(capture.contains("get_cpu_core new physical_core_num = " + std::to_string(c.physical)));
+                           std::to_string(c.want.physical)));
+      EXPECT_TRUE(capture.contains("get_cpu_core new physical_core_num = " + std::to_string(c.want.physical)));
     }
   }
 }
