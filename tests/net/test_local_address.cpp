@@ -124,7 +124,7 @@ TEST(LocalAddressPrune, StrcpyForsafe) {
   char out[4];
   EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", 2, sizeof out));
   EXPECT_STREQ("ab", out);
-  EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", 6, sizeof out));
+  EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", sizeof out, sizeof out));  // one too many for the terminator
   EXPECT_STREQ("abc", out);
   EXPECT_EQ(-1, strcpy_forsafe(nullptr, "a", 1, 4));
   EXPECT_EQ(-1, strcpy_forsafe(out, nullptr, 1, 4));

@@ -48,8 +48,8 @@ TEST(CCmTimeValueTest, FromDoubleTruncatesTowardZero) {
 
 TEST(CCmTimeValueTest, MillisecondConversions) {
   CCmTimeValue tv;
-  tv.SetByTotalMsec(1999);
-  ExpectTv(1, 999000, tv);
+  tv.SetByTotalMsec(1001999);
+  ExpectTv(1001, 999000, tv);
   tv.SetByTotalMsec(-1500);
   ExpectTv(-1, -500000, tv);
   EXPECT_EQ(1999, CCmTimeValue(1L, 999999L).GetTotalInMsec());

@@ -155,6 +155,11 @@ TEST(TimerHandle, CancelBeforeTheSchedulingEventRanStillSilences) {
   EXPECT_EQ(CM_OK, worker.Run([] {}));
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(0, sink.count.load());
+  // On its own thread the schedule is made at once, so a cancel right after finds it.
+  EXPECT_EQ(CM_OK, worker.Run([&] {
+    EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(60000), 1));
+    EXPECT_EQ(CM_OK, handle.Cancel());
+  }));
 }
 
 }  // namespace
