@@ -294,6 +294,20 @@ class CountingHandler : public ICmTimerHandler {
   ThreadWaiter waiter;
 };
 
+// A sleep inside a task event still serves the events posted meanwhile, for its time.
+TEST(CmThreadTaskTest, SleepMsWithLoopServesEventsForItsTime) {
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-sleep");
+  EventLog log;
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(CM_OK, task->GetEventQueue()->SendEvent(CmNewInvokeEvent([&] {
+    task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 1));
+    task->SleepMsWithLoop(20);
+  })));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(19));
+  EXPECT_EQ(std::vector<int>{1}, log.Fired());
+  StopJoinDestroy(task);
+}
+
 TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle) {
   CmTraceCapture cap;
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-timer");
