@@ -110,9 +110,7 @@ TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
   std::atomic<bool> stop{false};
   RunTogether(
       [&] {
-        for (int i = 0; i < kItems; ++i) {
-          Deliver(m, static_cast<uint32_t>(i), 0);
-        }
+        for (int i = 0; i < kItems; ++i) Deliver(m, static_cast<uint32_t>(i), 0);
         stop = true;
       },
       [&] {

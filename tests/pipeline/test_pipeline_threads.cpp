@@ -59,9 +59,7 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
   // The source interleaves its channels item by item.
   source.Post([&] {
     for (uint32_t i = 0; i < kPerChannel; ++i) {
-      for (unsigned short ch : kChannels) {
-        Deliver(middle, i, ch, ch);
-      }
+      for (unsigned short ch : kChannels) Deliver(middle, i, ch, ch);
     }
   });
   ASSERT_TRUE(done.Wait()) << "sink saw " << record->Count() << " items";
@@ -100,9 +98,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   Latch go(1);
   auto produce = [&](unsigned short ch) {
     go.Wait();
-    for (uint32_t i = 0; i < kItems; ++i) {
-      Deliver(m, i, ch, ch);
-    }
+    for (uint32_t i = 0; i < kItems; ++i) Deliver(m, i, ch, ch);
   };
   p1.Post([&] { produce(3); });
   p2.Post([&] { produce(8); });
@@ -128,9 +124,7 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   StartOn(m.get(), unit.get(), worker);
 
   Hold(worker);
-  for (uint32_t i = 0; i < 20; ++i) {
-    ASSERT_EQ(CM_OK, Deliver(m, i, 2));
-  }
+  for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, Deliver(m, i, 2));
   EXPECT_EQ(20u, m->GetProcessModuleQueueSize(2));
   EXPECT_EQ(20u, worker.get()->GetEventQueue()->GetPendingEventsCount());
   EXPECT_EQ(0u, unit->Count());
@@ -159,9 +153,7 @@ TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
     Deliver(src, i, 0);  // src not started: straight to its output 0
   }
   ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.get()));
-  for (uint32_t i = 10; i < 20; ++i) {
-    Deliver(src, i, 0);
-  }
+  for (uint32_t i = 10; i < 20; ++i) Deliver(src, i, 0);
   ASSERT_TRUE(worker.Flush());
   EXPECT_EQ(10u, unit->Count());
   EXPECT_EQ(20u, src->GetOutputSampleCount(0));
@@ -175,9 +167,7 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   m->AddRef();
   StartOn(m, unit.get(), worker);
   Hold(worker);
-  for (uint32_t i = 0; i < 10; ++i) {
-    Deliver(m, i, 0);
-  }
+  for (uint32_t i = 0; i < 10; ++i) Deliver(m, i, 0);
   EXPECT_EQ(11u, m->GetReference());  // ours and one per pending drain event
   EXPECT_EQ(10u, m->Release());
   m_release.CountDown();

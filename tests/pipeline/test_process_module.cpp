@@ -38,9 +38,7 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   ASSERT_EQ(CM_OK, src->AddDeliver(out0.module.get(), 3, 0));
   ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
 
-  for (unsigned short ch : {0, 5, 15}) {
-    EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
-  }
+  for (unsigned short ch : {0, 5, 15}) EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
   EXPECT_EQ(0u, srcUnit->Count());  // not started: the unit is bypassed
   ASSERT_EQ(3u, out0.unit->Count());
   for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);

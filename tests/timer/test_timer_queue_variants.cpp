@@ -102,9 +102,7 @@ TYPED_TEST(TimerQueueVariant, CountedTimerRunsOutAndEmptiesTheQueue) {
   RecordingHandler h("h", &this->log);
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(20), 3));
   CCmTimeValue remain;
-  for (int i = 0; i < 5; ++i) {
-    this->CheckAfter(20, &remain);
-  }
+  for (int i = 0; i < 5; ++i) this->CheckAfter(20, &remain);
   EXPECT_EQ(3, h.Count());
   EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
   EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
