@@ -35,6 +35,7 @@ TEST(MemoryPool, SmallPoolIsCreatedWholeAndExhaustsSilently) {
   EXPECT_EQ(5u, got.size());
   cap.clear();
   EXPECT_EQ(nullptr, pool.p->New(1024));
+  pool.p->Free(nullptr);  // handing back what the failed New gave is no fault either
   EXPECT_TRUE(cap.lines().empty());
   for (unsigned char* b : got) pool.p->Free(b);
   EXPECT_EQ(5u, pool.internal()->GetFreeCount());
