@@ -68,11 +68,9 @@ TEST(JsonWrite, CompactUnescapedAndSorted) {
   o["a"] = Value(1.5);
   o["m"] = Value("text");
   json::Array arr;
-  arr.push_back(Value(true));
-  arr.push_back(Value());
-  arr.push_back(Value(static_cast<int64_t>(-3000000000ll)));
-  arr.push_back(Value(3000000000u));
-  arr.push_back(Value(0.25f));
+  for (const Value& v :
+       {Value(true), Value(), Value(static_cast<int64_t>(-3000000000ll)), Value(3000000000u), Value(0.25f)})
+    arr.push_back(v);
   o["list"] = Value(arr);
   EXPECT_EQ("{\"a\":1.500000,\"list\":[true,null,-3000000000,3000000000,0.250000],\"m\":\"text\",\"z\":1}",
             json::Serialize(Value(o)));

@@ -41,8 +41,8 @@ TEST(MonitorParsers, StatLinesFoldIrqAndStealIntoSystemAndIowaitIntoIdle) {
   const Case cases[] = {
       // user nice system idle iowait irq softirq steal guest guest_nice
       {"cpu  10 2 3 40 5 6 7 8 9 9\ncpu0 1 1 1 1\ncpu3 2 2 2 2 2\nintr 5\n", true, {10, 2, 24, 45}, 2, 3},
-      {"cpu 1 2 3\ncpu0 1 2 3\ncpuX 1 2 3 4\n", false, {}, 0, 0},   // too few numbers, no index
-      {"intr 1\ncpu0 1 2 3 4x\ncpu1  4 3 2 1\n", false, {}, 1, 1},  // a glued token ends the line
+      {"cpu 1 2 3\ncpu0 1 2 3\ncpuX 1 2 3 4\n", false, {}, 0, 0},         // too few numbers, no index
+      {"intr 1 2 3 4\ncpu0 1 2 3 4x\ncpu1  4 3 2 1\n", false, {}, 1, 1},  // a glued token ends the line
       {"", false, {}, 0, 0},
   };
   for (const Case& c : cases) {
@@ -186,7 +186,8 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
                    {"/proc/self/task/11/comm", "a) b (c\n"},
                    {"/proc/self/task/12/stat", task_stat(12, "worker", 1, 0)},
                    {"/proc/self/task/12/comm", "worker\n"},
-                   {"/proc/self/task/13/comm", "gone\n"},  // ended between listing and reading
+                   {"/proc/self/task/13/comm", "gone\n"},                     // ended between listing and reading
+                   {"/proc/self/task/14/stat", task_stat(14, "idle", 3, 3)},  // ran nothing: not listed
                    {"/sys/class/powercap/intel-rapl:0/name", "package-0\n"},
                    {"/sys/class/powercap/intel-rapl:0/energy_uj", "1000000\n"},
                    {"/sys/class/powercap/intel-rapl:0:0/name", "core\n"},
@@ -309,7 +310,6 @@ TEST(PerfsStats, LiveBusyThreadLeadsTheThreadList) {
   ASSERT_GE(cpu.threadCount, 1);
   EXPECT_STREQ("cm-spin", cpu.threads[0].name);
   EXPECT_GT(cpu.threads[0].usage, 1.0f);  // 100 ms of CPU in the seconds at most between samples
-  stats.stop();
 }
 
 }  // namespace

@@ -141,6 +141,8 @@ TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
   const int coreM = ScoreAt(2);
   With("Intel(R) Core(TM) m3-5Y71 CPU @ 1.20GHz", 2, KelOSLinux);
   EXPECT_EQ(ScoreAt(2), coreM);
+  With("Intel(R) Core(TM) q-5Y71 CPU @ 1.20GHz", 2, KelOSLinux);  // a model of no class
+  EXPECT_GT(coreM, ScoreAt(2));
 }
 
 TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {

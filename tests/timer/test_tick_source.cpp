@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "cmutil/timer/CmTimer.h"
@@ -15,6 +16,9 @@
 namespace {
 
 TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
+  const tick_type d(((25LL * 60 + 59) * 60 + 58) * 1000000 + 123456);  // hours are not reduced modulo 24
+  EXPECT_EQ((std::vector<unsigned>{25, 59, 58, 123, 456}),
+            (std::vector<unsigned>{d.hour, d.minute, d.second, d.millisecond, d.microsecond}));
   const long long us = 1767225600LL * 1000000LL + 123456LL;  // early 2026
   time_type t(us);
   const time_t secs = static_cast<time_t>(us / 1000000);

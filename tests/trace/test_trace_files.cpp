@@ -104,7 +104,6 @@ TEST(TraceFile, FreshFileHeaderAndFirstFlush) {
   EXPECT_TRUE(std::regex_match(
       rec, std::regex("\\[\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3} pid=\\d+ tid=\\d+\\] first\\n")))
       << rec;
-  EXPECT_EQ(static_cast<size_t>(offset), 32 + rec.size());
   EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(offset)));  // the marker stands at the end
 }
 
@@ -186,9 +185,7 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   }
   writeLines("parent");
   int status = 0;
-  ASSERT_EQ(child, waitpid(child, &status, 0));
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(0, WEXITSTATUS(status));
+  ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
   std::string content = cm_read_file(path);
   long offset = header_offset(content);
