@@ -15,7 +15,7 @@
 
 namespace {
 
-TEST(TimeType, CalendarFieldsAreOneBasedMonthAndFullYear) {
+TEST(ClockFields, DurationsKeepWholeHoursAndCalendarMonthsStartAtOne) {
   const tick_type d(((25LL * 60 + 59) * 60 + 58) * 1000000 + 123456);  // hours are not reduced modulo 24
   EXPECT_EQ((std::vector<unsigned>{25, 59, 58, 123, 456}),
             (std::vector<unsigned>{d.hour, d.minute, d.second, d.millisecond, d.microsecond}));
