@@ -3,19 +3,17 @@
 #include "cmutil/timerqueue/CmTimerWheelQueue.h"
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
+#include "timerqueue/CmTimerNodePool.h"
 #include "timerqueue/CmTimerPtrSet.h"
 #include "timerqueue/CmTimerWheelInspector.h"
 
 namespace {
 
 constexpr unsigned int kSlots = CCmTimerWheelQueue::kSlotCount;
-constexpr uint32_t kChunkShift = 9;
-constexpr uint32_t kChunk = 1u << kChunkShift;  // nodes per pool block
 constexpr uint32_t kNil = 0xFFFFFFFFu;
 constexpr long long kSlotUs = CCmTimerWheelQueue::kSlotMs * 1000LL;
 
@@ -45,11 +43,10 @@ struct CCmTimerWheelQueue::Impl {
   };
   static_assert(sizeof(Node) == 64, "a wheel node fills exactly one cache line");
 
-  std::vector<std::unique_ptr<Node[]>> chunks;
-  uint32_t freeList = kNil;
+  CmTimerNodePool<Node> pool;
 
-  Node& at(uint32_t i) { return chunks[i >> kChunkShift][i & (kChunk - 1)]; }
-  const Node& at(uint32_t i) const { return chunks[i >> kChunkShift][i & (kChunk - 1)]; }
+  Node& at(uint32_t i) { return pool.at(i); }
+  const Node& at(uint32_t i) const { return pool.at(i); }
 
   struct List {
     uint32_t head = kNil;
@@ -105,26 +102,11 @@ struct CCmTimerWheelQueue::Impl {
   CmTimerPtrMap<uint32_t> index;
 
   uint32_t alloc(const CNode& value) {
-    if (freeList == kNil) {
-      const uint32_t base = static_cast<uint32_t>(chunks.size()) << kChunkShift;
-      chunks.emplace_back(new Node[kChunk]);
-      Node* block = chunks.back().get();
-      // Lowest index first, so a filling queue walks its blocks forwards.
-      for (uint32_t k = kChunk; k-- > 0;) {
-        block[k].next = freeList;
-        freeList = base + k;
-      }
-    }
-    const uint32_t i = freeList;
-    Node& n = at(i);
-    freeList = n.next;
-    static_cast<CNode&>(n) = value;
     ++total;
-    return i;
+    return pool.alloc(value);
   }
   void release(uint32_t i) {
-    at(i).next = freeList;
-    freeList = i;
+    pool.release(i);
     --total;
   }
 
