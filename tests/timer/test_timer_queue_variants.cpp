@@ -15,6 +15,7 @@
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
 #include "cmutil/timerqueue/CmTimerWheelQueue.h"
 #include "common/CmTraceCapture.h"
+#include "timerqueue/CmTimerNodePool.h"
 #include "timerqueue/CmTimerPtrSet.h"
 #include "timerqueue/CmTimerWheelInspector.h"
 
@@ -238,10 +239,7 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
     const unsigned int count = kind < 40 ? 1u : (kind < 70 ? 3u : 0u);
     const CmResult rv = this->queue->ScheduleTimer(handlers[i].get(), nullptr, Ms(ms), count);
     ASSERT_EQ(model[i].active ? CM_ERROR_FOUND : CM_OK, rv) << "timer " << i;
-    model[i].active = true;
-    model[i].expiry = now + ms;
-    model[i].interval = ms;
-    model[i].left = count;
+    model[i] = {true, now + ms, ms, count, model[i].fired};
   };
   for (int i = 0; i < kTimers; ++i) {
     handlers.emplace_back(new RecordingHandler(std::to_string(i), nullptr));
@@ -290,11 +288,8 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
     for (const Model& m : model)
       if (m.active && (modelEarliest < 0 || m.expiry < modelEarliest)) modelEarliest = m.expiry;
     const CCmTimeValue earliest = this->queue->GetEarliestTime();
-    if (modelEarliest < 0) {
-      ASSERT_EQ(CCmTimeValue::get_tvMax(), earliest);
-    } else {
-      ASSERT_EQ(this->clock.Now() + Ms(modelEarliest - now), earliest) << "step " << step;
-    }
+    ASSERT_EQ(modelEarliest < 0 ? CCmTimeValue::get_tvMax() : this->clock.Now() + Ms(modelEarliest - now), earliest)
+        << "step " << step;
   }
   EXPECT_GT(maxLive, 512u);
 }
@@ -464,10 +459,6 @@ TEST_F(TimerWheel, CancellingTheEarliestRescansToTheNext) {
   EXPECT_EQ(0u, queue.GetCount());
 }
 
-}  // namespace
-
-namespace {
-
 TEST(TimerPointerIndex, SetAndMapSurviveEraseAndGrowth) {
   std::mt19937 rng(5);
   std::vector<int> objects(3000);
@@ -490,14 +481,22 @@ TEST(TimerPointerIndex, SetAndMapSurviveEraseAndGrowth) {
   EXPECT_EQ(1500u, map.size());
   for (size_t i = 0; i < keys.size(); ++i) {
     EXPECT_EQ(i % 2 == 1, set.contains(keys[i])) << i;
-    size_t* v = map.find(keys[i]);
-    if (i % 2 == 1) {
-      ASSERT_NE(nullptr, v);
-      EXPECT_EQ(i, *v);
-    } else {
-      EXPECT_EQ(nullptr, v);
-    }
+    const size_t* v = map.find(keys[i]);
+    EXPECT_EQ(i % 2 == 1 ? i : SIZE_MAX, v ? *v : SIZE_MAX) << i;
   }
+}
+
+// A pool hands out every record of a block, lowest first, before it adds a block, and
+// reuses a released record first.
+TEST(TimerPointerIndex, NodePoolFillsEachBlockBeforeAddingOne) {
+  struct Node : CCmTimerQueueBase::CNode {
+    uint32_t next;
+  };
+  CmTimerNodePool<Node> pool;
+  for (uint32_t i = 0; i < 1024; ++i) ASSERT_EQ(i, pool.alloc({}));
+  EXPECT_EQ(1024u, pool.capacity());
+  pool.release(700);
+  EXPECT_EQ(700u, pool.alloc({}));
 }
 
 }  // namespace
