@@ -39,11 +39,9 @@ TEST(ConfigData, ReadersConvertFromText) {
   EXPECT_EQ(5000000000ul, big.ToDWORD());
   EXPECT_EQ(5000000000ull, big.ToUint64());
   EXPECT_EQ(5000000000l, big.ToLong());
-  int asInt = ConfigData("41");
-  double asDouble = ConfigData("0.5");
-  std::string asText = ConfigData(3);
-  EXPECT_EQ(41, asInt);
-  EXPECT_DOUBLE_EQ(0.5, asDouble);
+  EXPECT_EQ(41, static_cast<int>(ConfigData("41")));
+  EXPECT_DOUBLE_EQ(0.5, static_cast<double>(ConfigData("0.5")));
+  const std::string asText = ConfigData(3);
   EXPECT_EQ("3", asText);
 }
 
@@ -73,6 +71,9 @@ TEST(ConfigData, IntStructBytesSurviveCopyAndAssignment) {
     }
     value.setStrValue("9");
     EXPECT_TRUE(value.ToInt() == 9 && !value.IsIntStruct());  // text replaces the bytes
+    value.SetInvalid();
+    copy.SetInvalid();
+    EXPECT_TRUE(!value.IsValid() && value.ToString().empty() && !copy.IsValid());  // text and bytes dropped
   }
   const size_t heapBefore = mallinfo2().uordblks;  // replaced and destroyed bytes are given back
   for (int i = 0; i < 1000; ++i) {

@@ -97,6 +97,7 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
     EXPECT_EQ(c.band, stats.band) << c.frequency;
   }
   CmWifiLink empty;
+  empty.haveSsid = true;  // a hidden network: an SSID of no bytes
   WifiStats stats;
   cm_wifi_stats_from_link(empty, stats);
   EXPECT_EQ("NotAvailable", stats.ssid);

@@ -70,12 +70,11 @@ TYPED_TEST(TaskThreadTest, ManyProducersEveryEventOnceInPerProducerOrder) {
   std::vector<std::thread> producers;
   for (int p = 0; p < kProducers; ++p) {
     producers.emplace_back([&, p] {
-      for (int i = 0; i < kEvents; ++i) {
+      for (int i = 0; i < kEvents; ++i)
         ASSERT_EQ(CM_OK, Post(task, [&, p, i] {
                     seen[p].push_back(i);
                     done.Finished();
                   }));
-      }
     });
   }
   for (auto& t : producers) t.join();
@@ -318,9 +317,11 @@ TEST(CmThreadTaskTest, TimerFiresOnTaskThreadWhileQueueIsIdle) {
     task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 20000L), 3);
   })));
   ASSERT_TRUE(handler.waiter.WaitUntilTimeout(kWaitMs));
-  auto elapsed = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(elapsed, std::chrono::milliseconds(55));  // three periods of 20 ms
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(55));  // three periods of 20 ms
   EXPECT_TRUE(IsThreadEqual(task->GetThreadId(), handler.thread.load()));
+  char osName[16] = {};  // the name top and debuggers show
+  EXPECT_EQ(0, pthread_getname_np(task->GetThreadId(), osName, sizeof osName));
+  EXPECT_STREQ("t-timer", osName);
   StopJoinDestroy(task);
   EXPECT_EQ(3, handler.count.load());
   EXPECT_TRUE(cap.contains(2, "CCmThreadTask::OnThreadRun, Begin. name=t-timer"));
@@ -375,10 +376,8 @@ TEST(CmThreadDeleteOnce, EveryOwnershipPathDeletesOnce) {
       EXPECT_EQ(CM_OK, task->Join());
       EXPECT_EQ(0u, static_cast<unsigned long>(task->GetThreadId()));  // joined: handle cleared
     }
-    if (c.end == End::EndedAlone) {
-      while (!task->GetStopFlag())  // set by the ending thread just before it leaves
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    while (c.end == End::EndedAlone && !task->GetStopFlag())  // set by the ending thread just before it leaves
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(0, g_deleted.load());
     task->Destory(0);
     if (c.end == End::StillRunning) {
