@@ -158,6 +158,7 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
                                           "ip -6 addr add 2001:470::7/64 dev lo mngtmpaddr",
                                           "ip -6 addr add 2001:470::8/64 dev lo",
                                           "ip -6 addr add fd00::1/64 dev lo",
+                                          "ip -6 addr add fe80::5/64 dev lo",
                                           "ip -6 addr add 2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000",
                                           "ip addr add 192.0.0.2/29 dev lo"};
   CmNetnsResult result = cm_run_in_netns(setup, [] {
@@ -183,6 +184,7 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
   if (!result.ran) GTEST_SKIP() << result.skipReason;
   const std::string& out = result.output;
   EXPECT_EQ(0u, out.find("0\n")) << out;
+  EXPECT_EQ(std::string::npos, out.find("fe80::5")) << out;  // link-local addresses are not listed
   // Loopback and permanent addresses were configured by hand; the /128 with a finite
   // lifetime came from DHCPv6; mngtmpaddr, the router-advertised and a finite /64 from
   // autoconfiguration. Of two never-expiring autoconfigured ones, the newest (listed
@@ -241,10 +243,8 @@ Bytes error_message(uint32_t seq, int32_t error) {
 }
 
 TEST(Netlink, AddressDumpsAndHostileBytes) {
-  Bytes good = address_message(7, 0x100, 2, 1800);
-  Bytes done = nl_done(7);
-  std::vector<uint8_t> dump = good.data;
-  dump.insert(dump.end(), done.data.begin(), done.data.end());
+  const Bytes good = address_message(7, 0x100, 2, 1800);
+  const std::vector<uint8_t> dump = Bytes(good).append(nl_done(7)).data;
   std::vector<CmNlAddress> out;
   int error = 0;
   ASSERT_EQ(CmNlStatus::kDone, cm_nl_parse_address_dump(dump.data(), dump.size(), 7, out, error));
