@@ -97,8 +97,8 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
     unsigned mhz;
     bool minFailed, defaulted, abnormal;
   } cases[] = {
-      {{{kMin, "800000\n"}, {kBase, "3000000\n"}}, 800, false, false, false},
-      {{{kMin, "500000"}}, 500, false, false, false},  // the floor itself, no newline
+      {{{kMin, "800999\n"}, {kBase, "3000000\n"}}, 800, false, false, false},  // kHz, cut to whole MHz
+      {{{kMin, "500000"}}, 500, false, false, false},                          // the floor itself, no newline
       {{{kCppcMin, "1200\n"}}, 1200, false, false, false},
       {{{kMin, "0\n"}, {kBase, "2100000\n"}}, 2100, false, false, false},  // a zero minimum asks on
       {{{kNominal, "3100\n"}}, 3100, true, false, false},
