@@ -204,8 +204,7 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     EXPECT_FLOAT_EQ(99.99f, cpu.cores[1]);  // 100 before the cap
     EXPECT_FLOAT_EQ(190, cpu.rawSum);
     EXPECT_FLOAT_EQ(95, cpu.average);
-    EXPECT_EQ(0, cpu.threadCount);  // nothing to compare with yet
-    EXPECT_EQ(0u, cpu.wakeups);
+    EXPECT_TRUE(cpu.threadCount == 0 && cpu.wakeups == 0 && cpu.energy == 0);  // nothing to compare with yet
     EXPECT_FALSE(stats.WaitUntilReady(0));
 
     clock.AdvanceMs(1000);
