@@ -21,6 +21,7 @@ TEST(ConfigData, ConstructorsStoreText) {
   EXPECT_EQ("0.250000", ConfigData(0.25f).ToString());
   EXPECT_EQ("abc", ConfigData("abc").ToString());
   EXPECT_TRUE(ConfigData(std::string("abc")) == ConfigData("abc"));  // both are text
+  EXPECT_FALSE(ConfigData("") == ConfigData());                      // text never equals a value of no kind
   char buf[] = "xyz";
   EXPECT_STREQ("xyz", ConfigData(buf).ToCstr());
 }

@@ -127,10 +127,12 @@ TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
   CCmConditionVariableThread cond(mutex);
   mutex.Lock();
   // A negative part in either field counts as "no wait", never as an invalid time.
+  const auto start = std::chrono::steady_clock::now();
   for (const CCmTimeValue& tv : {CCmTimeValue(0L, 20000L), CCmTimeValue(0L, -999999L), CCmTimeValue(-5L, 0L)}) {
     CCmTimeValue copy(tv);
     EXPECT_EQ(CM_ERROR_TIMEOUT, cond.Wait(&copy)) << tv.GetSec() << "s " << tv.GetUsec() << "us";
   }
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(19));  // the 20 ms waited its time
   mutex.UnLock();
 
   // Woken by a signal, with and without a time-out.
