@@ -2,8 +2,6 @@
 
 #include "cmutil/base/CmThreadMisc.h"
 
-#include <cstring>
-
 #include "platform/CmPlatform.h"
 
 CM_THREAD_ID GetThreadSelfId() { return pthread_self(); }
@@ -20,8 +18,7 @@ CCmEnsureSingleThread::CCmEnsureSingleThread() { Reset2CurrentThreadInfo(); }
 
 void CCmEnsureSingleThread::Reset2CurrentThreadInfo() {
   m_ThreadIdOpen = pthread_self();
-  memset(m_szThreadName, 0, sizeof(m_szThreadName));
-  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
+  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName));
 }
 
 CCmStopFlag::CCmStopFlag() : m_pbStopped(new std::atomic<uint8_t>(1)) {}

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "cmutil/base/CmAssert.h"
@@ -11,7 +12,7 @@ CmResult CCmDataBlockNoMalloc::Read(void* aDst, unsigned int aCount, unsigned in
   CM_ASSERTE_RETURN(m_pCurrentRead, CM_ERROR_NOT_INITIALIZED);
   CM_ASSERTE_RETURN(m_pCurrentRead <= m_pEnd, CM_ERROR_NOT_INITIALIZED);
   unsigned int available = static_cast<unsigned int>(m_pEnd - m_pCurrentRead);
-  unsigned int n = available < aCount ? available : aCount;
+  const unsigned int n = std::min(available, aCount);
   if (n) std::memcpy(aDst, m_pCurrentRead, n);
   m_pCurrentRead += n;
   if (aBytesRead) *aBytesRead = n;
@@ -23,7 +24,7 @@ CmResult CCmDataBlockNoMalloc::Write(const void* aSrc, unsigned int aCount, unsi
   CM_ASSERTE_RETURN(m_pCurrentWrite, CM_ERROR_NOT_INITIALIZED);
   CM_ASSERTE_RETURN(m_pCurrentWrite <= m_pEnd, CM_ERROR_NOT_INITIALIZED);
   unsigned int available = static_cast<unsigned int>(m_pEnd - m_pCurrentWrite);
-  unsigned int n = available < aCount ? available : aCount;
+  const unsigned int n = std::min(available, aCount);
   // The buffer belongs to the caller, who handed it over for writing.
   if (n) std::memcpy(const_cast<char*>(m_pCurrentWrite), aSrc, n);
   m_pCurrentWrite += n;

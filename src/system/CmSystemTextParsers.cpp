@@ -2,6 +2,7 @@
 
 #include "system/CmSystemTextParsers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -99,12 +100,11 @@ bool cm_parse_cpulist(const std::string& text, std::vector<unsigned>& cpus) {
   constexpr unsigned long long kMaxCpu = 1u << 16;
   cpus.clear();
   size_t pos = 0;
-  size_t size = text.size();
-  while (size > 0 && (text[size - 1] == '\n' || text[size - 1] == ' ')) --size;
+  // Trailing newlines and blanks are not part of the list (npos + 1 is 0: nothing but blanks).
+  const size_t size = text.find_last_not_of("\n ") + 1;
   if (size == 0) return true;  // an empty list: no CPU (an offline node)
   while (pos < size) {
-    size_t comma = text.find(',', pos);
-    if (comma == std::string::npos || comma > size) comma = size;
+    const size_t comma = std::min(text.find(',', pos), size);  // npos past the last item
     std::string item = text.substr(pos, comma - pos);
     size_t dash = item.find('-');
     unsigned long long first = 0, last = 0;

@@ -8,7 +8,6 @@
 #endif
 
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 
 #include "base/CmClock.h"
@@ -109,10 +108,8 @@ CCmEventQueueBase::CCmEventQueueBase(bool)
       m_Tid(0),
       m_pHead(&m_Stub),
       m_dwTaken(0),
-      m_bIsProcessing(false),
-      m_pLoopHook(nullptr) {
-  memset(m_szThreadName, 0, sizeof(m_szThreadName));
-}
+      m_pLoopHook(nullptr),
+      m_szThreadName{} {}
 
 CCmEventQueueBase::~CCmEventQueueBase() {
   CM_INFO_TRACE_THIS(CM_FUNC_NAME);
@@ -272,7 +269,6 @@ CmResult CCmEventQueueBase::PopAndProcessEvents(unsigned int aMaxCount) {
 }
 
 CmResult CCmEventQueueBase::ProcessChain(ICmEvent* aFirst) {
-  m_bIsProcessing = true;
   bool bCycles = false;
   int64_t tStamp = FirstStamp(bCycles);
   ICmEvent* pEvent = aFirst;
@@ -288,7 +284,6 @@ CmResult CCmEventQueueBase::ProcessChain(ICmEvent* aFirst) {
     m_pLoopHook();
     return CM_ERROR_ABORTED;
   }
-  m_bIsProcessing = false;
   return CM_OK;
 }
 
@@ -309,7 +304,6 @@ void CCmEventQueueBase::RecycleEventList(std::list<ICmEvent*>& aEvents) {
 }
 
 CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
-  m_bIsProcessing = true;
   bool bCycles = false;
   int64_t tStamp = FirstStamp(bCycles);
   for (auto it = aEvents.begin(); it != aEvents.end(); ++it) {
@@ -327,7 +321,6 @@ CmResult CCmEventQueueBase::ProcessEvents(const std::list<ICmEvent*>& aEvents) {
     m_pLoopHook();
     return CM_ERROR_ABORTED;
   }
-  m_bIsProcessing = false;
   return CM_OK;
 }
 
@@ -363,8 +356,7 @@ void CCmEventQueueBase::ProcessOneEventTimed(ICmEvent* aEvent, int64_t& aStamp, 
 }
 
 void CCmEventQueueBase::Reset2CurrentThreadInfo() {
-  memset(m_szThreadName, 0, sizeof(m_szThreadName));
-  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName) - 1);
+  cm_platform_get_thread_name(m_szThreadName, sizeof(m_szThreadName));
   m_Tid.store(pthread_self(), std::memory_order_release);
 }
 

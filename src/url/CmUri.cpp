@@ -106,7 +106,7 @@ bool CCmUri::Parse(const CCmString& aText) {
   if (d.scheme == "stun" || d.scheme == "news") {
     ok = ParseHostPort(rest, d.host, d.port);
   } else if (IsAuthorityScheme(d.scheme)) {
-    if (rest.size() < 2 || rest[0] != '/' || rest[1] != '/') {
+    if (rest.substr(0, 2) != "//") {
       ok = false;
     } else {
       rest.remove_prefix(2);

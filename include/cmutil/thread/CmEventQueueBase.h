@@ -202,7 +202,6 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// Events ever taken out of the list; written by the owner only. The pending count is
   /// m_dwPosted - m_dwTaken: posters and the owner each write a line of their own.
   std::atomic<unsigned int> m_dwTaken;
-  bool m_bIsProcessing;
   LoopHook m_pLoopHook;
   char m_szThreadName[512];
 

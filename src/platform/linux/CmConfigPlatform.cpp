@@ -52,13 +52,20 @@ int cm_platform_make_dirs(const char* path) {
   return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
 }
 
-int cm_platform_lock_file(int fd) {
-  struct flock lk;
-  memset(&lk, 0, sizeof(lk));
-  lk.l_type = F_WRLCK;
+namespace {
+
+// A record lock over the whole file: from offset 0, length 0 (to the end, however far it grows).
+struct flock whole_file(short type) {
+  struct flock lk = {};
+  lk.l_type = type;
   lk.l_whence = SEEK_SET;
-  lk.l_start = 0;
-  lk.l_len = 0;  // the whole file
+  return lk;
+}
+
+}  // namespace
+
+int cm_platform_lock_file(int fd) {
+  const struct flock lk = whole_file(F_WRLCK);
   for (;;) {
     if (fcntl(fd, F_SETLKW, &lk) == 0) return 0;
     if (errno != EINTR && errno != EAGAIN) return errno;
@@ -66,20 +73,14 @@ int cm_platform_lock_file(int fd) {
 }
 
 int cm_platform_unlock_file(int fd) {
-  struct flock lk;
-  memset(&lk, 0, sizeof(lk));
-  lk.l_type = F_UNLCK;
-  lk.l_whence = SEEK_SET;
-  lk.l_start = 0;
-  lk.l_len = 0;
+  const struct flock lk = whole_file(F_UNLCK);
   return fcntl(fd, F_SETLK, &lk) == 0 ? 0 : errno;
 }
 
 void cm_platform_library_path(char* out, size_t cap) {
   if (!out || cap == 0) return;
   out[0] = '\0';
-  Dl_info info;
-  memset(&info, 0, sizeof(info));
+  Dl_info info = {};
   if (dladdr(reinterpret_cast<void*>(&cm_platform_library_path), &info) && info.dli_fname)
     snprintf(out, cap, "%s", info.dli_fname);
 }
