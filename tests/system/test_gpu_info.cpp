@@ -100,9 +100,9 @@ TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
                  {"/sys/class/drm/card0/uevent", ""},
                  {"/sys/class/drm/card1/uevent", ""}});
   for (const auto& card : {std::make_pair("card0", a), std::make_pair("card1", b)}) {
-    const std::string at = tree.root() + "/sys/class/drm/" + card.first + "/device";
+    const std::string at = tree.path() + "/sys/class/drm/" + card.first + "/device";
     ASSERT_EQ(0, symlink(("../../.." + card.second.substr(4)).c_str(), at.c_str()));
-    ASSERT_EQ(0, symlink("../../../../bus/pci/drivers/amdgpu", (tree.root() + card.second + "/driver").c_str()));
+    ASSERT_EQ(0, symlink("../../../../bus/pci/drivers/amdgpu", (tree.path() + card.second + "/driver").c_str()));
   }
   long long usage = 0;
   EXPECT_TRUE(kel_get_GPU_usage(usage));

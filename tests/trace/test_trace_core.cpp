@@ -115,16 +115,15 @@ TEST(TraceCore, AssertionsTraceCountAndReturn) {
 
 TEST(TraceCore, FunctionNameCutting) {
   char out[128];
-  cm_cut_function_name("virtual CCmEventQueueBase::~CCmEventQueueBase()", out, sizeof out);
-  EXPECT_STREQ(out, "CCmEventQueueBase::~CCmEventQueueBase");
-  cm_cut_function_name("CmResult CCmThread::Create(const char*, int)", out, sizeof out);
-  EXPECT_STREQ(out, "CCmThread::Create");
-  cm_cut_function_name("main()", out, sizeof out);
-  EXPECT_STREQ(out, "main");
-  cm_cut_function_name("no parenthesis here", out, sizeof out);
-  EXPECT_STREQ(out, "");
-  cm_cut_function_name("void f()", out, 2);
-  EXPECT_STREQ(out, "f");
+  auto cut = [&out](const char* pretty, size_t cap = sizeof out) {
+    cm_cut_function_name(pretty, out, cap);
+    return std::string(out);
+  };
+  EXPECT_EQ("CCmEventQueueBase::~CCmEventQueueBase", cut("virtual CCmEventQueueBase::~CCmEventQueueBase()"));
+  EXPECT_EQ("CCmThread::Create", cut("CmResult CCmThread::Create(const char*, int)"));
+  EXPECT_EQ("main", cut("main()"));
+  EXPECT_EQ("", cut("no parenthesis here"));
+  EXPECT_EQ("f", cut("void f()", 2));
   EXPECT_STREQ(CM_FUNC_NAME, "TraceCore_FunctionNameCutting_Test::TestBody");
 }
 
@@ -140,16 +139,11 @@ TEST(TraceCore, LeadingIdComposition) {
   EXPECT_STREQ(out, "abcd");
 }
 
-namespace {
-const char* empty_exec_name() { return ""; }
-const char* windows_exec_name() { return "C:\\Apps\\media.exe"; }
-}  // namespace
-
 TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
-  cm_set_leading_id_exec_source(empty_exec_name);
+  cm_set_leading_id_exec_source([] { return ""; });
   cm_reset_leading_id_for_test();
   const std::string unnamed = get_leading_id();
-  cm_set_leading_id_exec_source(windows_exec_name);
+  cm_set_leading_id_exec_source([] { return "C:\\Apps\\media.exe"; });
   cm_reset_leading_id_for_test();
   const std::string media = get_leading_id();
   cm_set_leading_id_exec_source(nullptr);
@@ -157,8 +151,8 @@ TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
   char host[256] = {};
   ASSERT_EQ(0, gethostname(host, sizeof host - 1));
   EXPECT_EQ("util." + std::string(host) + ".", unnamed);  // an empty name is "util"
-  EXPECT_EQ(media.rfind("media.", 0), 0u) << media;  // folder and ".exe" removed
-  EXPECT_EQ(media.substr(5), unnamed.substr(4));     // the same machine part
+  EXPECT_EQ(media.rfind("media.", 0), 0u) << media;       // folder and ".exe" removed
+  EXPECT_EQ(media.substr(5), unnamed.substr(4));          // the same machine part
 }
 
 // The machine part is the configured "MachineID" of section "Trace".
