@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
@@ -49,16 +50,12 @@ TEST(MonitorParsers, StatLinesFoldIrqAndStealIntoSystemAndIowaitIntoIdle) {
     CmCpuTicks t;
     EXPECT_EQ(c.ok, cm_parse_stat_total(c.text, t)) << c.text;
     if (c.ok) {
-      EXPECT_EQ(c.total.user, t.user);
-      EXPECT_EQ(c.total.nice, t.nice);
-      EXPECT_EQ(c.total.system, t.system);
-      EXPECT_EQ(c.total.idle, t.idle);
+      EXPECT_EQ(std::tie(c.total.user, c.total.nice, c.total.system, c.total.idle),
+                std::tie(t.user, t.nice, t.system, t.idle));
     }
     CmCoreTicks cores[4];
     ASSERT_EQ(c.cores, cm_parse_stat_cores(c.text, cores, 4)) << c.text;
-    if (c.cores) {
-      EXPECT_EQ(c.lastIndex, cores[c.cores - 1].index);
-    }
+    EXPECT_EQ(c.lastIndex, c.cores ? cores[c.cores - 1].index : 0u);
   }
 }
 
