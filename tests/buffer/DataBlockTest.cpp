@@ -54,7 +54,7 @@ TEST(DataBlock, AlignedPayload) {
   db->ReleaseReference();
 }
 
-TEST(DataBlock, AlignedCreationRefusesBadArguments) {
+TEST(DataBlock, CreationRefusesBadArguments) {
   CmTraceCapture cap;
   CCmDataBlock* db = nullptr;
   EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 2049));
@@ -63,6 +63,7 @@ TEST(DataBlock, AlignedCreationRefusesBadArguments) {
   EXPECT_TRUE(cap.contains("Assert failed: alignByte > 0"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstanceWithAlignByte(db, 0, nullptr, 16));
   EXPECT_TRUE(cap.contains("Assert failed: aSize > 0"));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstance(db, 0, nullptr));
   EXPECT_EQ(nullptr, db);
 }
 

@@ -61,7 +61,7 @@ TEST(ConfigData, IntStructBytesSurviveCopyAndAssignment) {
   const uint64_t raw = 0x0807060504030201ull;  // little-endian bytes 01 02 .. 08
   const std::pair<uint32_t, uint64_t> sizes[] = {{1, 0x01}, {2, 0x0201}, {3, 0}, {4, 0x04030201}, {8, raw}};
   for (const auto& s : sizes) {
-    ConfigData value, assigned("text");
+    ConfigData value("old text"), assigned("text");  // the bytes replace text too
     value.SetStructValue(&raw, s.first);
     ConfigData copy(value);
     assigned = value;

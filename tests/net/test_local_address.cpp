@@ -87,7 +87,8 @@ TEST(LocalAddressPrune, DecisionsInOrder) {
        false},
       {"temporary replaces autoconfigured in place", "2600::1 en0 1 F, 10.0.0.1 en0 0 0, 2600::2 en0 2 F", &strict,
        "2600::2 10.0.0.1", true},
-      {"autoconfigured loses to a kept temporary", "2600::2 en0 2 F, 2600::1 en0 1 F", &strict, "2600::2", true},
+      {"autoconfigured loses to a kept temporary, past another interface's",
+       "2600::5 en1 1 0, 2600::2 en0 2 F, 2600::1 en0 1 F", &strict, "2600::5 2600::2", true},
       {"of two temporaries the earlier end stays", "2600::2 en0 2 F+50, 2600::3 en0 2 F, 2600::4 en0 2 F+9", &strict,
        "2600::3", true},
       {"other interfaces and other kinds do not decide",
@@ -158,6 +159,7 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
                                           "ip -6 addr add 2001:470::7/64 dev lo mngtmpaddr",
                                           "ip -6 addr add 2001:470::8/64 dev lo",
                                           "ip -6 addr add fd00::1/64 dev lo",
+                                          "ip -6 addr add fec0::7/64 dev lo",
                                           "ip -6 addr add fe80::5/64 dev lo",
                                           "ip -6 addr add 2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000",
                                           "ip addr add 192.0.0.2/29 dev lo"};
@@ -189,9 +191,10 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
   // lifetime came from DHCPv6; mngtmpaddr, the router-advertised and a finite /64 from
   // autoconfiguration. Of two never-expiring autoconfigured ones, the newest (listed
   // first) stays.
-  for (const char* line : {"127.0.0.1 lo 0 never\n", "192.0.0.2 lo 0 never\n", "::1 lo 16 never\n",
-                           "fd00::1 lo 16 never\n", "2001:470::7 lo 1 never\n", "2001:470:1::a lo 1 never\n",
-                           "2001:470::8 lo 16 never\n", "2001:470::9 lo 4 1000\n", "2001:db8::5 lo 1 1800\n"})
+  for (const char* line :
+       {"127.0.0.1 lo 0 never\n", "192.0.0.2 lo 0 never\n", "::1 lo 16 never\n", "fd00::1 lo 16 never\n",
+        "fec0::7 lo 16 never\n", "2001:470::7 lo 1 never\n", "2001:470:1::a lo 1 never\n", "2001:470::8 lo 16 never\n",
+        "2001:470::9 lo 4 1000\n", "2001:db8::5 lo 1 1800\n"})
     EXPECT_NE(std::string::npos, out.find(line)) << line << " in\n" << out;
   EXPECT_NE(std::string::npos, out.find("pruned: ")) << out;
   const std::string pruned = out.substr(out.find("pruned: "));

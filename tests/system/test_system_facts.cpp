@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "cmutil/system/CmSystemInfo.h"
 #include "cmutil/system/CmSystemInformation.h"
@@ -66,20 +67,12 @@ TEST(SystemFacts, CapturedTreesGiveEveryFact) {
     SCOPED_TRACE(c.tree);
     CmFixtureRoot root(c.tree);
     Facts f = read_facts();
-    EXPECT_EQ(c.physical, f.physical);
-    EXPECT_EQ(c.threads, f.threads);
-    EXPECT_EQ(c.performance, f.performance);
-    EXPECT_EQ(c.efficiency, f.efficiency);
-    EXPECT_EQ(c.mhz, f.mhz);
-    EXPECT_EQ(c.brand, f.brand);
-    EXPECT_EQ(c.arch, f.arch);
-    EXPECT_EQ(c.osver, f.osver);
+    EXPECT_EQ(std::tie(c.physical, c.threads, c.performance, c.efficiency, c.mhz),
+              std::tie(f.physical, f.threads, f.performance, f.efficiency, f.mhz));
+    EXPECT_EQ(std::make_tuple(c.brand, c.arch, c.osver, c.model, c.maker),
+              std::make_tuple(f.brand, f.arch, f.osver, f.model, f.maker));
     EXPECT_EQ(std::string("linux,") + c.osver + "," + c.arch, f.osinfo);
-    EXPECT_EQ(c.model, f.model);
-    EXPECT_EQ(c.maker, f.maker);
-    EXPECT_EQ(c.memoryMb, f.memoryMb);
-    EXPECT_EQ(c.usedKib, f.usedKib);
-    EXPECT_EQ(c.totalKib, f.totalKib);
+    EXPECT_EQ(std::tie(c.memoryMb, c.usedKib, c.totalKib), std::tie(f.memoryMb, f.usedKib, f.totalKib));
     EXPECT_FLOAT_EQ(static_cast<float>(c.usedKib) * 100.0f / static_cast<float>(c.totalKib), f.percent);
     unsigned long long rss = 0;
     EXPECT_EQ(c.rssKib ? 0 : -1, get_process_memory(rss));
@@ -103,7 +96,7 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
       {{{kMin, "0\n"}, {kBase, "2100000\n"}}, 2100, false, false, false},  // a zero minimum asks on
       {{{kNominal, "3100\n"}}, 3100, true, false, false},
       {{{kBase, "400000\n"}}, 2800, true, false, true},
-      {{{"/proc/cpuinfo", "processor\t: 0\ncpu MHz\t\t: 1999.6\n"}}, 1999, true, false, false},
+      {{{"/proc/cpuinfo", "processor: 0\ncpu MHz: 0\ncpu MHz: 1999.6\n"}}, 1999, true, false, false},  // 0: no reading
       {{{kMin, "99999999999999999999999\n"}}, 2800, true, true, false},  // overflows: absent
       {{{"/proc/cpuinfo", "garbage"}}, 2800, true, true, false},
       {{}, 2800, true, true, false},
@@ -145,6 +138,7 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
         {"/sys/devices/system/cpu/cpu0/topology/thread_siblings_list", "0-1\n"},
         {"/sys/devices/system/cpu/cpu1/topology/thread_siblings_list", "0-1\n"}}},
       {{0, 3, 1}, {{kOnline, "0,2-3\n"}}},  // nothing else: one core per CPU
+      {{0, 1, 1}, {{kOnline, "0"}}},        // a one-byte file
       // ARM-style equal capacities are no levels; x86 never uses capacities.
       {{0, 2, 1},
        {{kOnline, "0-1\n"},

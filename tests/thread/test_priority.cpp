@@ -27,6 +27,8 @@ TEST(CmThreadPriorityTest, TextsAndPercentages) {
   EXPECT_STREQ("UserInteractive", ThreadPolicyToString(0));
   EXPECT_STREQ("Background", ThreadPolicyToString(4));
   EXPECT_STREQ("Unknown", ThreadPolicyToString(5));
+  const int kNiceOfPercent[][2] = {{-5, 19}, {0, 19}, {50, 0}, {99, -19}, {100, -20}, {150, -20}};
+  for (const auto& row : kNiceOfPercent) EXPECT_EQ(row[1], ThreadPriorityPercentToNice(row[0])) << row[0];
 }
 
 // Under the default policy the scheduler range is 0..0, so the portable priority goes

@@ -196,7 +196,7 @@ TEST(CmEventThreadTest, AutoResetSignalToWaiterLeavesSignalledClear) {
   EXPECT_EQ(CM_OK, ev.Wait(&zero));
 }
 
-TEST(CmThreadMiscTest, OwnerRecordAndIds) {
+TEST(CmThreadMiscTest, OwnerRecordStopFlagAndIds) {
   CCmEnsureSingleThread owner;
   EXPECT_TRUE(IsEqualCurrentThread(owner.GetOwnerThreadId()));
   CM_THREAD_ID other = 0;
@@ -207,6 +207,8 @@ TEST(CmThreadMiscTest, OwnerRecordAndIds) {
   EXPECT_TRUE(IsThreadEqual(other, owner.GetOwnerThreadId()));
   EXPECT_GT(CmGetThreadID(), 0u);
   EXPECT_GT(CmGetProcessID(), 0);
+  CCmStopFlag loop;
+  EXPECT_TRUE(loop.IsFlagStopped());  // until its thread starts it
 }
 
 class CountedObject : public CCmReferenceControlT<CCmMutexThread> {

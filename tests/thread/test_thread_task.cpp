@@ -400,7 +400,8 @@ std::atomic<ACmThread*> g_postOnReport{nullptr};
 EventLog g_behindStop;
 
 void PostOnLongQueueReport(int, const char* text, int len) {
-  if (std::string(text, static_cast<size_t>(len)).find("PostEvent, m_dwSize=105 ") == std::string::npos) return;
+  const std::string line(text, static_cast<size_t>(len));  // the loop's OS name, cut to 15 characters
+  if (line.find("PostEvent, m_dwSize=105 ") == line.npos || line.find(" name=t-behindstop-qu ") == line.npos) return;
   if (ACmThread* thread = g_postOnReport.exchange(nullptr))
     thread->GetEventQueue()->PostEvent(new LoggingEvent(&g_behindStop, 999));
 }
@@ -409,7 +410,7 @@ TEST(CmThreadTaskTest, EventAcceptedBehindTheStopEventIsDestroyedUnrun) {
   CmFakeClock clock;
   CmTraceCapture cap;
   set_util_external_trace_sink(&PostOnLongQueueReport);  // the capture's routing and mask stay
-  CCmThreadTask* task = StartTask<CCmThreadTask>("t-behindstop");
+  CCmThreadTask* task = StartTask<CCmThreadTask>("t-behindstop-queue");
   Gate gate;
   gate.Block(task);
   std::vector<int> expected;
