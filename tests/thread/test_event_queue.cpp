@@ -13,10 +13,24 @@
 
 namespace {
 
-TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace) {
+// A queue driven by hand from the test thread, its events' log and the trace lines.
+class CmEventQueueTest : public ::testing::Test {
+ protected:
+  // Takes every pending event out and runs it; returns how many there were.
+  size_t Drain() {
+    std::list<ICmEvent*> out;
+    if (queue.PopPendingEvents(out) != CM_OK) return 0;
+    EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+    return out.size();
+  }
+
   CmTraceCapture cap;
-  EventLog log;
+  EventLog log;  // outlives the queue, which destroys what is left in it
   CCmEventQueueUsingMutex queue;
+};
+using CmEventSynchronousTest = CmEventQueueTest;
+
+TEST_F(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrace) {
   queue.Stop();
   EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::Stop [this=0x"));
   for (int i = 0; i < 201; ++i) {
@@ -40,7 +54,7 @@ TEST(CmEventQueueTest, StoppedQueueDestroysRefusedEventsUnfiredAndRateLimitsTrac
   EXPECT_EQ(1u, queue.GetPendingEventsCount());
 }
 
-TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFiring) {
+TEST(CmEventQueueScopeTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFiring) {
   CmTraceCapture cap;
   EventLog log;
   {
@@ -58,10 +72,7 @@ TEST(CmEventQueueTest, DestroyingQueueDestroysPendingEventsOldestFirstWithoutFir
   EXPECT_TRUE(cap.contains(2, "CCmEventQueueBase::DestoryPendingEvents, m_dwSize=4 [this=0x"));
 }
 
-TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
-  CmTraceCapture cap;
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
   {
     CmFakeClock clock(1000, 500000);  // each reading 0.5 s later: firing "took" 0.5 s
     queue.ProcessOneEvent(new LoggingEvent(&log, 1));
@@ -75,7 +86,7 @@ TEST(CmEventQueueTest, SlowEventReportedOnlyAboveHalfSecond) {
   EXPECT_EQ(1u, cap.count("ProcessOneEvent, report"));
 }
 
-TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100) {
+TEST(CmEventQueueClockTest, LongQueueReportedOnceInThreeSecondsAbove100) {
   CmTraceCapture cap;
   EventLog log;
   CmFakeClock clock;
@@ -94,9 +105,7 @@ TEST(CmEventQueueTest, LongQueueReportedOnceInThreeSecondsAbove100) {
   EXPECT_EQ(1u, cap.count("PostEvent, m_dwSize="));
 }
 
-TEST(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending) {
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending) {
   queue.Reset2CurrentThreadInfo();
   queue.PostEvent(new LoggingEvent(&log, 1));
   EXPECT_EQ(CM_ERROR_GENERIC, queue.SendEvent(new LoggingEvent(&log, 2, CM_ERROR_GENERIC)));
@@ -105,8 +114,7 @@ TEST(CmEventQueueTest, SendOnOwnThreadRunsInPlaceAheadOfPending) {
   EXPECT_EQ(1u, queue.GetPendingEventsCount());
 }
 
-TEST(CmEventSynchronousTest, NullWrappedEventGivesNullPointerAndTwoTripsDelete) {
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventSynchronousTest, NullWrappedEventGivesNullPointerAndTwoTripsDelete) {
   queue.Reset2CurrentThreadInfo();
   CCmEventSynchronous* sync = new CCmEventSynchronous(nullptr, &queue);
   EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->OnEventFire());
@@ -114,10 +122,7 @@ TEST(CmEventSynchronousTest, NullWrappedEventGivesNullPointerAndTwoTripsDelete) 
   EXPECT_EQ(CM_OK, sync->OnEventFire());  // already fired: nothing
   EXPECT_EQ(CM_ERROR_NULL_POINTER, sync->WaitResultAndDeleteThis(nullptr));
   // The wrapper posted itself for its second trip; draining deletes it (ASan checks).
-  std::list<ICmEvent*> out;
-  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-  ASSERT_EQ(1u, out.size());
-  queue.ProcessEvents(out);
+  ASSERT_EQ(1u, Drain());
   EXPECT_EQ(0u, queue.GetPendingEventsCount());
 }
 
@@ -137,7 +142,7 @@ TEST(ICmEventTest, NothrowAndPlacementForms) {
 
 // A send that times out while its wrapper still waits in the queue: the wrapper's
 // deletion trip must queue behind it without disturbing it or the events around it.
-TEST(CmEventSynchronousTest, TimedOutSendWhileStillQueuedKeepsOrderAndDeletesOnce) {
+TEST(CmEventSynchronousCondvarTest, TimedOutSendWhileStillQueuedKeepsOrderAndDeletesOnce) {
   EventLog log;
   CCmEventQueueUsingConditionVariable queue;  // no owner recorded: a send from here waits
   ASSERT_EQ(CM_OK, queue.PostEvent(new LoggingEvent(&log, 1)));
@@ -159,7 +164,7 @@ TEST(CmEventSynchronousTest, TimedOutSendWhileStillQueuedKeepsOrderAndDeletesOnc
   EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out));
 }
 
-TEST(CmEventSynchronousTest, TimedOutSendDiscardedWithQueueIsDestroyedUnfiredOnce) {
+TEST(CmEventSynchronousCondvarTest, TimedOutSendDiscardedWithQueueIsDestroyedUnfiredOnce) {
   EventLog log;
   {
     CCmEventQueueUsingConditionVariable queue;
@@ -176,10 +181,7 @@ namespace {
 // 400 consecutive refusals hold exactly two traced ones, whatever the shared counter
 // stood at before: the rate limiter traces one refusal in 200. PostEvent and SendEvent
 // count apart, so the other one's text never shows.
-TEST(CmEventQueueTest, FourHundredRefusedPostsAreTracedExactlyTwice) {
-  CmTraceCapture cap;
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventQueueTest, FourHundredRefusedPostsAreTracedExactlyTwice) {
   queue.Stop();
   for (int i = 0; i < 400; ++i) ASSERT_EQ(CM_ERROR_NOT_INITIALIZED, queue.PostEvent(new LoggingEvent(&log, i)));
   EXPECT_EQ(2u, cap.count("CCmEventQueueBase::PostEvent, has been stopped. [this=0x"));
@@ -190,33 +192,24 @@ TEST(CmEventQueueTest, FourHundredRefusedPostsAreTracedExactlyTwice) {
 
 // A sender that gave up while its wrapper was being fired: the wrapper finishes its pass
 // (the event is destroyed on the queue's side) and is deleted by that pass, once.
-TEST(CmEventSynchronousTest, SenderReleaseBeforeTheQueuePassLeavesDeletionToThePass) {
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventSynchronousTest, SenderReleaseBeforeTheQueuePassLeavesDeletionToThePass) {
   CCmTimeValue zero;
   EXPECT_EQ(CM_ERROR_TIMEOUT, queue.SendEvent(new LoggingEvent(&log, 1), &zero));
   EXPECT_TRUE(log.Fired().empty());
   EXPECT_TRUE(log.Destroyed().empty());
   queue.Stop();  // the wrapper is already in: it still runs
-  std::list<ICmEvent*> out;
-  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-  ASSERT_EQ(1u, out.size());
-  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  ASSERT_EQ(1u, Drain());
   EXPECT_EQ((std::vector<int>{1}), log.Fired());
   EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, queue.PopPendingEvents(out));
+  EXPECT_EQ(0u, Drain());
 }
 
 // The second trip of a wrapper whose pass is over is refused by a stopped queue: the
 // refusal deletes the wrapper (ASan checks), and the wrapped event is not touched again.
-TEST(CmEventSynchronousTest, RefusedSecondTripDeletesTheWrapperOnly) {
-  EventLog log;
-  CCmEventQueueUsingMutex queue;
+TEST_F(CmEventSynchronousTest, RefusedSecondTripDeletesTheWrapperOnly) {
   CCmEventSynchronous* sync = new CCmEventSynchronous(new LoggingEvent(&log, 4), &queue);
   ASSERT_EQ(CM_OK, queue.PostEvent(sync));
-  std::list<ICmEvent*> out;
-  ASSERT_EQ(CM_OK, queue.PopPendingEvents(out));
-  EXPECT_EQ(CM_OK, queue.ProcessEvents(out));
+  ASSERT_EQ(1u, Drain());
   EXPECT_EQ((std::vector<int>{4}), log.Destroyed());
   queue.Stop();
   EXPECT_EQ(CM_OK, sync->WaitResultAndDeleteThis(nullptr));

@@ -40,6 +40,14 @@ class CountingSink : public CCmTimerWrapperIDSink {
     count.fetch_add(1);
   }
 
+  /// The count once `worker` has run a whole pass and 20 quiet milliseconds have gone by:
+  /// a firing that should not come would have come by then.
+  int CountAfterQuiet(TaskThread& worker) {
+    EXPECT_EQ(CM_OK, worker.Run([] {}));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return count.load();
+  }
+
   std::atomic<int> count{0};
   std::atomic<CM_THREAD_ID> lastThread{0};
   std::atomic<CCmTimerWrapperID*> lastId{nullptr};

@@ -27,9 +27,7 @@ TEST_P(TimerHandleOnQueueType, ScheduleInAnotherThreadFiresThereWithItsCount) {
   EXPECT_TRUE(IsThreadEqual(worker.get()->GetThreadId(), sink.lastThread.load()));
   EXPECT_EQ(&handle, sink.lastId.load());
   // The queue is done with it; nothing more arrives.
-  EXPECT_EQ(CM_OK, worker.Run([] {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(3, sink.count.load());
+  EXPECT_EQ(3, sink.CountAfterQuiet(worker));
 }
 
 // The owner stops inside a firing pass and a foreign thread cancels and destroys the
@@ -122,9 +120,7 @@ TEST(TimerHandle, HandleDestroyedInsideItsOwnOnTimer) {
   };
   EXPECT_EQ(CM_OK, handle->ScheduleInThread(worker.get(), &sink, Ms(2), 0));
   ASSERT_TRUE(WaitFor([&] { return deleted.load(); }));
-  EXPECT_EQ(CM_OK, worker.Run([] {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(1, sink.count.load());
+  EXPECT_EQ(1, sink.CountAfterQuiet(worker));
 }
 
 TEST(TimerHandle, DestroyingAPendingHandleFromAForeignThreadIsSafe) {
@@ -136,9 +132,7 @@ TEST(TimerHandle, DestroyingAPendingHandleFromAForeignThreadIsSafe) {
     ASSERT_TRUE(WaitFor([&] { return sink.count.load() >= 2; }));
   }
   const int atDestroy = sink.count.load();
-  EXPECT_EQ(CM_OK, worker.Run([] {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(atDestroy, sink.count.load());
+  EXPECT_EQ(atDestroy, sink.CountAfterQuiet(worker));
 }
 
 TEST(TimerHandle, CancelBeforeTheSchedulingEventRanStillSilences) {
@@ -152,9 +146,7 @@ TEST(TimerHandle, CancelBeforeTheSchedulingEventRanStillSilences) {
   // Not bound yet, and this thread has no timer queue either: nothing to cancel in.
   EXPECT_EQ(CM_ERROR_GENERIC, handle.Cancel());
   gate = true;
-  EXPECT_EQ(CM_OK, worker.Run([] {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(0, sink.count.load());
+  EXPECT_EQ(0, sink.CountAfterQuiet(worker));
   // On its own thread the schedule is made at once, so a cancel right after finds it.
   EXPECT_EQ(CM_OK, worker.Run([&] {
     EXPECT_EQ(CM_OK, handle.ScheduleInThread(worker.get(), &sink, Ms(60000), 1));

@@ -229,15 +229,11 @@ TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   std::string info = records(m_trace->info_path());
   std::string error = records(m_trace->error_path());
   std::string warn = records(warnPath);
-  EXPECT_NE(std::string::npos, info.find("] [UTIL] :an info line\n"));
-  EXPECT_NE(std::string::npos, info.find("] [UTIL] :a warning line\n"));
-  EXPECT_NE(std::string::npos, info.find("] [UTIL] :an error line\n"));
-  EXPECT_EQ(3u, lines_of(info).size());
-  EXPECT_EQ(std::string::npos, error.find("warning"));
-  EXPECT_EQ(std::string::npos, error.find("info"));
-  EXPECT_NE(std::string::npos, error.find("] [UTIL] :an error line\n"));
-  EXPECT_EQ(1u, lines_of(warn).size());
-  EXPECT_NE(std::string::npos, warn.find("] [UTIL] :a warning line\n"));
+  for (const char* line : {"an info line", "a warning line", "an error line"})
+    EXPECT_NE(std::string::npos, info.find(std::string("] [UTIL] :") + line + "\n")) << line;
+  EXPECT_EQ(3u, lines_of(info).size());  // every level; the error and warning files one each
+  EXPECT_TRUE(lines_of(error).size() == 1 && error.find("] [UTIL] :an error line\n") != std::string::npos) << error;
+  EXPECT_TRUE(lines_of(warn).size() == 1 && warn.find("] [UTIL] :a warning line\n") != std::string::npos) << warn;
 }
 
 TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/trace/CmTrace.h"
@@ -119,15 +120,11 @@ TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
   util_adapter_trace(7, "UTIL", "level seven", 11);
   util_adapter_trace(2, nullptr, "no module", 9);
   ASSERT_EQ(4, probe.count());
-  PluginCall warning = probe.call(0);
-  EXPECT_EQ(4, warning.level);
-  EXPECT_EQ("UTIL", warning.module);
-  EXPECT_EQ("", warning.label);          // the second label is always empty
-  EXPECT_EQ("a warning", warning.text);  // undecorated text
-  EXPECT_EQ(8, probe.call(1).level);
-  EXPECT_EQ(0, probe.call(2).level);
-  EXPECT_EQ(2, probe.call(3).level);
-  EXPECT_EQ("UTIL", probe.call(3).module);
+  const PluginCall warning = probe.call(0);  // the second label is always empty; the text undecorated
+  EXPECT_EQ(std::make_tuple(4, "UTIL", "", "a warning"),
+            std::tie(warning.level, warning.module, warning.label, warning.text));
+  EXPECT_EQ(std::make_tuple(8, 0, 2, "UTIL"),
+            std::make_tuple(probe.call(1).level, probe.call(2).level, probe.call(3).level, probe.call(3).module));
 
   ASSERT_TRUE(m_tvx->UpdateTraceLevel(2, 5));
   util_adapter_trace(2, "UTIL", "remapped", 8);
@@ -164,10 +161,8 @@ TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   memcpy(exact.get(), "vwxyz", 5);
   util_adapter_trace(2, "UTIL", exact.get(), 5);
   ASSERT_EQ(2, probe.count());
-  EXPECT_EQ("abcde", probe.call(0).text);
-  EXPECT_EQ(5, probe.call(0).textLen);
-  EXPECT_EQ("vwxyz", probe.call(1).text);
-  EXPECT_EQ(5, probe.call(1).textLen);
+  EXPECT_EQ(std::make_tuple("abcde", 5, "vwxyz", 5),
+            std::make_tuple(probe.call(0).text, probe.call(0).textLen, probe.call(1).text, probe.call(1).textLen));
 }
 
 TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {
