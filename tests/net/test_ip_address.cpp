@@ -22,7 +22,7 @@ TEST(IpAddress, Classification) {
   EXPECT_TRUE(capture.contains(0, "is_ip_address: ip string is null"));
   EXPECT_TRUE(isIPv4("192.168.1.2"));
   EXPECT_FALSE(isIPv4("192.168.1"));
-  EXPECT_TRUE(isIPv6("fe80::1"));
+  for (const char* v6 : {"fe80::1", "::1", "::"}) EXPECT_TRUE(isIPv6(v6)) << v6;
   EXPECT_FALSE(isIPv6("10.0.0.1"));
 }
 

