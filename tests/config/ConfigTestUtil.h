@@ -5,33 +5,26 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 
 #include "common/CmTempDir.h"
 
+/// Sets (or, with null, removes) an environment variable and puts back what was there.
 class CmScopedEnv {
  public:
   CmScopedEnv(const char* name, const char* value) : m_name(name) {
-    const char* old = getenv(name);
-    m_had = old != nullptr;
-    if (old) m_old = old;
-    if (value)
-      setenv(name, value, 1);
-    else
-      unsetenv(name);
+    if (const char* old = getenv(name)) m_old = old;
+    put(name, value);
   }
-  ~CmScopedEnv() {
-    if (m_had)
-      setenv(m_name.c_str(), m_old.c_str(), 1);
-    else
-      unsetenv(m_name.c_str());
-  }
+  ~CmScopedEnv() { put(m_name.c_str(), m_old ? m_old->c_str() : nullptr); }
 
  private:
+  static void put(const char* name, const char* value) { value ? setenv(name, value, 1) : unsetenv(name); }
+
   std::string m_name;
-  std::string m_old;
-  bool m_had = false;
+  std::optional<std::string> m_old;  // none: the variable was not set
 };
 
 inline std::string cm_read_file(const std::string& path) {

@@ -23,6 +23,13 @@ struct Firing {
   void* arg;
 };
 
+/// The handler names of a firing log, in firing order.
+inline std::vector<std::string> NamesOf(const std::vector<Firing>& log) {
+  std::vector<std::string> names;
+  for (const Firing& f : log) names.push_back(f.name);
+  return names;
+}
+
 /// Records every OnTimeout into a shared log; an optional action runs inside it.
 class RecordingHandler : public ICmTimerHandler {
  public:

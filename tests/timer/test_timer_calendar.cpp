@@ -5,6 +5,7 @@
 
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TimerTestSupport.h"
@@ -91,8 +92,7 @@ TEST_F(CalendarTest, ZeroIntervalFiresOnceThroughTheEvent) {
   cal.TimerTick();
   EXPECT_EQ(0, a.Count());
   EXPECT_EQ(1, RunEvents());
-  EXPECT_EQ(1, a.Count());
-  EXPECT_EQ(1, b.Count());
+  EXPECT_EQ(std::make_pair(1, 1), std::make_pair(a.Count(), b.Count()));
   EXPECT_EQ("b", log[0].name);  // the immediate list is served head first
   EXPECT_EQ(0, RunEvents());    // whatever the count, once
   // The queue survives its event's destruction and can post again.
@@ -132,9 +132,7 @@ TEST_F(CalendarTest, TickFromInsideACallbackKeepsTheOuterSlotsTimers) {
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&ticker, nullptr, Ms(10), 1));
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&next, nullptr, Ms(20), 1));
   cal.TimerTick();
-  std::vector<std::string> names;
-  for (const auto& f : log) names.push_back(f.name);
-  EXPECT_EQ((std::vector<std::string>{"ticker", "next", "b", "c"}), names);
+  EXPECT_EQ((std::vector<std::string>{"ticker", "next", "b", "c"}), NamesOf(log));
   EXPECT_EQ(CM_OK, cancelD);
   EXPECT_EQ(0, d.Count());
   // c repeats: it is still known to the queue and can be cancelled.
@@ -155,8 +153,7 @@ TEST_F(CalendarTest, NestedTickCallbackCancelsATimerOfTheOuterTick) {
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&inner, nullptr, Ms(20), 1));
   cal.TimerTick();
   EXPECT_EQ(CM_OK, rv);
-  EXPECT_EQ(0, victim.Count());
-  EXPECT_EQ(1, inner.Count());
+  EXPECT_EQ(std::make_pair(0, 1), std::make_pair(victim.Count(), inner.Count()));
   for (int i = 0; i < 200; ++i) cal.TimerTick();
   EXPECT_EQ(0, victim.Count());
 }

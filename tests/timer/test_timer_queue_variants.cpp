@@ -7,6 +7,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "TimerTestSupport.h"
@@ -81,9 +83,7 @@ TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
   EXPECT_EQ(1, this->observer.Count("TimerQueue"));  // told of the first timer of an empty queue only
   EXPECT_EQ(3, this->CheckAfter(35));
   EXPECT_EQ(2, this->CheckAfter(20));
-  std::vector<std::string> names;
-  for (const auto& f : this->log) names.push_back(f.name);
-  EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), names);
+  EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), NamesOf(this->log));
   EXPECT_EQ(this->log[0].at, this->log[2].at);  // one pass, one time
 }
 
@@ -130,8 +130,7 @@ TYPED_TEST(TimerQueueVariant, CancelRemovesAndUnknownIsNotFound) {
   EXPECT_EQ(CM_OK, this->queue->CancelTimer(&h));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, this->queue->CancelTimer(&h));
   EXPECT_EQ(1, this->CheckAfter(40));
-  EXPECT_EQ(0, h.Count());
-  EXPECT_EQ(1, other.Count());
+  EXPECT_EQ(std::make_pair(0, 1), std::make_pair(h.Count(), other.Count()));
 }
 
 TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
@@ -185,9 +184,7 @@ TYPED_TEST(TimerQueueVariant, PassEndsWhenTheRestOfASharedSlotIsNotDue) {
   EXPECT_EQ(1, this->CheckAfter(1, &remain, &earliest));
   EXPECT_EQ(1, c.Count());
   EXPECT_EQ(start + Ms(30), earliest);
-  std::vector<std::string> names;
-  for (const auto& f : this->log) names.push_back(f.name);
-  EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), names);
+  EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), NamesOf(this->log));
 }
 
 // Cancelling the earliest timer of a slot that keeps other timers must not leave its
@@ -353,8 +350,7 @@ TEST_F(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresT
   const CCmTimeValue start = clock.Now();
   EXPECT_EQ(start + CCmTimeValue(0L, 12000L), CmTimerWheelInspector::CachedEarliest(queue));
   EXPECT_EQ(1, CheckAfter(12));
-  EXPECT_EQ(1, sooner.Count());
-  EXPECT_EQ(0, later.Count());
+  EXPECT_EQ(std::make_pair(1, 0), std::make_pair(sooner.Count(), later.Count()));
   EXPECT_EQ(start + CCmTimeValue(0L, 15000L), CmTimerWheelInspector::CachedEarliest(queue));
   EXPECT_EQ(1, CheckAfter(3));
   EXPECT_EQ(0, CheckAfter(5));
@@ -379,8 +375,7 @@ TEST_F(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
   EXPECT_EQ(start + Ms(1500), queue.GetEarliestTime());
   EXPECT_EQ(Ms(500), remain);
   EXPECT_EQ(1, CheckAfter(500));
-  EXPECT_EQ(1, soon.Count());
-  EXPECT_EQ(0, nextLap.Count());
+  EXPECT_EQ(std::make_pair(1, 0), std::make_pair(soon.Count(), nextLap.Count()));
   EXPECT_EQ(start + Ms(30015), queue.GetEarliestTime());
 }
 
@@ -419,9 +414,7 @@ TEST_F(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
   EXPECT_EQ(Ms(30000), remain);
   EXPECT_EQ(1, CheckAfter(30000, &remain));
   EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-  EXPECT_EQ(1, a.Count());
-  EXPECT_EQ(1, b.Count());
-  EXPECT_EQ(1, c.Count());
+  EXPECT_EQ(std::make_tuple(1, 1, 1), std::make_tuple(a.Count(), b.Count(), c.Count()));
 }
 
 TEST_F(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
