@@ -21,10 +21,11 @@ uint32_t Len(const Bytes& b) { return static_cast<uint32_t>(b.size()); }
 
 const uint32_t kUntouched = 0xDEADBEEF;
 
-// A minimal JFIF header (APP0, length 16) followed by the given tail.
-Bytes JfifWith(const Bytes& tail) {
+// A minimal JFIF header (APP0, length 16), or the same as Exif (APP1), then the given tail.
+Bytes JfifWith(const Bytes& tail, bool exif = false) {
   Bytes b = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',  'F',
              0x00, 0x01, 0x01, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00};
+  if (exif) b[3] = 0xE1, b[6] = 'E', b[7] = 'x', b[8] = 'i', b[9] = 'f';
   b.reserve(b.size() + tail.size());
   b.insert(b.end(), tail.begin(), tail.end());
   return b;
@@ -104,7 +105,7 @@ TEST(ImageSizeJpeg, WalksSegmentsToBaselineFrame) {
                 0xFF, 0xFE, 0x00, 0x03, 'h'};        // a comment
   Bytes f = Frame(0xC0, 0x0102, 0x0304);
   tail.insert(tail.end(), f.begin(), f.end());
-  Bytes b = JfifWith(tail);
+  Bytes b = JfifWith(tail, true);  // behind an Exif header
   uint32_t w = 0, h = 0;
   ASSERT_TRUE(get_jpg_size(b.data(), Len(b), w, h));
   EXPECT_EQ(0x0304u, w);

@@ -117,6 +117,21 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
   }
 }
 
+// The whole text must match; out takes the first group, or nothing when that group
+// took no part, and stays as it was when the text does not match.
+TEST(SystemFacts, RegexParseTakesTheFirstGroupOfAWholeMatch) {
+  CmTraceCapture capture;
+  std::string out = "kept";
+  for (const char* text : {"model: X1 extra", "no model"}) EXPECT_EQ(0, regex_parse_info(text, "model: (\\w+)", out));
+  EXPECT_EQ("kept", out);
+  regex_parse_info("model: X1", "model: (\\w+)", out);
+  EXPECT_EQ("X1", out);
+  regex_parse_info("abc", "a(x)?bc", out);
+  EXPECT_EQ("", out);
+  regex_parse_info("abc", "(", out);
+  EXPECT_TRUE(capture.contains(1, "regex_parse_info bad pattern (: "));
+}
+
 TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
   const char* kOnline = "/sys/devices/system/cpu/online";
   struct Case {

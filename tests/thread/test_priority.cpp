@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <future>
 #include <thread>
 
 #include "cmutil/thread/CmThreadPriority.h"
@@ -46,10 +47,19 @@ TEST(CmThreadPriorityTest, NiceValueReadsAsTheNearestPriority) {
   EXPECT_EQ(KEL_THREAD_PRIORITY_HIGHEST, read);
 }
 
+// A thread the library did not start has no kernel id on record: setting its priority
+// from outside fails rather than renicing some other thread.
 TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {
   CmTraceCapture cap;
   CmResult rv = CM_ERROR_GENERIC;
-  std::thread t([&] { rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_BELOW_NORMAL); });
+  std::promise<void> release;
+  std::thread t([&rv, done = release.get_future()] {
+    rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_BELOW_NORMAL);
+    done.wait();
+  });
+  EXPECT_EQ(CM_ERROR_FAILURE, SetThreadPriorityByHandle(t.native_handle(), KEL_THREAD_PRIORITY_NORMAL));
+  EXPECT_TRUE(cap.contains(0, "_SetNicePriority: Cannot get kernel thread ID"));
+  release.set_value();
   t.join();
   EXPECT_EQ(CM_OK, rv);
   EXPECT_TRUE(cap.contains(2, "_SetPosixThreadPriorityImpl: Falling back to nice value"));

@@ -140,6 +140,7 @@ TEST(TraceCore, LeadingIdComposition) {
 }
 
 TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
+  CmTraceCapture cap;
   cm_set_leading_id_exec_source([] { return ""; });
   cm_reset_leading_id_for_test();
   const std::string unnamed = get_leading_id();
@@ -153,6 +154,7 @@ TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {
   EXPECT_EQ("util." + std::string(host) + ".", unnamed);  // an empty name is "util"
   EXPECT_EQ(media.rfind("media.", 0), 0u) << media;       // folder and ".exe" removed
   EXPECT_EQ(media.substr(5), unnamed.substr(4));          // the same machine part
+  EXPECT_FALSE(cap.contains("gethostname() failed"));
 }
 
 // The machine part is the configured "MachineID" of section "Trace".
