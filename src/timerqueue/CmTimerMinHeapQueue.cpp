@@ -9,7 +9,7 @@
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTrace.h"
 #include "timerqueue/CmTimerNodePool.h"
-#include "timerqueue/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerPtrMap.h"
 
 // The heap holds small entries (expiry and a slot number) so sifting moves 24 bytes,
 // not whole nodes. Each node sits still in a pooled slot; the entry's heap position is

@@ -8,7 +8,7 @@
 #include "base/CmClock.h"
 #include "cmutil/base/CmAssert.h"
 #include "timerqueue/CmTimerNodePool.h"
-#include "timerqueue/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerPtrMap.h"
 #include "timerqueue/CmTimerWheelInspector.h"
 
 namespace {

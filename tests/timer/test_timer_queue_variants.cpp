@@ -18,7 +18,7 @@
 #include "cmutil/timerqueue/CmTimerWheelQueue.h"
 #include "common/CmTraceCapture.h"
 #include "timerqueue/CmTimerNodePool.h"
-#include "timerqueue/CmTimerPtrSet.h"
+#include "timerqueue/CmTimerPtrMap.h"
 #include "timerqueue/CmTimerWheelInspector.h"
 
 namespace {
@@ -449,28 +449,21 @@ TEST_F(TimerWheel, CancellingTheEarliestRescansToTheNext) {
   EXPECT_EQ(0u, queue.GetCount());
 }
 
-TEST(TimerPointerIndex, SetAndMapSurviveEraseAndGrowth) {
+TEST(TimerPointerIndex, MapSurvivesEraseAndGrowth) {
   std::mt19937 rng(5);
   std::vector<int> objects(3000);
   std::vector<const void*> keys;
   for (auto& o : objects) keys.push_back(&o);
   std::shuffle(keys.begin(), keys.end(), rng);
-  CmTimerPtrSet set;
   CmTimerPtrMap<size_t> map;
-  for (size_t i = 0; i < keys.size(); ++i) {
-    EXPECT_TRUE(set.insert(keys[i]));
-    map.set(keys[i], i);
-  }
-  EXPECT_FALSE(set.insert(keys[0]));
-  for (size_t i = 0; i < keys.size(); i += 2) {
-    EXPECT_TRUE(set.erase(keys[i]));
-    EXPECT_TRUE(map.erase(keys[i]));
-  }
-  EXPECT_FALSE(set.erase(keys[0]));
-  EXPECT_EQ(1500u, set.size());
+  for (size_t i = 0; i < keys.size(); ++i) map.set(keys[i], i);
+  bool added = true;
+  EXPECT_EQ(0u, *map.find_or_add(keys[0], 7, added));
+  EXPECT_FALSE(added);
+  for (size_t i = 0; i < keys.size(); i += 2) EXPECT_TRUE(map.erase(keys[i]));
+  EXPECT_FALSE(map.erase(keys[0]));
   EXPECT_EQ(1500u, map.size());
   for (size_t i = 0; i < keys.size(); ++i) {
-    EXPECT_EQ(i % 2 == 1, set.contains(keys[i])) << i;
     const size_t* v = map.find(keys[i]);
     EXPECT_EQ(i % 2 == 1 ? i : SIZE_MAX, v ? *v : SIZE_MAX) << i;
   }
