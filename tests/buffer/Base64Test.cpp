@@ -49,8 +49,7 @@ TEST(Base64, AllByteValuesAndLengthsRoundTrip) {
 }
 
 TEST(XBase64, DecodeIntoCallerBuffer) {
-  unsigned char out[8];
-  memset(out, 0, sizeof out);
+  unsigned char out[8] = {};
   EXPECT_EQ(6, xbase64_decode("Zm9vYmFy", 8, out, 6));
   EXPECT_EQ(0, memcmp(out, "foobar", 6));
   EXPECT_EQ(-1, xbase64_decode("Zm9vYmFy", 8, out, 5));

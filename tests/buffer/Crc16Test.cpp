@@ -64,7 +64,7 @@ unsigned short ChainCrc(CCmMessageBlock& chain, unsigned int n) {
   return result;
 }
 
-TEST(Crc16, ChainCoversTheFirstBytesAcrossBlocks) {
+TEST(Crc16, ChainWalkAcrossBlocks) {
   char a[] = "123", b[] = "45678";
   CCmMessageBlock first(3, a, 0, 3), second(5, b, 0, 5);
   first.Append(&second);
@@ -74,20 +74,17 @@ TEST(Crc16, ChainCoversTheFirstBytesAcrossBlocks) {
   EXPECT_EQ(0, ChainCrc(first, 0));
   first.AdvanceChainedReadPtr(2);  // starts at the read pointers, not at the storage
   EXPECT_EQ(Reference("345678"), ChainCrc(first, 6));
-}
 
-TEST(Crc16, ChainStopsAtABlockThatHoldsTheRest) {
-  char a[] = "abcd", b[] = "efgh";
+  // The walk stops at a block that holds the rest.
+  char c[] = "abcd", d[] = "efgh";
   CCmMessageBlock empty;  // no storage at all
-  CCmMessageBlock first(4, a, 0, 4), second(4, b, 0, 4);
-  empty.Append(&first);
-  first.Append(&second);
+  CCmMessageBlock third(4, c, 0, 4), fourth(4, d, 0, 4);
+  empty.Append(&third);
+  third.Append(&fourth);
   EXPECT_EQ(Reference("abcd"), ChainCrc(empty, 4));
-}
 
-// 65546 readable bytes count as 10: the walk takes 10 bytes and then, the block not
-// holding the rest, goes on to the end of the chain.
-TEST(Crc16, ChainBlockLengthCountsModulo65536) {
+  // 65546 readable bytes count as 10: the walk takes 10 bytes and then, the block not
+  // holding the rest, goes on to the end of the chain.
   std::vector<char> big(65536 + 10, 'z');
   CCmMessageBlock block(static_cast<unsigned int>(big.size()), big.data(), 0, static_cast<unsigned int>(big.size()));
   EXPECT_EQ(Reference("zzzzzzzzzz"), ChainCrc(block, 100));

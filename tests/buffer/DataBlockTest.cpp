@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <tuple>
 
 #include "cmutil/buffer/CmDataBlock.h"
 #include "cmutil/buffer/CmDataBlockNoMalloc.h"
@@ -15,10 +16,8 @@ TEST(DataBlock, CreateInstanceCopiesAndCountsOne) {
   CCmDataBlock* db = nullptr;
   ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstance(db, 5, "hello"));
   ASSERT_NE(nullptr, db);
-  EXPECT_EQ(1u, db->GetReference());
-  EXPECT_EQ(5u, db->GetLength());
-  EXPECT_EQ(0u, db->GetAlignOffset());
-  EXPECT_FALSE(db->IsReleaseWithFree());
+  EXPECT_EQ(std::make_tuple(uint32_t{1}, 5u, 0u, false),
+            std::make_tuple(db->GetReference(), db->GetLength(), db->GetAlignOffset(), db->IsReleaseWithFree()));
   EXPECT_EQ(0, memcmp(db->GetBasePtr(), "hello", 5));
   // The payload lives in the same allocation, right after the header.
   EXPECT_GT(reinterpret_cast<uintptr_t>(db->GetBasePtr()), reinterpret_cast<uintptr_t>(db));

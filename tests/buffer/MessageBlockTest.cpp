@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "cmutil/buffer/CmDataBlock.h"
 #include "cmutil/buffer/CmMessageBlock.h"
@@ -27,11 +29,11 @@ struct TwoBlocks {
 TEST(MessageBlock, SetDataOnCallerMemoryAndOnANewDataBlock) {
   char buf[16] = {};
   CCmMessageBlock user(16, buf, CCmMessageBlock::READ_LOCKED | 0x10, 4);
-  EXPECT_EQ(buf, user.GetTopLevelBeginPtr());
-  EXPECT_EQ(nullptr, user.GetDataBlock());
-  EXPECT_EQ(static_cast<unsigned int>(CCmMessageBlock::USER_MEMORY | 0x10), user.GetFlag());  // lock not stored
-  EXPECT_EQ(4u, user.GetTopLevelLength());
-  EXPECT_EQ(12u, user.GetTopLevelSpace());
+  // The lock flag is not stored.
+  EXPECT_EQ(std::make_tuple(buf, static_cast<CCmDataBlock*>(nullptr),
+                            static_cast<unsigned int>(CCmMessageBlock::USER_MEMORY | 0x10), 4u, 12u),
+            std::make_tuple(user.GetTopLevelBeginPtr(), user.GetDataBlock(), user.GetFlag(), user.GetTopLevelLength(),
+                            user.GetTopLevelSpace()));
   ASSERT_TRUE(user.Read(nullptr, 1) == CM_OK && user.ReserveCapacity(32) == CM_OK);  // a new block, offsets kept
   EXPECT_TRUE(user.GetTopLevelBeginPtr() != buf && user.GetTopLevelReadPtr() == user.GetTopLevelBeginPtr() + 1);
   EXPECT_TRUE(user.GetTopLevelLength() == 3 && user.GetTopLevelSpace() == 28);
@@ -40,13 +42,12 @@ TEST(MessageBlock, SetDataOnCallerMemoryAndOnANewDataBlock) {
   CCmMessageBlock copy(10, text, CCmMessageBlock::COPY_ON_SET | CCmMessageBlock::USER_MEMORY);
   ASSERT_NE(nullptr, copy.GetDataBlock());
   EXPECT_NE(text, copy.GetTopLevelBeginPtr());
-  EXPECT_EQ(0u, copy.GetFlag());  // 0x1 and 0x2 both dropped
-  EXPECT_EQ(10u, copy.GetTopLevelSpace());
-  EXPECT_EQ(1u, copy.GetDataBlock()->GetReference());
+  // 0x1 and 0x2 are both dropped from the flag.
+  EXPECT_EQ(std::make_tuple(0u, 10u, 1u),
+            std::make_tuple(copy.GetFlag(), copy.GetTopLevelSpace(), copy.GetDataBlock()->GetReference()));
 
   CCmMessageBlock none(0u);
-  EXPECT_EQ(nullptr, none.GetDataBlock());
-  EXPECT_EQ(nullptr, none.GetTopLevelBeginPtr());
+  EXPECT_TRUE(none.GetDataBlock() == nullptr && none.GetTopLevelBeginPtr() == nullptr);
 }
 
 // Peek and Update address the readable bytes across blocks without moving a pointer;
@@ -64,8 +65,7 @@ TEST(MessageBlock, ChainedPeekUpdateAndReadAcrossBlocks) {
   unsigned int n = 0;
   EXPECT_TRUE(t.first.Read(out, 12, &n) == CM_OK && n == 12) << n;
   EXPECT_EQ(0, memcmp(out, "012345678XYZ", 12));
-  EXPECT_EQ(0u, t.first.GetTopLevelLength());
-  EXPECT_EQ(3u, t.second.GetTopLevelLength());
+  EXPECT_EQ(std::make_pair(0u, 3u), std::make_pair(t.first.GetTopLevelLength(), t.second.GetTopLevelLength()));
   EXPECT_TRUE(t.first.Read(out, 20, &n) == CM_ERROR_PARTIAL_DATA && n == 3) << n;
   EXPECT_EQ(0, memcmp(out, "cde", 3));
 }
@@ -77,10 +77,8 @@ TEST(MessageBlock, ChainedWriteFillsSpaceBlockByBlock) {
   EXPECT_EQ(12u, a.GetChainedSpace());
   unsigned int n = 0;
   EXPECT_EQ(CM_OK, a.Write("abcdefghi", 9, &n));
-  EXPECT_EQ(9u, n);
-  EXPECT_EQ(4u, a.GetTopLevelLength());
-  EXPECT_EQ(3u, b.GetTopLevelLength());
-  EXPECT_EQ(2u, c.GetTopLevelLength());
+  EXPECT_EQ(std::make_tuple(9u, 4u, 3u, 2u),
+            std::make_tuple(n, a.GetTopLevelLength(), b.GetTopLevelLength(), c.GetTopLevelLength()));
   EXPECT_EQ("abcdefghi", a.FlattenChained());
   EXPECT_EQ(CM_ERROR_PARTIAL_DATA, a.Write("0123456", 7, &n));
   EXPECT_EQ(3u, n);
@@ -99,11 +97,10 @@ TEST(MessageBlock, DuplicateSharesDataBlocksAndCopiesCallerMemory) {
   shared.LockWriting();
   CCmMessageBlock* dup = shared.DuplicateTopLevel();
   ASSERT_NE(nullptr, dup);
-  EXPECT_EQ(shared.GetDataBlock(), dup->GetDataBlock());
-  EXPECT_EQ(2u, shared.GetDataBlock()->GetReference());
-  EXPECT_EQ(static_cast<unsigned int>(CCmMessageBlock::DUPLICATED | 0x40), dup->GetFlag());
-  EXPECT_EQ("bcdef", dup->FlattenChained());
-  EXPECT_EQ(nullptr, dup->GetNext());
+  EXPECT_EQ(std::make_tuple(shared.GetDataBlock(), 2u, static_cast<unsigned int>(CCmMessageBlock::DUPLICATED | 0x40),
+                            std::string("bcdef"), static_cast<CCmMessageBlock*>(nullptr)),
+            std::make_tuple(dup->GetDataBlock(), shared.GetDataBlock()->GetReference(), dup->GetFlag(),
+                            dup->FlattenChained(), dup->GetNext()));
   dup->DestroyChained();
   EXPECT_EQ(1u, shared.GetDataBlock()->GetReference());
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "cmutil/buffer/CmMetaData.h"
@@ -100,8 +102,7 @@ TEST(MetaData, StringAndRawWireBytes) {
   p = const_cast<unsigned char*>(raw);
   len = 9;
   EXPECT_EQ(CM_OK, nrback.Get(p, len));
-  EXPECT_EQ(nullptr, p);
-  EXPECT_EQ(0u, len);
+  EXPECT_EQ(std::make_pair(static_cast<unsigned char*>(nullptr), 0u), std::make_pair(p, len));
 }
 
 TEST(MetaData, ParsingBadInput) {
@@ -176,12 +177,8 @@ TEST(ByteStream, IntegersAreBigEndianAndStringsLengthPrefixed) {
   double dbl = 0;
   os >> w >> d >> q >> s1 >> s2 >> dbl;
   EXPECT_TRUE(os.IsGood());
-  EXPECT_EQ(0x0102, w);
-  EXPECT_EQ(0x03040506u, d);
-  EXPECT_EQ(0x0708090a0b0c0d0eLL, q);
-  EXPECT_EQ("hi", s1);
-  EXPECT_EQ("yo", s2);
-  EXPECT_EQ(0.5, dbl);
+  EXPECT_EQ(std::make_tuple(0x0102, 0x03040506u, 0x0708090a0b0c0d0eLL, CCmString("hi"), CCmString("yo"), 0.5),
+            std::make_tuple(w, d, q, s1, s2, dbl));
   int more = 42;
   os >> more;
   EXPECT_FALSE(os.IsGood());

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "ConfigTestUtil.h"
@@ -74,26 +75,18 @@ TEST(KelDebugFileConfig, FileMergesIntoTheStore) {
   // A second file without "runtime" keeps it; named keys are replaced.
   dir.write("config.json", "{\"i\": 6}");
   ASSERT_EQ(CM_OK, config.ReadAndSetDebugConfigs(&provider));
-  int i = 0, runtime = 0;
-  double d = 0;
+  int i = 0, runtime = 0, u = 7;
+  double d = 0, whole = -1;
   bool b = false;
   std::string s;
-  EXPECT_EQ(CM_OK, config.GetValueInt("i", i));
-  EXPECT_EQ(6, i);
-  EXPECT_EQ(CM_OK, config.GetValueInt("runtime", runtime));
-  EXPECT_EQ(9, runtime);
-  EXPECT_EQ(CM_OK, config.GetValueDouble("d", d));
-  EXPECT_DOUBLE_EQ(2.5, d);
-  EXPECT_EQ(CM_OK, config.GetValueBool("b", b));
-  EXPECT_TRUE(b);
-  EXPECT_EQ(CM_OK, config.GetValueString("s", s));
-  EXPECT_EQ("on", s);
-  int u = 7;
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("u", u));  // an unsigned is not an int
-  EXPECT_EQ(7, u);
-  double whole = -1;
-  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("i", whole));  // a whole number is an int
-  EXPECT_EQ(-1, whole);
+  EXPECT_EQ(std::make_tuple(CM_OK, CM_OK, CM_OK, CM_OK, CM_OK),
+            std::make_tuple(config.GetValueInt("i", i), config.GetValueInt("runtime", runtime),
+                            config.GetValueDouble("d", d), config.GetValueBool("b", b), config.GetValueString("s", s)));
+  EXPECT_EQ(std::make_tuple(6, 9, 2.5, true, std::string("on")), std::make_tuple(i, runtime, d, b, s));
+  // An unsigned is not an int and a whole number is an int: both fail and leave the target.
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueInt("u", u));
+  EXPECT_EQ(CM_ERROR_FAILURE, config.GetValueDouble("i", whole));
+  EXPECT_EQ(std::make_pair(7, -1.0), std::make_pair(u, whole));
 }
 
 TEST(KelDebugFileConfig, ConcurrentStoresAndLookups) {

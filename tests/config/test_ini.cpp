@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "ConfigTestUtil.h"
@@ -156,15 +157,14 @@ TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
   CCmConfigInitFile file(std::string("/some/path.cfg"));
   file.RegisterFunc(&fixed_lookup);
   g_lookupCalls = 0;
-  EXPECT_EQ(123, file.GetIntParam("S", "int", 7));
-  EXPECT_EQ(-5, file.GetIntParam("S", "neg", 7));
-  EXPECT_EQ(7, file.GetIntParam("S", "huge", 7));  // overflow keeps the default
-  EXPECT_EQ(0, file.GetIntParam("S", "text", 7));  // not a number gives 0
-  EXPECT_EQ(7, file.GetIntParam("S", "missing", 7));
-  EXPECT_EQ(4000000000u, file.GetDwordParam("S", "dword", 1));
-  EXPECT_EQ(1u, file.GetDwordParam("S", "huge", 1));
-  EXPECT_EQ(65535, file.GetWordParam("S", "word", 3));
-  EXPECT_EQ(3, file.GetWordParam("S", "wordbad", 3));
+  // Overflow keeps the default; text that is no number gives 0.
+  EXPECT_EQ(std::make_tuple(123, -5, 7, 0, 7),
+            std::make_tuple(file.GetIntParam("S", "int", 7), file.GetIntParam("S", "neg", 7),
+                            file.GetIntParam("S", "huge", 7), file.GetIntParam("S", "text", 7),
+                            file.GetIntParam("S", "missing", 7)));
+  EXPECT_EQ(std::make_tuple(4000000000u, 1u, 65535, 3),
+            std::make_tuple(file.GetDwordParam("S", "dword", 1), file.GetDwordParam("S", "huge", 1),
+                            file.GetWordParam("S", "word", 3), file.GetWordParam("S", "wordbad", 3)));
   EXPECT_FLOAT_EQ(2.5f, file.GetFloatParam("S", "float", 1.0f));
   for (const char* outOfRange : {"nan", "inf", "bigf", "minf"})  // -2^63 itself is out of range
     EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", outOfRange, 1.0f)) << outOfRange;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "cmutil/config/CmXmlUtil.h"
 
@@ -33,19 +34,15 @@ TEST(XmlLookup, StringLookup) {
 // that is no number leaves it.
 TEST(XmlLookup, NumbersInTheirFormatsOrTheDefault) {
   const char* xml = "<n>70000</n><neg>-5</neg><f>2.5</f><w>x1</w>";
-  EXPECT_EQ(70000u, get_uint32_from_XML(xml, "n", 1));
-  EXPECT_EQ(-5, get_int32_from_XML(xml, "neg", 1));
-  EXPECT_EQ(2.5, get_double_from_XML(xml, "f", 1));
-  EXPECT_EQ(70000ul, xml_get_uint32(xml, "n", 1));
-  EXPECT_EQ(-5l, xml_get_int32(xml, "neg", 1));
-  EXPECT_EQ(4464, xml_get_uint16(xml, "n", 1));  // the low 16 bits
-  EXPECT_EQ(0xfffb, xml_get_int16(xml, "neg", 1));
-  for (const char* tag : {"missing", "w"}) {
-    EXPECT_EQ(9u, get_uint32_from_XML(xml, tag, 9));
-    EXPECT_EQ(9, get_int32_from_XML(xml, tag, 9));
-    EXPECT_EQ(1.5, get_double_from_XML(xml, tag, 1.5));
-    EXPECT_EQ(9ul, xml_get_uint32(xml, tag, 9));
-    EXPECT_EQ(9l, xml_get_int32(xml, tag, 9));
-    EXPECT_EQ(9, xml_get_uint16(xml, tag, 9));
-  }
+  // xml_get_uint16 keeps the low 16 bits.
+  EXPECT_EQ(std::make_tuple(70000u, -5, 2.5, 70000ul, -5l, 4464, 0xfffb),
+            std::make_tuple(get_uint32_from_XML(xml, "n", 1), get_int32_from_XML(xml, "neg", 1),
+                            get_double_from_XML(xml, "f", 1), xml_get_uint32(xml, "n", 1), xml_get_int32(xml, "neg", 1),
+                            xml_get_uint16(xml, "n", 1), xml_get_int16(xml, "neg", 1)));
+  for (const char* tag : {"missing", "w"})
+    EXPECT_EQ(std::make_tuple(9u, 9, 1.5, 9ul, 9l, 9),
+              std::make_tuple(get_uint32_from_XML(xml, tag, 9), get_int32_from_XML(xml, tag, 9),
+                              get_double_from_XML(xml, tag, 1.5), xml_get_uint32(xml, tag, 9),
+                              xml_get_int32(xml, tag, 9), xml_get_uint16(xml, tag, 9)))
+        << tag;
 }

@@ -70,20 +70,15 @@ std::string Encode(const char* src, int size = 256) {
   return std::string(buf.c_str());
 }
 
-TEST(UrlStringEncode, LettersDigitsBlankAndEscapes) {
+TEST(UrlStringEncode, EscapesStopsAtLowBytesAndAtTheSize) {
   EXPECT_EQ("a+b%26c", Encode("a b&c"));
   EXPECT_EQ("AZaz09", Encode("AZaz09"));
   EXPECT_EQ("%2f%3a%3f%3d%7e%2e%2d%5f", Encode("/:?=~.-_"));
   EXPECT_EQ("%e9%ff%80", Encode("\xe9\xff\x80"));
-}
-
-TEST(UrlStringEncode, ByteBelowSixteenEndsOutput) {
+  // A byte below 16 ends the output.
   EXPECT_EQ("a%a", Encode("a\nb c"));
   EXPECT_EQ("x%1", Encode("x\x01yz"));
   EXPECT_EQ("%10", Encode("\x10"));  // 16 has two digits: not cut
-}
-
-TEST(UrlStringEncode, StopsOnceSizeReachedWithOverhang) {
   // The size test runs after each byte: output may overshoot by up to two characters.
   EXPECT_EQ("ab", Encode("abcdef", 2));
   EXPECT_EQ("a%26", Encode("a&bc", 2));
