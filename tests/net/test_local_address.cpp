@@ -14,6 +14,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "NetlinkBytes.h"
@@ -252,11 +253,8 @@ TEST(Netlink, AddressDumpsAndHostileBytes) {
   int error = 0;
   ASSERT_EQ(CmNlStatus::kDone, cm_nl_parse_address_dump(dump.data(), dump.size(), 7, out, error));
   ASSERT_EQ(1u, out.size());
-  EXPECT_EQ(3u, out[0].ifindex);
-  EXPECT_EQ(0x100u, out[0].flags);
-  EXPECT_EQ(2, out[0].proto);
-  EXPECT_EQ(1800u, out[0].preferred);
-  EXPECT_EQ(0x26, out[0].address[0]);
+  EXPECT_EQ(std::make_tuple(3u, 0x100u, 2, 1800u, 0x26),
+            std::make_tuple(out[0].ifindex, out[0].flags, out[0].proto, out[0].preferred, out[0].address[0]));
 
   struct Case {
     const char* name;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "cmutil/net/CmNetworkType.h"
 #include "common/CmFsTree.h"
@@ -67,11 +68,10 @@ TEST(NetworkType, DetectionFromTheDefaultRouteInterface) {
   for (const Case& c : cases) {
     CmFsTree tree(c.files);
     CmTraceCapture capture;
-    kel::_NetworkTypeInfo info = DetectNetWork();
-    EXPECT_EQ(c.type, info.networkType) << c.name;
-    EXPECT_EQ(c.vpn, info.isVPNConnected) << c.name;
-    EXPECT_EQ(c.split, info.isVPNSplitTunneling) << c.name;
-    EXPECT_EQ(c.type, getNetworkStatus().networkType) << c.name;
+    const kel::_NetworkTypeInfo info = DetectNetWork(), stored = getNetworkStatus();
+    EXPECT_EQ(std::make_tuple(c.type, c.vpn, c.split, c.type),
+              std::make_tuple(info.networkType, info.isVPNConnected, info.isVPNSplitTunneling, stored.networkType))
+        << c.name;
     EXPECT_TRUE(capture.contains(2, "DetectNetWorkApple: networkType: " + std::to_string(c.type) + ", isVPNConnected:" +
                                         std::to_string(c.vpn) + ", isVPNSplitTunneling:" + std::to_string(c.split)));
   }
@@ -99,11 +99,8 @@ TEST(NetworkType, WifiStatsFromTheWirelessTable) {
     CmFsTree tree(link("wlan0", "1", "wlan") + CmFsTree::Files{{"/proc/net/wireless", table}});
     WifiStats stats;
     ASSERT_EQ(CM_OK, GetWifiStats(stats));
-    EXPECT_EQ(-56, stats.rssi);
-    EXPECT_EQ(-95, stats.noise);
-    EXPECT_EQ(88, stats.strength);
-    EXPECT_EQ(39, stats.snr);
-    EXPECT_EQ("NotAvailable", stats.ssid);
+    EXPECT_EQ(std::make_tuple(-56, -95, 88, 39, std::string("NotAvailable")),
+              std::make_tuple(stats.rssi, stats.noise, stats.strength, stats.snr, stats.ssid));
   }
   {
     CmFsTree tree(link("wlan0", "1", "wlan") + CmFsTree::Files{{"/sys/class/net/wlan0/flags", "0x1002\n"}});
@@ -116,8 +113,7 @@ TEST(NetworkType, WifiStatsFromTheWirelessTable) {
   int rssi = 0, noise = 0;
   EXPECT_TRUE(
       cm_parse_proc_wireless(" wlan0: 0000 54. 200  -256.\n", "wlan0", rssi, noise));  // old byte encoding, not updated
-  EXPECT_EQ(-56, rssi);
-  EXPECT_EQ(0, noise);
+  EXPECT_EQ(std::make_pair(-56, 0), std::make_pair(rssi, noise));
   EXPECT_FALSE(cm_parse_proc_wireless("wlan0: 1 2\n", "wlan0", rssi, noise));
 }
 

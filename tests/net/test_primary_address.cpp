@@ -56,12 +56,10 @@ TEST(PrimaryAddress, EndpointSettingChoosesServerOrResolver) {
   const char* ip = nullptr;
   unsigned short port = 0;
   getDefaultServerIpPort(ip, port);
-  EXPECT_EQ(g_defaultServerAddr, ip);
-  EXPECT_EQ(5004, port);
+  EXPECT_EQ(std::make_pair(g_defaultServerAddr, static_cast<unsigned short>(5004)), std::make_pair(ip, port));
   EnableDefaultServer4PrimaryIp(false);
   getDefaultServerIpPort(ip, port);
-  EXPECT_EQ(g_kDnsServerAddr, ip);
-  EXPECT_EQ(53, port);
+  EXPECT_EQ(std::make_pair(g_kDnsServerAddr, static_cast<unsigned short>(53)), std::make_pair(ip, port));
   EnableDefaultServer4PrimaryIp(true);
   EXPECT_TRUE(capture.contains(2, "EnableDefaultServer4PrimaryIp, value=0"));
   EXPECT_TRUE(capture.contains(2, "EnableDefaultServer4PrimaryIp, value=1"));

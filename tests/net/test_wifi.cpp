@@ -5,6 +5,8 @@
 #include <linux/genetlink.h>
 #include <linux/nl80211.h>
 
+#include <tuple>
+
 #include "NetlinkBytes.h"
 #include "net/CmNl80211.h"
 
@@ -86,15 +88,12 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
     EXPECT_EQ(CmNlStatus::kDone, cm_nl80211_parse_survey(survey.data.data(), survey.data.size(), kSeq, link, error));
     WifiStats stats;
     cm_wifi_stats_from_link(link, stats);
-    EXPECT_EQ("wlan0", link.ifname);
-    EXPECT_EQ(static_cast<uint32_t>(NL80211_CHAN_WIDTH_80), link.width);
-    EXPECT_EQ("cafe", stats.ssid);
-    EXPECT_EQ(-56, stats.rssi);   // the last signal, not the average
-    EXPECT_EQ(-95, stats.noise);  // the survey of the channel in use
-    EXPECT_EQ(c.txRate, stats.txRate) << c.frequency;
-    EXPECT_EQ(c.channel, stats.channel) << c.frequency;
-    EXPECT_EQ(c.mode, stats.phyMode) << c.frequency;
-    EXPECT_EQ(c.band, stats.band) << c.frequency;
+    // rssi is the last signal, not the average; noise the survey of the channel in use.
+    EXPECT_EQ(std::make_tuple(std::string("wlan0"), static_cast<uint32_t>(NL80211_CHAN_WIDTH_80), std::string("cafe"),
+                              -56, -95, c.txRate, c.channel, c.mode, c.band),
+              std::make_tuple(link.ifname, link.width, stats.ssid, stats.rssi, stats.noise, stats.txRate, stats.channel,
+                              stats.phyMode, stats.band))
+        << c.frequency;
   }
   CmWifiLink empty;
   empty.haveSsid = true;  // a hidden network: an SSID of no bytes

@@ -39,8 +39,7 @@ TEST(GpuInfo, CapturedTrees) {
     EXPECT_EQ((std::vector<std::string>{"Navi 21 [Radeon RX 6800/6800 XT / 6900 XT]", "AlderLake-S GT1"}), g.names);
     EXPECT_EQ((std::vector<uint32_t>{16368, 0}), g.memory);
     EXPECT_EQ(g.names[0], g.defaultName);
-    EXPECT_TRUE(g.usageReported);
-    EXPECT_EQ(37, g.usage);
+    EXPECT_EQ(std::make_pair(true, 37LL), std::make_pair(g.usageReported, g.usage));
     EXPECT_TRUE(capture.contains(2, "getGpuInfo: default gpu is Navi 21"));
     EXPECT_TRUE(capture.contains(2, "getGpuInfo: name=AlderLake-S GT1, memory=0"));
   }
@@ -51,8 +50,7 @@ TEST(GpuInfo, CapturedTrees) {
     Gpus g = read_gpus(55);
     EXPECT_EQ((std::vector<std::string>{"ASPEED Graphics Family", "GA100 [A100 SXM4 40GB]"}), g.names);
     EXPECT_EQ("", g.defaultName);
-    EXPECT_FALSE(g.usageReported);
-    EXPECT_EQ(55, g.usage);
+    EXPECT_EQ(std::make_pair(false, 55LL), std::make_pair(g.usageReported, g.usage));
   }
 }
 
@@ -85,8 +83,7 @@ TEST(GpuInfo, HostileAndMissingSources) {
     EXPECT_EQ(found ? CM_OK : CM_ERROR_GENERIC, g.result);
     EXPECT_EQ(c.firstName, g.names.empty() ? std::string() : g.names[0]);
     EXPECT_EQ(!found, capture.contains(0, "getGpuInfo: fail to get gpu"));
-    EXPECT_FALSE(g.usageReported);  // none of these reports a usage
-    EXPECT_EQ(7, g.usage);
+    EXPECT_EQ(std::make_pair(false, 7LL), std::make_pair(g.usageReported, g.usage));  // none reports a usage
   }
 }
 
@@ -148,8 +145,7 @@ TEST(GpuInfo, PciIdsLookup) {
   for (const Case& c : cases) {
     std::string vendor = "x", device = "x";
     EXPECT_EQ(c.found, cm_pci_ids_lookup(ids, c.vendor, c.device, vendor, device)) << std::hex << c.device;
-    EXPECT_EQ(c.vendorName, vendor);
-    EXPECT_EQ(c.deviceName, device);
+    EXPECT_EQ(std::make_pair(std::string(c.vendorName), std::string(c.deviceName)), std::make_pair(vendor, device));
   }
   std::string vendor, device;
   for (const char* bad : {"", "10de", "10de\n\t20b0", "zzzz  x\n", "\t\t\t", "10de  N\n\t"})

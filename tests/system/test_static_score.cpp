@@ -42,12 +42,11 @@ TEST(CpuBrand, ParsesIntelAndRyzenLayouts) {
     uint32_t number = 77;
     bool intel = !c.intel;
     char text[64] = {};
-    EXPECT_EQ(c.result, getCpuModelAndGeneration(c.brand, model, number, intel, series, text)) << c.brand;
-    EXPECT_EQ(c.intel, intel) << c.brand;
-    EXPECT_EQ(c.series, series) << c.brand;
-    EXPECT_EQ(c.model, model) << c.brand;
-    EXPECT_EQ(c.number, number) << c.brand;
-    EXPECT_STREQ(c.text, text) << c.brand;
+    const bool result = getCpuModelAndGeneration(c.brand, model, number, intel, series, text);
+    EXPECT_EQ(
+        std::make_tuple(c.result, c.intel, std::string(c.series), std::string(c.model), c.number, std::string(c.text)),
+        std::make_tuple(result, intel, series, model, number, std::string(text)))
+        << c.brand;
   }
 }
 
@@ -248,9 +247,8 @@ TEST_F(StaticScore, ClassifierRoundingModesAndTraces) {
   With("Intel(R) Core(TM) i5-1035G1 CPU @ 1.00GHz", 4, KelOSLinux);
   _tagKelCPUModelInfo info;
   EXPECT_EQ(CM_OK, score_->CheckCPUInfo(info));
-  EXPECT_EQ(10, info.gen);  // 1035: Intel base + 1035 / 100
-  EXPECT_EQ(3, info.k);
-  EXPECT_EQ(2u, score_->GetSystemOSInfo()->m_ScoreOffset);  // G as the next-to-last character
+  EXPECT_EQ(std::make_pair(10, 3), std::make_pair(info.gen, info.k));  // gen 1035: Intel base + 1035 / 100
+  EXPECT_EQ(2u, score_->GetSystemOSInfo()->m_ScoreOffset);             // G as the next-to-last character
   EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::CheckCPUInfo gen = 10, i = 5, k = 3 [this="));
   for (const auto& [brand, rv] :
        {std::pair{"Intel(R) Core(TM) i7-19999K", CM_OK}, {"Intel(R) Core(TM) i7-20000K", CM_ERROR_GENERIC}}) {

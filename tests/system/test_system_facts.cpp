@@ -169,9 +169,8 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
     CmFsTree tree(c.files);
     CmTraceCapture capture;
     unsigned physical = 77, threads = 77;
-    EXPECT_EQ(c.want.result, get_cpu_core(physical, threads));
-    EXPECT_EQ(c.want.physical, physical);
-    EXPECT_EQ(c.want.threads, threads);
+    const int rc = get_cpu_core(physical, threads);
+    EXPECT_EQ(std::tie(c.want.result, c.want.physical, c.want.threads), std::tie(rc, physical, threads));
     if (c.want.result == 0) {
       EXPECT_TRUE(capture.contains("get_cpu_core cpu_performace_core_num failed with error: 2"));
       EXPECT_TRUE(
@@ -204,8 +203,7 @@ TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
     float percent = -1;
     unsigned long long used = 9, total = 9, mb = 9;
     EXPECT_EQ(c.result, get_memory_usage(percent, used, total));
-    EXPECT_EQ(c.usedKib, used);
-    EXPECT_EQ(c.totalKib, total);
+    EXPECT_EQ(std::tie(c.usedKib, c.totalKib), std::tie(used, total));
     EXPECT_EQ(total ? used * 100.0f / total : 0.0f, percent);
     EXPECT_EQ(0, get_memory_size(mb));
     EXPECT_EQ(c.memoryMb, mb);
@@ -228,10 +226,8 @@ TEST(SystemFacts, OsVersionRecordFromTheKernelRelease) {
     CmFsTree tree;
     if (c.release) tree.Write("/proc/sys/kernel/osrelease", c.release);
     uint32_t major = 7, minor = 7, patch = 7;
-    EXPECT_EQ(c.valid, TvxGetOSVersionNumber(major, minor, patch));
-    EXPECT_EQ(c.major, major);
-    EXPECT_EQ(c.minor, minor);
-    EXPECT_EQ(c.patch, patch);
+    const bool valid = TvxGetOSVersionNumber(major, minor, patch);
+    EXPECT_EQ(std::tie(c.valid, c.major, c.minor, c.patch), std::tie(valid, major, minor, patch));
     EXPECT_EQ(100u, TvxGetOSVersion());
     int64_t m = -1;
     getMacSystemVersion(&m, nullptr, nullptr);
