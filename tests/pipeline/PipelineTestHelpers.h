@@ -107,10 +107,7 @@ class RecordingUnit : public ProcessUnit {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_seen;
   }
-  size_t Count() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_seen.size();
-  }
+  size_t Count() { return Seen_().size(); }
 
  protected:
   IProcessData* _Process(IProcessData* aData, unsigned short aChannel) override {
@@ -169,9 +166,7 @@ template <class T>
 class Ref {
  public:
   explicit Ref(T* p) : m_p(p) { m_p->AddRef(); }
-  ~Ref() {
-    if (m_p) m_p->Release();
-  }
+  ~Ref() { reset(); }
   Ref(const Ref&) = delete;
   Ref& operator=(const Ref&) = delete;
   T* operator->() const { return m_p; }
@@ -192,15 +187,21 @@ class TestModule : public ProcessModule {
   void AllowSharedInput(bool aAllow) { m_bAllowSharedInput = aAllow; }
 };
 
+// Gives aModule its unit (and thread, if any), then initialises and starts it.
+inline void StartModule(ProcessModule* aModule, IProcessUnit* aUnit, ACmThread* aThread = nullptr) {
+  aModule->SetProcessUnit(aUnit);
+  if (aThread) aModule->SetProcessModuleThread(aThread);
+  EXPECT_EQ(CM_OK, aModule->InitModule());
+  EXPECT_EQ(CM_OK, aModule->Start());
+}
+
 // A started sink module whose unit records every item.
 struct Sink {
   Ref<TestModule> module{new TestModule};
   Ref<RecordingUnit> unit{new RecordingUnit};
   explicit Sink(const char* aName = "sink") {
     module->SetProcessModuleInfo(aName, 2);
-    module->SetProcessUnit(unit.get());
-    module->InitModule();
-    module->Start();
+    StartModule(module.get(), unit.get());
   }
 };
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <tuple>
+#include <vector>
 
 #include "PipelineTestHelpers.h"
 
@@ -48,11 +50,10 @@ TEST_F(PipelineLinksTest, CrossLinkingInOppositeDirectionsDoesNotDeadlock) {
   };
   RunTogether([&] { cycle(a.get(), b.get()); }, [&] { cycle(b.get(), a.get()); });
   EXPECT_EQ(0, failures.load());
-  // Everything was unlinked on both sides.
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(b.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveDeliver(a.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveInputer(b.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, b->RemoveInputer(a.get()));
+  // Everything was unlinked on both sides (a braced list calls them left to right).
+  EXPECT_EQ(std::vector<CmResult>(4, CM_ERROR_FAILURE),
+            (std::vector<CmResult>{a->RemoveDeliver(b.get()), b->RemoveDeliver(a.get()), a->RemoveInputer(b.get()),
+                                   b->RemoveInputer(a.get())}));
 }
 
 TEST_F(PipelineLinksTest, DeliverByIndexHoldsAReferenceOnTheTargetDuringTheCall) {
@@ -75,24 +76,22 @@ TEST_F(PipelineLinksTest, DeliverByIndexHoldsAReferenceOnTheTargetDuringTheCall)
   ASSERT_EQ(CM_OK, a->AddDeliver(b.get(), 0, 0));
   TestData* d = new TestData(1);
   EXPECT_EQ(CM_OK, a->DeliverDataToNextModuleByDeliverIndex(d, 0, 0));
-  EXPECT_EQ(1, b->delivered);
-  EXPECT_EQ(2u, b->refsDuringCall);
-  EXPECT_EQ(1u, b->GetReference());  // the call's reference was given back
-  EXPECT_EQ(1u, a->GetOutputSampleCount(0));
+  // Delivered once, with the call's reference held during it and given back after.
+  EXPECT_EQ(std::make_tuple(1, 2u, 1u, 1u),
+            std::make_tuple(b->delivered, b->refsDuringCall, b->GetReference(), a->GetOutputSampleCount(0)));
   EXPECT_EQ(CM_ERROR_FAILURE, a->DeliverDataToNextModuleByDeliverIndex(d, 0, 0));  // unlinked
   d->Release();
 }
 
-std::atomic<int>& ProcessedByAnyUnit() {
-  static std::atomic<int> n{0};
-  return n;
-}
+std::atomic<int> g_processedByAnyUnit{0};
+std::atomic<int> g_unitsDestroyed{0};
+std::atomic<int> g_destroyedSeenInside{-1};
 
 // Counts every item in a counter that outlives the unit.
 class CountingUnit : public ProcessUnit {
  protected:
   IProcessData* _Process(IProcessData*, unsigned short) override {
-    ProcessedByAnyUnit().fetch_add(1);
+    g_processedByAnyUnit.fetch_add(1);
     return nullptr;
   }
 };
@@ -103,10 +102,8 @@ TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
   // progress must keep its unit alive (ASan reports a use after free otherwise).
   constexpr int kItems = 20000;
   Ref<TestModule> m(new TestModule);
-  m->SetProcessUnit(new CountingUnit);
-  ASSERT_EQ(CM_OK, m->InitModule());
-  ASSERT_EQ(CM_OK, m->Start());
-  ProcessedByAnyUnit() = 0;
+  StartModule(m.get(), new CountingUnit);
+  g_processedByAnyUnit = 0;
   std::atomic<bool> stop{false};
   RunTogether(
       [&] {
@@ -116,30 +113,21 @@ TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
       [&] {
         while (!stop.load()) m->SetProcessUnit(new CountingUnit);
       });
-  EXPECT_EQ(kItems, ProcessedByAnyUnit().load());  // a unit was always there
+  EXPECT_EQ(kItems, g_processedByAnyUnit.load());  // a unit was always there
   m->SetProcessUnit(nullptr);
-}
-
-std::atomic<int>& UnitsDestroyed() {
-  static std::atomic<int> n{0};
-  return n;
 }
 
 // Replaces itself from inside its own Process, then keeps using its own members.
 class SelfReplacingUnit : public ProcessUnit {
  public:
   explicit SelfReplacingUnit(ProcessModule* aModule) : m_pModule(aModule) {}
-  ~SelfReplacingUnit() override { UnitsDestroyed().fetch_add(1); }
-  static std::atomic<int>& DestroyedSeenInside() {
-    static std::atomic<int> n{-1};
-    return n;
-  }
+  ~SelfReplacingUnit() override { g_unitsDestroyed.fetch_add(1); }
 
  protected:
   IProcessData* _Process(IProcessData*, unsigned short) override {
     m_pModule->SetProcessUnit(new CountingUnit);  // drops the module's reference on this unit
     ++m_nCalls;                                   // this unit must still be alive here
-    DestroyedSeenInside() = UnitsDestroyed().load();
+    g_destroyedSeenInside = g_unitsDestroyed.load();
     return nullptr;
   }
 
@@ -151,17 +139,15 @@ class SelfReplacingUnit : public ProcessUnit {
 TEST_F(PipelineLinksTest, UnitReplacedFromInsideItsOwnCallLivesUntilTheCallReturns) {
   Ref<TestModule> m(new TestModule);
   SelfReplacingUnit* unit = new SelfReplacingUnit(m.get());
-  m->SetProcessUnit(unit);
-  m->InitModule();
-  m->Start();
-  UnitsDestroyed() = 0;
+  StartModule(m.get(), unit);
+  g_unitsDestroyed = 0;
   Deliver(m, 1, 0);
-  EXPECT_EQ(0, SelfReplacingUnit::DestroyedSeenInside().load());  // alive during its call
-  EXPECT_EQ(1, UnitsDestroyed().load());                          // released once it returned
+  EXPECT_EQ(0, g_destroyedSeenInside.load());  // alive during its call
+  EXPECT_EQ(1, g_unitsDestroyed.load());       // released once it returned
   EXPECT_NE(static_cast<IProcessUnit*>(unit), m->GetProcessUnit());
-  ProcessedByAnyUnit() = 0;
+  g_processedByAnyUnit = 0;
   Deliver(m, 2, 0);
-  EXPECT_EQ(1, ProcessedByAnyUnit().load());  // the new unit took the next item
+  EXPECT_EQ(1, g_processedByAnyUnit.load());  // the new unit took the next item
   m->SetProcessUnit(nullptr);
 }
 

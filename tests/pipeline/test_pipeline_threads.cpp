@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "PipelineTestHelpers.h"
@@ -13,12 +15,6 @@ namespace {
 
 class PipelineThreadsTest : public LeakCheckedTest {
  protected:
-  static void StartOn(ProcessModule* m, IProcessUnit* unit, TaskThread& worker) {
-    m->SetProcessUnit(unit);
-    m->SetProcessModuleThread(worker.get());
-    m->InitModule();
-    m->Start();
-  }
   // Holds the worker until m_release counts down, so that the queue and the posted
   // events pile up.
   void Hold(TaskThread& worker) {
@@ -43,18 +39,12 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
   Ref<RecordingUnit> forward(new RecordingUnit(RecordingUnit::kForward));
   Ref<RecordingUnit> record(new RecordingUnit(RecordingUnit::kSwallow, &done, kPerChannel * 3));
   middle->SetProcessModuleInfo("middle", 1);
-  middle->SetProcessUnit(forward.get());
-  middle->SetProcessModuleThread(t1.get());
   sink->SetProcessModuleInfo("sink", 2);
-  sink->SetProcessUnit(record.get());
-  sink->SetProcessModuleThread(t2.get());
   // middle output 0 -> sink input 0, middle output 1 -> sink input 1.
   ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 0, 0));
   ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 1, 1));
-  for (TestModule* m : {middle.get(), sink.get()}) {
-    ASSERT_EQ(CM_OK, m->InitModule());
-    ASSERT_EQ(CM_OK, m->Start());
-  }
+  StartModule(middle.get(), forward.get(), t1.get());
+  StartModule(sink.get(), record.get(), t2.get());
 
   // The source interleaves its channels item by item.
   source.Post([&] {
@@ -63,8 +53,7 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
     }
   });
   ASSERT_TRUE(done.Wait()) << "sink saw " << record->Count() << " items";
-  ASSERT_TRUE(t1.Flush());
-  ASSERT_TRUE(t2.Flush());
+  ASSERT_TRUE(t1.Flush() && t2.Flush());
 
   // The middle unit ran only on T1, the sink unit only on T2.
   for (const Seen& s : forward->Seen_()) ASSERT_TRUE(IsThreadEqual(t1.id(), s.thread));
@@ -80,11 +69,10 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
     ASSERT_EQ(kPerChannel, entry.second.size()) << "tag " << entry.first;
     for (uint32_t i = 0; i < kPerChannel; ++i) ASSERT_EQ(i, entry.second[i]) << "tag " << entry.first;
   }
-  EXPECT_EQ(record->Count(), static_cast<size_t>(kPerChannel) * 3);
-  EXPECT_EQ(kPerChannel, middle->GetInputSampleCount(5));
-  EXPECT_EQ(kPerChannel * 2, sink->GetInputSampleCount(1));
-  EXPECT_EQ(0u, middle->_GetProcessDataToQueueSize());
-  EXPECT_EQ(0u, sink->_GetProcessDataToQueueSize());
+  // Every item counted once per stage; no queue left anything behind.
+  EXPECT_EQ(std::make_tuple(static_cast<size_t>(kPerChannel) * 3, kPerChannel, kPerChannel * 2, 0u, 0u),
+            std::make_tuple(record->Count(), middle->GetInputSampleCount(5), sink->GetInputSampleCount(1),
+                            middle->_GetProcessDataToQueueSize(), sink->_GetProcessDataToQueueSize()));
 }
 
 TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
@@ -94,7 +82,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   Latch done;
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
-  StartOn(m.get(), unit.get(), worker);
+  StartModule(m.get(), unit.get(), worker.get());
   Latch go(1);
   auto produce = [&](unsigned short ch) {
     go.Wait();
@@ -111,9 +99,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
     ASSERT_EQ(s.tag, s.channel);
     ASSERT_EQ(next[s.channel]++, s.seq) << "channel " << s.channel;
   }
-  EXPECT_EQ(kItems, next[3]);
-  EXPECT_EQ(kItems, next[8]);
-  EXPECT_EQ(kItems, m->GetInputSampleCount(3));
+  EXPECT_EQ(std::make_tuple(kItems, kItems, kItems), std::make_tuple(next[3], next[8], m->GetInputSampleCount(3)));
 }
 
 TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches) {
@@ -121,7 +107,7 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   ASSERT_TRUE(worker.ok());
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit);
-  StartOn(m.get(), unit.get(), worker);
+  StartModule(m.get(), unit.get(), worker.get());
 
   Hold(worker);
   for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, Deliver(m, i, 2));
@@ -134,29 +120,24 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   // The first drain event took 8 items (queue 19 .. 12 after each pop), the second the
   // next 8, the third the last 4; the remaining events found the queue empty.
   const auto seen = unit->Seen_();
-  for (uint32_t i = 0; i < 20; ++i) {
-    EXPECT_EQ(i, seen[i].seq);
-    EXPECT_EQ(19u - i, seen[i].queueSizeAfterPop);
-  }
+  for (uint32_t i = 0; i < 20; ++i)
+    EXPECT_EQ(std::make_pair(i, 19u - i), std::make_pair(seen[i].seq, seen[i].queueSizeAfterPop));
   EXPECT_EQ(0u, m->GetProcessModuleQueueSize(2));
 }
 
 TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
   TaskThread worker("pl-unlink");
   ASSERT_TRUE(worker.ok());
-  Ref<TestModule> src(new TestModule);
-  Ref<TestModule> sink(new TestModule);
+  Ref<TestModule> src(new TestModule), sink(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit);
-  StartOn(sink.get(), unit.get(), worker);
+  StartModule(sink.get(), unit.get(), worker.get());
   ASSERT_EQ(CM_OK, src->AddDeliver(sink.get(), 0, 0));
-  for (uint32_t i = 0; i < 10; ++i) {
-    Deliver(src, i, 0);  // src not started: straight to its output 0
-  }
+  // src not started: straight to its output 0
+  for (uint32_t i = 0; i < 10; ++i) Deliver(src, i, 0);
   ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.get()));
   for (uint32_t i = 10; i < 20; ++i) Deliver(src, i, 0);
   ASSERT_TRUE(worker.Flush());
-  EXPECT_EQ(10u, unit->Count());
-  EXPECT_EQ(20u, src->GetOutputSampleCount(0));
+  EXPECT_EQ(std::make_pair(size_t{10}, 20u), std::make_pair(unit->Count(), src->GetOutputSampleCount(0)));
 }
 
 TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
@@ -165,7 +146,7 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   Ref<RecordingUnit> unit(new RecordingUnit);
   ProcessModule* m = new ProcessModule;
   m->AddRef();
-  StartOn(m, unit.get(), worker);
+  StartModule(m, unit.get(), worker.get());
   Hold(worker);
   for (uint32_t i = 0; i < 10; ++i) Deliver(m, i, 0);
   EXPECT_EQ(11u, m->GetReference());  // ours and one per pending drain event

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <mutex>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "PipelineTestHelpers.h"
@@ -44,25 +46,21 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);
   EXPECT_EQ((std::vector<uint32_t>{0, 5, 15}), Seqs(out0.unit.get()));
   EXPECT_EQ(0u, out1.unit->Count());
-  EXPECT_EQ(1u, src->GetInputSampleCount(5));
-  EXPECT_EQ(3u, src->GetOutputSampleCount(0));
-  EXPECT_EQ(0u, src->GetOutputSampleCount(1));
+  EXPECT_EQ(std::make_tuple(1u, 3u, 0u),
+            std::make_tuple(src->GetInputSampleCount(5), src->GetOutputSampleCount(0), src->GetOutputSampleCount(1)));
 
   // Initialised but not started still passes through; stopped passes through too.
   ASSERT_EQ(CM_OK, src->InitModule());
   ASSERT_EQ(CM_OK, src->Start());
   ASSERT_EQ(CM_OK, src->Stop());
   Deliver(src, 99, 7);
-  EXPECT_EQ(0u, srcUnit->Count());
-  EXPECT_EQ(4u, out0.unit->Count());
+  EXPECT_EQ(std::make_pair(size_t{0}, size_t{4}), std::make_pair(srcUnit->Count(), out0.unit->Count()));
 }
 
 TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> emit(new RecordingUnit(RecordingUnit::kEmit));
-  m->SetProcessUnit(emit.get());
-  m->InitModule();
-  m->Start();
+  StartModule(m.get(), emit.get());
   std::vector<int> order;
   std::mutex mu;
   struct OrderUnit : ProcessUnit {
@@ -78,11 +76,7 @@ TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
   };
   Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
   int id = 1;
-  for (TestModule* x : {a.get(), b.get(), c.get()}) {
-    x->SetProcessUnit(new OrderUnit(id++, &order, &mu));
-    x->InitModule();
-    x->Start();
-  }
+  for (TestModule* x : {a.get(), b.get(), c.get()}) StartModule(x, new OrderUnit(id++, &order, &mu));
   ASSERT_EQ(CM_OK, m->AddDeliver(b.get(), 0, 0));
   ASSERT_EQ(CM_OK, m->AddDeliver(a.get(), 0, 0));
   ASSERT_EQ(CM_OK, m->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
@@ -187,10 +181,9 @@ TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   ASSERT_EQ(4u, log.size());
   const uint32_t expected[] = {PROCESS_MODULE_STATUS_INITED, PROCESS_MODULE_STATUS_STARTED,
                                PROCESS_MODULE_STATUS_STOPPED, PROCESS_MODULE_STATUS_STARTED};
-  for (size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(PROCESS_MODULE_EVENT_STATUS_CHANGED, log[i].type);
-    EXPECT_EQ(expected[i], log[i].value);
-  }
+  for (size_t i = 0; i < 4; ++i)
+    EXPECT_EQ(std::make_pair(uint32_t{PROCESS_MODULE_EVENT_STATUS_CHANGED}, expected[i]),
+              std::make_pair(log[i].type, log[i].value));
 }
 
 TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {
@@ -248,8 +241,7 @@ TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
   a->DeliverDataToNextModule(d, 0);
   a->DeliverDataToNextModule(d, 2);
   d->Release();
-  EXPECT_EQ(0u, b.unit->Count());
-  EXPECT_EQ(1u, c.unit->Count());
+  EXPECT_EQ(std::make_pair(size_t{0}, size_t{1}), std::make_pair(b.unit->Count(), c.unit->Count()));
 }
 
 TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQueuedItems) {
@@ -259,9 +251,7 @@ TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQu
   ASSERT_TRUE(live.ok());
   Ref<TestModule> m(new TestModule);
   Ref<RecordingUnit> unit(new RecordingUnit);
-  m->SetProcessUnit(unit.get());
-  m->InitModule();
-  m->Start();
+  StartModule(m.get(), unit.get());
   m->SetProcessModuleThread(live.get());
   live.get()->Stop();  // the queue is stopped: drain events are destroyed unfired
   CmTraceCapture cap;

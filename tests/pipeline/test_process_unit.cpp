@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "PipelineTestHelpers.h"
@@ -37,17 +38,14 @@ TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
   Ref<TestModule> m(new TestModule);
   Sink sink;
   Ref<TestModule> other(new TestModule);
-  m->SetProcessUnit(unit.get());
   m->AddDeliver(sink.module.get(), 4, 0);
   m->AddDeliver(other.get(), 0, 1);
-  m->InitModule();
-  m->Start();
+  StartModule(m.get(), unit.get());
   Deliver(m, 7, 3);
   ASSERT_EQ(1u, sink.unit->Count());
-  EXPECT_EQ(1007u, sink.unit->Seen_()[0].seq);
-  EXPECT_EQ(4, sink.unit->Seen_()[0].channel);
-  EXPECT_EQ(1u, m->GetOutputSampleCount(0));
-  EXPECT_EQ(0u, other->GetInputSampleCount(0));
+  const Seen s = sink.unit->Seen_()[0];
+  EXPECT_EQ(std::make_tuple(1007u, 4, 1u, 0u),
+            std::make_tuple(s.seq, int{s.channel}, m->GetOutputSampleCount(0), other->GetInputSampleCount(0)));
 }
 
 TEST(ProcessConfigTest, BufferSizeRules) {

@@ -3,6 +3,8 @@
 #include <climits>
 #include <cmath>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "cmutil/trace/CmTextFormator.h"
 
@@ -20,13 +22,11 @@ TEST(TextFormator, CutsAppendsAtCapacityMinusReserve) {
   Formatted f;
   std::string big(2000, 'x');
   f.text << big.c_str();
-  EXPECT_EQ(f.text.tell(), 928u);
-  EXPECT_EQ(f.buffer[928], '\0');
-  EXPECT_EQ(f.str(), std::string(928, 'x'));
+  const auto full = std::make_tuple(928u, '\0', std::string(928, 'x'));  // position, terminator, text
+  EXPECT_EQ(full, std::make_tuple(f.text.tell(), f.buffer[928], f.str()));
   // Once full, further appends of any kind add nothing and keep the terminator.
   f.text << 12345 << "more" << 2.5 << static_cast<void*>(f.buffer);
-  EXPECT_EQ(f.text.tell(), 928u);
-  EXPECT_EQ(f.buffer[928], '\0');
+  EXPECT_EQ(full, std::make_tuple(f.text.tell(), f.buffer[928], f.str()));
 }
 
 TEST(TextFormator, HexSwitchCoversOneIntegerOnly) {
@@ -34,8 +34,7 @@ TEST(TextFormator, HexSwitchCoversOneIntegerOnly) {
   f.text << CCmTextFormator::hex << 255u << 255u;
   EXPECT_EQ(f.str(), "ff255");
   f.text.reset();
-  EXPECT_EQ(f.str(), "");
-  EXPECT_EQ(f.text.tell(), 0u);
+  EXPECT_EQ(std::make_pair(std::string(), 0u), std::make_pair(f.str(), f.text.tell()));
   // Decimal cancels a pending switch; unknown ordix values are ignored.
   f.text << CCmTextFormator::hex << CCmTextFormator::decimal << 255 << " " << CCmTextFormator::hex
          << static_cast<CCmOrdix>(7) << 255;

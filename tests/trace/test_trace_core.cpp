@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cmutil/base/CmAssert.h"
@@ -39,8 +40,7 @@ TEST(TraceCore, MaskDecidesWhichLevelsAreBuilt) {
   CM_INFO_TRACE(count_build("i"));
   EXPECT_EQ(g_built, 1);  // suppressed sites do not even evaluate their text
   ASSERT_EQ(cap.lines().size(), 1u);
-  EXPECT_EQ(cap.lines()[0].level, 0);
-  EXPECT_EQ(cap.lines()[0].text, "[UTIL] e");
+  EXPECT_EQ(std::make_pair(0, std::string("[UTIL] e")), std::make_pair(cap.lines()[0].level, cap.lines()[0].text));
 
   set_external_trace_mask(2);
   CM_INFO_TRACE("info");
@@ -113,8 +113,8 @@ TEST(TraceCore, AssertionsTraceCountAndReturn) {
   EXPECT_NE(text.find(" Assert failed: p != nullptr"), std::string::npos) << text;
 }
 
-TEST(TraceCore, FunctionNameCutting) {
-  char out[128];
+TEST(TraceCore, FunctionNameCuttingAndLeadingIdComposition) {
+  char out[1024];
   auto cut = [&out](const char* pretty, size_t cap = sizeof out) {
     cm_cut_function_name(pretty, out, cap);
     return std::string(out);
@@ -124,11 +124,8 @@ TEST(TraceCore, FunctionNameCutting) {
   EXPECT_EQ("main", cut("main()"));
   EXPECT_EQ("", cut("no parenthesis here"));
   EXPECT_EQ("f", cut("void f()", 2));
-  EXPECT_STREQ(CM_FUNC_NAME, "TraceCore_FunctionNameCutting_Test::TestBody");
-}
+  EXPECT_STREQ(CM_FUNC_NAME, "TraceCore_FunctionNameCuttingAndLeadingIdComposition_Test::TestBody");
 
-TEST(TraceCore, LeadingIdComposition) {
-  char out[1024];
   cm_compose_leading_id("media.exe", "box", out, sizeof out);
   EXPECT_STREQ(out, "media.box.");
   cm_compose_leading_id("exe", "", out, sizeof out);

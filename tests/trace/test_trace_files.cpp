@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "cmutil/trace/CmT120Trace.h"
@@ -46,6 +47,11 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 void trace_line(int level, const std::string& text) {
   util_adapter_trace(level, "UTIL", text.c_str(), static_cast<int>(text.size()));
+}
+
+std::vector<std::string>* g_logstashLines = nullptr;
+void logstash_sink(int, const char* text, int len) {
+  if (g_logstashLines) g_logstashLines->push_back(std::string(text, static_cast<size_t>(len)));
 }
 
 int64_t g_fakeSec = 0;
@@ -212,11 +218,8 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   }
   EXPECT_EQ(0u, bad);
   EXPECT_EQ(2u, pids.size());  // the child writes its own process id
-  for (int who = 0; who < 2; ++who) {
-    size_t wrong = 0;
-    for (int c : seen[who]) wrong += c != 1;
-    EXPECT_EQ(0u, wrong) << (who ? "child" : "parent");
-  }
+  // Every line of each writer is there exactly once.
+  for (int who = 0; who < 2; ++who) EXPECT_EQ(std::vector<int>(kLines, 1), seen[who]) << (who ? "child" : "parent");
 }
 
 TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
@@ -275,8 +278,8 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   EXPECT_EQ(info0, m_trace->info_path());
   g_fakeSec += 2;  // 00:00:01 of the next day
   trace_line(0, "after midnight");
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_info_1.log", m_trace->info_path());
-  EXPECT_EQ(folder() + "/cmutil_trace_tests_error_1.log", m_trace->error_path());
+  EXPECT_EQ(std::make_pair(folder() + "/cmutil_trace_tests_info_1.log", folder() + "/cmutil_trace_tests_error_1.log"),
+            std::make_pair(m_trace->info_path(), m_trace->error_path()));
   trace_line(0, "next day");
   T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
   // The closing files were flushed: the old day ends with the message that crossed midnight.
@@ -296,13 +299,6 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   EXPECT_NE(std::string::npos, newError[0].find("after midnight"));
   EXPECT_NE(std::string::npos, newError[1].find("next day"));
 }
-
-namespace {
-std::vector<std::string>* g_logstashLines = nullptr;
-void logstash_sink(int, const char* text, int len) {
-  if (g_logstashLines) g_logstashLines->push_back(std::string(text, static_cast<size_t>(len)));
-}
-}  // namespace
 
 TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
   // The state "folder" is a regular file: no log folder can be made under it.
@@ -357,6 +353,5 @@ TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
     ASSERT_TRUE(t >= 0 && t < kThreads && i >= 0 && i < kLines) << line;
     seen[static_cast<size_t>(t)][static_cast<size_t>(i)]++;
   }
-  for (int t = 0; t < kThreads; ++t)
-    for (int i = 0; i < kLines; ++i) EXPECT_EQ(1, seen[static_cast<size_t>(t)][static_cast<size_t>(i)]);
+  EXPECT_EQ(std::vector<std::vector<int>>(kThreads, std::vector<int>(kLines, 1)), seen);  // each line exactly once
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "cmutil/config/KelDebugFileConfig.h"
 #include "cmutil/trace/CmTrace.h"
@@ -170,15 +171,13 @@ TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {
   set_external_trace_mask(0);
   g_kel_trace_topprocess.store(0);
   m_tvx->UpdateTroubleShotConfigStatus();  // nothing configured: nothing changes
-  EXPECT_EQ(0, g_traceMask_TroubleShootConfig.load());
-  EXPECT_EQ(0, g_kel_trace_topprocess.load());
+  EXPECT_EQ(std::make_pair(0, 0), std::make_pair(g_traceMask_TroubleShootConfig.load(), g_kel_trace_topprocess.load()));
 
   config.SetValueInt("kel_trace_level", 3);
   config.SetValueInt("kel_trace_topprocess", 1);
   m_tvx->UpdateTroubleShotConfigStatus();
-  EXPECT_EQ(3, g_traceMask_TroubleShootConfig.load());
-  EXPECT_EQ(3, get_external_trace_mask());
-  EXPECT_EQ(1, g_kel_trace_topprocess.load());
+  EXPECT_EQ(std::make_tuple(3, 3, 1), std::make_tuple(g_traceMask_TroubleShootConfig.load(), get_external_trace_mask(),
+                                                      g_kel_trace_topprocess.load()));
 
   config.SetValueString("kel_trace_level", "9");  // not an int: ignored
   m_tvx->UpdateTroubleShotConfigStatus();
