@@ -1,8 +1,7 @@
 #pragma once
 // Shared helpers of the timer tests: the fake clock and a recording timer handler.
 
-#include <atomic>
-#include <cctype>
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -41,10 +40,7 @@ class RecordingHandler : public ICmTimerHandler {
     if (m_action) m_action(this);
   }
 
-  template <class F>
-  void SetAction(F f) {
-    m_action = f;
-  }
+  void SetAction(std::function<void(RecordingHandler*)> f) { m_action = std::move(f); }
 
   int Count() const { return m_count; }
 
@@ -60,9 +56,7 @@ class CountingObserver : public ICmObserver {
  public:
   void OnObserve(const char* aTopic, void*) override { topics.push_back(aTopic ? aTopic : ""); }
   int Count(const std::string& topic) const {
-    int n = 0;
-    for (const auto& t : topics) n += (t == topic);
-    return n;
+    return static_cast<int>(std::count(topics.begin(), topics.end(), topic));
   }
   std::vector<std::string> topics;
 };

@@ -29,6 +29,15 @@ CCmTimerQueueBase::CNode Node(ICmTimerHandler* h, long expirySec, long intervalS
   return n;
 }
 
+// Pops the whole list: (handler, expiry second) in order.
+using Order = std::vector<std::pair<ICmTimerHandler*, long>>;
+Order Drain(OpenList& list) {
+  CCmTimerQueueBase::CNode n;
+  Order order;
+  while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
+  return order;
+}
+
 TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst) {
   CmFakeClock clock;
   CCmTimerQueueOrderedList queue(nullptr);
@@ -39,49 +48,37 @@ TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst) {
   queue.ScheduleTimer(&c, nullptr, CCmTimeValue(1L), 1);
   clock.AdvanceMs(1000);
   EXPECT_EQ(3, queue.CheckExpire());
-  ASSERT_EQ(3u, log.size());
-  EXPECT_EQ("c", log[0].name);
-  EXPECT_EQ("b", log[1].name);
-  EXPECT_EQ("a", log[2].name);
+  EXPECT_EQ((std::vector<std::string>{"c", "b", "a"}), NamesOf(log));
   EXPECT_EQ(0, queue.EnsureSorted());
 }
 
 TEST(CCmTimerQueueOrderedListTest, PushReplacesInOnePassAndKeepsOrder) {
   OpenList list;
-  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr), d("d", nullptr);
   EXPECT_EQ(0, list.PushNode_l(Node(&a, 10)));
   EXPECT_EQ(0, list.PushNode_l(Node(&b, 20)));
   EXPECT_EQ(0, list.PushNode_l(Node(&c, 30)));
-  EXPECT_EQ(1, list.PushNode_l(Node(&c, 5)));   // moved to the front
-  EXPECT_EQ(1, list.PushNode_l(Node(&a, 40)));  // moved to the back
-  RecordingHandler d("d", nullptr);
+  EXPECT_EQ(1, list.PushNode_l(Node(&c, 5)));     // moved to the front
+  EXPECT_EQ(1, list.PushNode_l(Node(&a, 40)));    // moved to the back
   EXPECT_EQ(0, list.RePushNode_l(Node(&d, 40)));  // before the equal expiry of a
-  CCmTimerQueueBase::CNode n;
-  std::vector<std::pair<ICmTimerHandler*, long>> order;
-  while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
-  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 5}, {&b, 20}, {&d, 40}, {&a, 40}};
-  EXPECT_EQ(expected, order);
+  EXPECT_EQ((Order{{&c, 5}, {&b, 20}, {&d, 40}, {&a, 40}}), Drain(list));
 }
 
 TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheFront) {
   OpenList list;
-  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  RecordingHandler a("a", nullptr), b("b", nullptr), c("c", nullptr), d("d", nullptr);
   list.PushNode_l(Node(&a, 100, 9));
   list.PushNode_l(Node(&b, 200, 2));
   list.ResetExpiredTime_l(CCmTimeValue(50L));  // a: 59, b: 52, still in the order a, b
   list.PushNode_l(Node(&c, 55));               // before the first node at 55 or later
-  RecordingHandler d("d", nullptr);
-  list.PushNode_l(Node(&d, 60));  // no node at 60 or later: at the end
-  CCmTimerQueueBase::CNode n;
-  std::vector<std::pair<ICmTimerHandler*, long>> order;
-  while (list.PopFirstNode_l(n) == 0 && order.size() < 10) order.push_back({n.m_pEh, n.m_tvExpired.GetSec()});
-  std::vector<std::pair<ICmTimerHandler*, long>> expected = {{&c, 55}, {&a, 59}, {&b, 52}, {&d, 60}};
-  EXPECT_EQ(expected, order);
+  list.PushNode_l(Node(&d, 60));               // no node at 60 or later: at the end
+  EXPECT_EQ((Order{{&c, 55}, {&a, 59}, {&b, 52}, {&d, 60}}), Drain(list));
   // Drained: sorted again, and a cancelled handler is gone for good.
   list.PushNode_l(Node(&a, 10));
   list.PushNode_l(Node(&b, 5));
   EXPECT_EQ(0, list.EraseNode_l(&a));
   EXPECT_EQ(1, list.EraseNode_l(&a));
+  CCmTimerQueueBase::CNode n;
   ASSERT_EQ(0, list.PopFirstNode_l(n));
   EXPECT_EQ(&b, n.m_pEh);
   EXPECT_EQ(1, list.EraseNode_l(&b));

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "cmutil/thread/CmThreadSingletonFactory.h"
@@ -24,21 +26,13 @@ TEST(ClockFields, DurationsKeepWholeHoursAndCalendarMonthsStartAtOne) {
   const time_t secs = static_cast<time_t>(us / 1000000);
   struct tm expected;
   ASSERT_NE(nullptr, localtime_r(&secs, &expected));
-  EXPECT_EQ(expected.tm_year + 1900, t.tm_year);
-  EXPECT_EQ(expected.tm_mon + 1, t.tm_mon);
-  EXPECT_EQ(expected.tm_mday, t.tm_mday);
-  EXPECT_EQ(expected.tm_hour, t.tm_hour);
-  EXPECT_EQ(expected.tm_min, t.tm_min);
-  EXPECT_EQ(expected.tm_sec, t.tm_sec);
-  EXPECT_EQ(expected.tm_wday, t.tm_wday);
-  EXPECT_EQ(expected.tm_yday, t.tm_yday);
-  EXPECT_EQ(123u, t.millisecond);
-  EXPECT_EQ(456u, t.microsecond);
+  EXPECT_EQ(std::make_tuple(expected.tm_year + 1900, expected.tm_mon + 1, expected.tm_mday, expected.tm_hour,
+                            expected.tm_min, expected.tm_sec, expected.tm_wday, expected.tm_yday, 123u, 456u),
+            std::make_tuple(t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, t.tm_wday, t.tm_yday,
+                            t.millisecond, t.microsecond));
 
-  time_type nowFields = formatted_timer::now();
-  EXPECT_GE(nowFields.tm_year, 2024);
-  EXPECT_GE(nowFields.tm_mon, 1);
-  EXPECT_LE(nowFields.tm_mon, 12);
+  const time_type now = formatted_timer::now();
+  EXPECT_TRUE(now.tm_year >= 2024 && now.tm_mon >= 1 && now.tm_mon <= 12) << now.tm_year << "-" << now.tm_mon;
 }
 
 TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
@@ -51,8 +45,7 @@ TEST(LowTick, NestedStartStopCountsAndTheLastStopEndsTheThread) {
   EXPECT_TRUE(cap.contains("low_tick_generator::start [this="));
 
   startLowTick();
-  EXPECT_EQ(2u, cm_low_tick_ref_count());
-  EXPECT_EQ(tick, cm_low_tick_thread());
+  EXPECT_EQ(std::make_pair(2u, tick), std::make_pair(cm_low_tick_ref_count(), cm_low_tick_thread()));
   EXPECT_TRUE(cap.contains("startLowTick: g_tickThread has been initialized"));
 
   // The cached value moves on while the thread runs.
@@ -118,14 +111,11 @@ long long FakePolicy::value = 0;
 TEST(TimerFact, MinusOneMeansNowAndOvertimeZeroIsAlwaysTrue) {
   FakePolicy::value = 777;
   timer_fact<FakePolicy> fact(-1);
-  EXPECT_EQ(777, fact.latest_tag());
-  EXPECT_EQ(0, fact.elapsed());
-  EXPECT_TRUE(fact.overtime(0));
-  EXPECT_FALSE(fact.overtime(1));
+  EXPECT_EQ(std::make_tuple(777LL, 0LL, true, false),
+            std::make_tuple(fact.latest_tag(), fact.elapsed(), fact.overtime(0), fact.overtime(1)));
   FakePolicy::value = 900;
   fact.reset();
-  EXPECT_EQ(900, fact.latest_tag());
-  EXPECT_EQ(900, timer_fact<FakePolicy>::now());
+  EXPECT_EQ(std::make_pair(900LL, 900LL), std::make_pair(fact.latest_tag(), timer_fact<FakePolicy>::now()));
 }
 
 TEST(TimerFact, ClockBehindTheStartIsTakenAsAWrap) {
@@ -157,10 +147,8 @@ TEST(TimerFact, ReadingOfTheMostNegativeValueWrapsWithoutOverflow) {
   FakePolicy::value = min;
   timer_fact<FakePolicy> fact(5);
   // max - 5 + min, in two's complement: -6.
-  EXPECT_EQ(-6, fact.elapsed());
-  EXPECT_EQ(-6, fact.elapsed_at(min));
-  EXPECT_TRUE(fact.overtime(-6));
-  EXPECT_FALSE(fact.overtime(-5));
+  EXPECT_EQ(std::make_tuple(-6LL, -6LL, true, false),
+            std::make_tuple(fact.elapsed(), fact.elapsed_at(min), fact.overtime(-6), fact.overtime(-5)));
   // max - 5 is far outside one unit, so the scaled forms wrap as well.
   EXPECT_EQ((9223372036854775807LL - 5) / 1000 + min / 1000, fact.elapsed_mills());
   EXPECT_EQ((9223372036854775807LL - 5) / 1000000 + min / 1000000, fact.elapsed_sec());

@@ -6,6 +6,8 @@
 
 #include <climits>
 #include <ctime>
+#include <tuple>
+#include <utility>
 
 #include "cmutil/base/CmTimeValue.h"
 
@@ -18,8 +20,7 @@ long long RealtimeUs() {
 }
 
 void ExpectTv(long sec, long usec, const CCmTimeValue& tv) {
-  EXPECT_EQ(sec, tv.GetSec());
-  EXPECT_EQ(usec, tv.GetUsec());
+  EXPECT_EQ(std::make_pair(sec, usec), std::make_pair(tv.GetSec(), tv.GetUsec()));
 }
 
 TEST(CCmTimeValueTest, NormalisesMicrosecondsAndSigns) {
@@ -52,8 +53,8 @@ TEST(CCmTimeValueTest, MillisecondConversions) {
   ExpectTv(1001, 999000, tv);
   tv.SetByTotalMsec(-1500);
   ExpectTv(-1, -500000, tv);
-  EXPECT_EQ(1999, CCmTimeValue(1L, 999999L).GetTotalInMsec());
-  EXPECT_EQ(-1500, CCmTimeValue(-1L, -500999L).GetTotalInMsec());
+  EXPECT_EQ(std::make_pair(1999L, -1500L),
+            std::make_pair(CCmTimeValue(1L, 999999L).GetTotalInMsec(), CCmTimeValue(-1L, -500999L).GetTotalInMsec()));
 }
 
 TEST(CCmTimeValueTest, ArithmeticAndOrdering) {
@@ -77,12 +78,8 @@ TEST(CCmTimeValueTest, ArithmeticAndOrdering) {
 TEST(CCmTimeValueTest, CalendarFieldsOfTheSeconds) {
   tm utc = {};
   CCmTimeValue(86400L + 3723L, 999999L).GetUTCTime(&utc);  // 1970-01-02 01:02:03
-  EXPECT_EQ(70, utc.tm_year);
-  EXPECT_EQ(0, utc.tm_mon);
-  EXPECT_EQ(2, utc.tm_mday);
-  EXPECT_EQ(1, utc.tm_hour);
-  EXPECT_EQ(2, utc.tm_min);
-  EXPECT_EQ(3, utc.tm_sec);
+  EXPECT_EQ(std::make_tuple(70, 0, 2, 1, 2, 3),
+            std::make_tuple(utc.tm_year, utc.tm_mon, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec));
   tm local = {};
   CCmTimeValue(0L).GetLocalTime(&local);
   EXPECT_GE(local.tm_year, 69);

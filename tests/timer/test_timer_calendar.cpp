@@ -5,6 +5,7 @@
 
 #include <list>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -40,6 +41,7 @@ class CalendarTest : public ::testing::Test {
   CmFakeClock clock;
   CCmEventQueueUsingMutex events;
   std::vector<Firing> log;
+  CCmTimerQueueCalendar cal{10, 1000, &events};  // no event of it is pending when a test ends
 };
 
 // The slot interval is at least 10 ms and the ring at least 11 slots; a timer beyond the
@@ -49,25 +51,24 @@ TEST_F(CalendarTest, RingGeometryAndIntervalsBeyondItsReach) {
     unsigned interval, reach, slotInterval, maxSlot;
   } rings[] = {{5, 50, 10, 10}, {9, 1000, 10, 99}, {10, 100, 10, 10}, {10, 120, 10, 11}, {100, 50, 100, 10}};
   for (const auto& r : rings) {
-    CCmTimerQueueCalendar cal(r.interval, r.reach, &events);
-    EXPECT_EQ(r.slotInterval, cal.GetSlotInterval()) << r.interval;
-    EXPECT_EQ(r.maxSlot, cal.GetMaxSlotNumber()) << r.interval << "/" << r.reach;
+    CCmTimerQueueCalendar ring(r.interval, r.reach, &events);
+    EXPECT_EQ(r.slotInterval, ring.GetSlotInterval()) << r.interval;
+    EXPECT_EQ(r.maxSlot, ring.GetMaxSlotNumber()) << r.interval << "/" << r.reach;
   }
   CmTraceCapture cap;
-  CCmTimerQueueCalendar cal(10, 100, &events);
+  CCmTimerQueueCalendar small(10, 100, &events);
   RecordingHandler h("h", &log);
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&h, nullptr, Ms(200), 1));
+  EXPECT_EQ(CM_OK, small.ScheduleTimer(&h, nullptr, Ms(200), 1));
   EXPECT_TRUE(
       cap.contains("CCmTimerQueueCalendar::InsertUnique_i, exceed max interval. interval_s=0 "
                    "interval_us=200000 dwDistance=20 m_impl->dwMaxSlotNumber=10 [this="));
   RecordingHandler exact("exact", &log);
-  EXPECT_EQ(CM_OK, cal.ScheduleTimer(&exact, nullptr, Ms(100), 1));  // the farthest slot itself: traced too
+  EXPECT_EQ(CM_OK, small.ScheduleTimer(&exact, nullptr, Ms(100), 1));  // the farthest slot itself: traced too
   EXPECT_EQ(2, cap.count("exceed max interval"));
-  EXPECT_EQ(10, TicksUntilFired(cal, h));
+  EXPECT_EQ(10, TicksUntilFired(small, h));
 }
 
 TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler h("h", &log), other("other", &log);
   auto slow = [&](RecordingHandler*) { clock.AdvanceMs(5); };
   h.SetAction(slow);
@@ -83,7 +84,6 @@ TEST_F(CalendarTest, TwentyFiveMsFiresOnTheThirdTickAndRepeats) {
 }
 
 TEST_F(CalendarTest, ZeroIntervalFiresOnceThroughTheEvent) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler a("a", &log), b("b", &log);
   EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 5));
   EXPECT_EQ(1u, events.GetPendingEventsCount());
@@ -102,7 +102,6 @@ TEST_F(CalendarTest, ZeroIntervalFiresOnceThroughTheEvent) {
 }
 
 TEST_F(CalendarTest, CancellingAWaitingZeroIntervalTimerEmptiesTheImmediateList) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler a("a", &log);
   EXPECT_EQ(CM_OK, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));
   EXPECT_EQ(CM_OK, cal.CancelTimer(&a));
@@ -115,7 +114,6 @@ TEST_F(CalendarTest, CancellingAWaitingZeroIntervalTimerEmptiesTheImmediateList)
 // lose the rest of the outer tick's slot: those timers still fire, stay cancellable
 // and are freed.
 TEST_F(CalendarTest, TickFromInsideACallbackKeepsTheOuterSlotsTimers) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler ticker("ticker", &log), b("b", &log), c("c", &log), d("d", &log), next("next", &log);
   CmResult cancelD = -1;
   int ticks = 0;
@@ -133,8 +131,7 @@ TEST_F(CalendarTest, TickFromInsideACallbackKeepsTheOuterSlotsTimers) {
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&next, nullptr, Ms(20), 1));
   cal.TimerTick();
   EXPECT_EQ((std::vector<std::string>{"ticker", "next", "b", "c"}), NamesOf(log));
-  EXPECT_EQ(CM_OK, cancelD);
-  EXPECT_EQ(0, d.Count());
+  EXPECT_EQ(std::make_pair(CM_OK, 0), std::make_pair(cancelD, d.Count()));
   // c repeats: it is still known to the queue and can be cancelled.
   EXPECT_EQ(CM_OK, cal.CancelTimer(&c));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, cal.CancelTimer(&b));
@@ -143,7 +140,6 @@ TEST_F(CalendarTest, TickFromInsideACallbackKeepsTheOuterSlotsTimers) {
 // A callback may cancel a timer that waits later in the same tick, also when that tick
 // runs nested inside another one.
 TEST_F(CalendarTest, NestedTickCallbackCancelsATimerOfTheOuterTick) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler outer("outer", &log), inner("inner", &log), victim("victim", &log);
   CmResult rv = -1;
   inner.SetAction([&](RecordingHandler*) { rv = cal.CancelTimer(&victim); });
@@ -152,14 +148,12 @@ TEST_F(CalendarTest, NestedTickCallbackCancelsATimerOfTheOuterTick) {
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&outer, nullptr, Ms(10), 1));
   ASSERT_EQ(CM_OK, cal.ScheduleTimer(&inner, nullptr, Ms(20), 1));
   cal.TimerTick();
-  EXPECT_EQ(CM_OK, rv);
-  EXPECT_EQ(std::make_pair(0, 1), std::make_pair(victim.Count(), inner.Count()));
+  EXPECT_EQ(std::make_tuple(CM_OK, 0, 1), std::make_tuple(rv, victim.Count(), inner.Count()));
   for (int i = 0; i < 200; ++i) cal.TimerTick();
   EXPECT_EQ(0, victim.Count());
 }
 
 TEST_F(CalendarTest, RefusedPostClearsTheMark) {
-  CCmTimerQueueCalendar cal(10, 1000, &events);
   RecordingHandler a("a", &log);
   events.Stop();
   EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, cal.ScheduleTimer(&a, nullptr, CCmTimeValue(0L, 0L), 1));

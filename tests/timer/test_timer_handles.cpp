@@ -7,6 +7,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "TimerTestSupport.h"
 #include "TimerThreadSupport.h"
@@ -62,11 +63,9 @@ TEST_P(TimerHandleOnQueueType, ForeignCancelRefusedWhileTheOwnerStopsMidPass) {
       if (dueInThePass) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }));
     ASSERT_TRUE(WaitFor([&] { return blocked.load(); }));
-    EXPECT_EQ(CM_ERROR_NULL_POINTER, cancelRv);
-    EXPECT_EQ(1u, parked);
+    EXPECT_EQ(std::make_pair(CM_ERROR_NULL_POINTER, size_t{1}), std::make_pair(cancelRv, parked));
     worker.reset();
-    EXPECT_EQ(0u, cm_timer_orphan_count_for_test());
-    EXPECT_EQ(0, sink.count.load());
+    EXPECT_EQ(std::make_pair(size_t{0}, 0), std::make_pair(cm_timer_orphan_count_for_test(), sink.count.load()));
   }
 }
 

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "TimerTestSupport.h"
 #include "cmutil/thread/CmThreadWaiter.h"
@@ -18,23 +19,24 @@
 
 namespace {
 
-std::unique_ptr<CCmTimerQueueBase> MakeQueue(ICmObserver* observer = nullptr) {
-  return std::unique_ptr<CCmTimerQueueBase>(CCmTimerQueueBase::CreateTimerQueue(observer, 1));
-}
-
-TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
+// The default queue (type 1) on a fake clock, with one handler and captured traces.
+class CCmTimerQueueBaseTest : public ::testing::Test {
+ protected:
   CmFakeClock clock;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
+  CmTraceCapture cap;
+  std::unique_ptr<CCmTimerQueueBase> queue{CCmTimerQueueBase::CreateTimerQueue(nullptr, 1)};
+  RecordingHandler h{"h", nullptr};
+};
+
+TEST_F(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
   CCmTimeValue remain(1L), earliest(1L);
   EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));  // empty: both outputs say "never"
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
+  EXPECT_EQ(std::make_pair(CCmTimeValue::get_tvMax(), CCmTimeValue::get_tvMax()), std::make_pair(remain, earliest));
   CCmTimeValue start = clock.Now();
   queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 250000L), 1);
   EXPECT_EQ(0, queue->CheckExpire(&remain, &earliest));
-  EXPECT_EQ(CCmTimeValue(0L, 250000L), remain);
-  EXPECT_EQ(start + CCmTimeValue(0L, 250000L), earliest);
+  EXPECT_EQ(std::make_pair(CCmTimeValue(0L, 250000L), start + CCmTimeValue(0L, 250000L)),
+            std::make_pair(remain, earliest));
   clock.AdvanceMs(249);
   queue->CheckExpire(&remain, nullptr);
   EXPECT_EQ(CCmTimeValue(0L, 1000L), remain);
@@ -43,29 +45,19 @@ TEST(CCmTimerQueueBaseTest, RemainingTimeAndEarliestOutputs) {
   EXPECT_EQ(CCmTimeValue::get_tvMax(), earliest);
 }
 
-TEST(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
-  CmFakeClock clock;
-  CmTraceCapture cap;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
+TEST_F(CCmTimerQueueBaseTest, ForwardJumpOfTwoHoursReArmsFromNow) {
   queue->ScheduleTimer(&h, nullptr, CCmTimeValue(1L), 0);
   CCmTimeValue oldExpiry = queue->GetEarliestTime();
   clock.AdvanceMs(2L * 3600 * 1000);
   CCmTimeValue now = clock.Now();
   EXPECT_EQ(1, queue->CheckExpire());  // one firing, not 7200
-  EXPECT_EQ(1, h.Count());
-  EXPECT_EQ(now + CCmTimeValue(1L), queue->GetEarliestTime());
-  std::string expected =
-      "CCmTimerQueueBase::CheckExpire local changed, m_tvExpired=" + std::to_string(oldExpiry.GetTotalInMsec()) +
-      ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x";
-  EXPECT_TRUE(cap.contains(1, expected));
+  EXPECT_EQ(std::make_pair(1, now + CCmTimeValue(1L)), std::make_pair(h.Count(), queue->GetEarliestTime()));
+  EXPECT_TRUE(cap.contains(
+      1, "CCmTimerQueueBase::CheckExpire local changed, m_tvExpired=" + std::to_string(oldExpiry.GetTotalInMsec()) +
+             ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x"));
 }
 
-TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
-  CmFakeClock clock;
-  CmTraceCapture cap;
-  auto queue = MakeQueue();
-  RecordingHandler h("h", nullptr);
+TEST_F(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
   queue->ScheduleTimer(&h, nullptr, CCmTimeValue(0L, 100000L), 0);
   CCmTimeValue expiry = queue->GetEarliestTime();
   clock.AdvanceMs(-2L * 3600 * 1000);
@@ -73,10 +65,9 @@ TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
   CCmTimeValue remain;
   EXPECT_EQ(0, queue->CheckExpire(&remain));
   EXPECT_EQ(CCmTimeValue::get_tvZero(), remain);
-  std::string expected =
-      "CCmTimerQueueBase::CheckExpire local changed, tvEarliest=" + std::to_string(expiry.GetTotalInMsec()) +
-      ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x";
-  EXPECT_TRUE(cap.contains(1, expected));
+  EXPECT_TRUE(cap.contains(
+      1, "CCmTimerQueueBase::CheckExpire local changed, tvEarliest=" + std::to_string(expiry.GetTotalInMsec()) +
+             ", tvCur=" + std::to_string(now.GetTotalInMsec()) + " [this=0x"));
   // Rebased: due one interval after the new time, and then every interval.
   EXPECT_EQ(now + CCmTimeValue(0L, 100000L), queue->GetEarliestTime());
   cap.clear();
@@ -88,7 +79,7 @@ TEST(CCmTimerQueueBaseTest, BackwardJumpOfTwoHoursRebasesOrderedList) {
   EXPECT_FALSE(cap.contains("local changed"));
 }
 
-TEST(CCmTimerQueueBaseTest, FactoryFollowsDefaultType) {
+TEST_F(CCmTimerQueueBaseTest, FactoryFollowsDefaultType) {
   std::unique_ptr<CCmTimerQueueBase> q1(CCmTimerQueueBase::CreateTimerQueue(nullptr, 0));
   EXPECT_NE(nullptr, dynamic_cast<CCmTimerQueueOrderedList*>(q1.get()));
   EXPECT_EQ(nullptr, CCmTimerQueueBase::CreateTimerQueue(nullptr, 7));

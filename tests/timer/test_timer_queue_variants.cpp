@@ -56,9 +56,8 @@ TYPED_TEST(TimerQueueVariant, ZeroIntervalOneShotFiresOnceOnNextCheck) {
   CCmTimeValue remain;
   EXPECT_EQ(1, this->Check(&remain));
   ASSERT_EQ(1u, this->log.size());
-  EXPECT_EQ(&arg, this->log[0].arg);
-  EXPECT_EQ(this->clock.Now(), this->log[0].at);
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  EXPECT_EQ(std::make_tuple(static_cast<void*>(&arg), this->clock.Now(), CCmTimeValue::get_tvMax()),
+            std::make_tuple(this->log[0].arg, this->log[0].at, remain));
   EXPECT_EQ(0, this->Check());
   EXPECT_EQ(1, h.Count());
 }
@@ -93,8 +92,7 @@ TYPED_TEST(TimerQueueVariant, MissedPeriodsAreSkippedNotBurst) {
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(100), 0));
   CCmTimeValue remain, earliest;
   EXPECT_EQ(1, this->CheckAfter(350, &remain, &earliest));
-  EXPECT_EQ(start + Ms(400), earliest);
-  EXPECT_EQ(Ms(50), remain);
+  EXPECT_EQ(std::make_pair(start + Ms(400), Ms(50)), std::make_pair(earliest, remain));
   EXPECT_EQ(1, this->CheckAfter(50));
   EXPECT_EQ(2, h.Count());
 }
@@ -104,9 +102,8 @@ TYPED_TEST(TimerQueueVariant, CountedTimerRunsOutAndEmptiesTheQueue) {
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, nullptr, Ms(20), 3));
   CCmTimeValue remain;
   for (int i = 0; i < 5; ++i) this->CheckAfter(20, &remain);
-  EXPECT_EQ(3, h.Count());
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
+  EXPECT_EQ(std::make_tuple(3, CCmTimeValue::get_tvMax(), CCmTimeValue::get_tvMax()),
+            std::make_tuple(h.Count(), remain, this->queue->GetEarliestTime()));
 }
 
 TYPED_TEST(TimerQueueVariant, RescheduleReplacesTheSingleTimer) {
@@ -114,13 +111,11 @@ TYPED_TEST(TimerQueueVariant, RescheduleReplacesTheSingleTimer) {
   int a = 1, b = 2;
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, &a, Ms(50), 1));
   EXPECT_EQ(CM_ERROR_FOUND, this->queue->ScheduleTimer(&h, &b, Ms(200), 2));
-  EXPECT_EQ(0, this->CheckAfter(100));
-  EXPECT_EQ(1, this->CheckAfter(100));
-  EXPECT_EQ(1, this->CheckAfter(200));
-  EXPECT_EQ(0, this->CheckAfter(200));
+  // Braced lists run their elements in order: the checks follow one another.
+  EXPECT_EQ((std::vector<int>{0, 1, 1, 0}), (std::vector<int>{this->CheckAfter(100), this->CheckAfter(100),
+                                                              this->CheckAfter(200), this->CheckAfter(200)}));
   ASSERT_EQ(2u, this->log.size());
-  EXPECT_EQ(&b, this->log[0].arg);
-  EXPECT_EQ(&b, this->log[1].arg);
+  EXPECT_EQ((std::pair<void*, void*>(&b, &b)), std::make_pair(this->log[0].arg, this->log[1].arg));
 }
 
 TYPED_TEST(TimerQueueVariant, CancelRemovesAndUnknownIsNotFound) {
@@ -142,8 +137,7 @@ TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&repeating, nullptr, Ms(10), 0));
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&oneShot, nullptr, Ms(20), 1));
   EXPECT_EQ(2, this->CheckAfter(20));
-  EXPECT_EQ(CM_OK, repeatingRv);
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, oneShotRv);
+  EXPECT_EQ((std::pair<CmResult, CmResult>(CM_OK, CM_ERROR_NOT_FOUND)), std::make_pair(repeatingRv, oneShotRv));
   EXPECT_EQ(0, this->CheckAfter(100));
   EXPECT_EQ(1, repeating.Count());
 }
@@ -175,15 +169,11 @@ TYPED_TEST(TimerQueueVariant, PassEndsWhenTheRestOfASharedSlotIsNotDue) {
   const CCmTimeValue start = this->clock.Now();
   CCmTimeValue remain, earliest;
   EXPECT_EQ(1, this->CheckAfter(11, &remain, &earliest));
-  EXPECT_EQ(std::make_pair(0, 0), std::make_pair(b.Count(), c.Count()));
-  EXPECT_EQ(start + Ms(15), earliest);
-  EXPECT_EQ(Ms(4), remain);
+  EXPECT_EQ(std::make_tuple(0, 0, start + Ms(15), Ms(4)), std::make_tuple(b.Count(), c.Count(), earliest, remain));
   EXPECT_EQ(1, this->CheckAfter(4, &remain, &earliest));
-  EXPECT_EQ(std::make_pair(1, 0), std::make_pair(b.Count(), c.Count()));
-  EXPECT_EQ(start + Ms(16), earliest);
+  EXPECT_EQ(std::make_tuple(1, 0, start + Ms(16)), std::make_tuple(b.Count(), c.Count(), earliest));
   EXPECT_EQ(1, this->CheckAfter(1, &remain, &earliest));
-  EXPECT_EQ(1, c.Count());
-  EXPECT_EQ(start + Ms(30), earliest);
+  EXPECT_EQ(std::make_pair(1, start + Ms(30)), std::make_pair(c.Count(), earliest));
   EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), NamesOf(this->log));
 }
 
@@ -340,10 +330,10 @@ class TimerWheel : public ::testing::Test {
 
   CmFakeClock clock;
   CCmTimerWheelQueue queue{nullptr};
+  std::vector<Firing> log;
 };
 
 TEST_F(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresTwice) {
-  std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&later, nullptr, CCmTimeValue(0L, 15000L), 0));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, CCmTimeValue(0L, 12000L), 1));
@@ -371,9 +361,8 @@ TEST_F(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
   EXPECT_EQ(CCmTimerWheelQueue::SlotOf(start + Ms(15)), CCmTimerWheelQueue::SlotOf(start + Ms(30015)));
   CCmTimeValue remain;
   EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
-  EXPECT_EQ(1, overdue.Count());
-  EXPECT_EQ(start + Ms(1500), queue.GetEarliestTime());
-  EXPECT_EQ(Ms(500), remain);
+  EXPECT_EQ(std::make_tuple(1, start + Ms(1500), Ms(500)),
+            std::make_tuple(overdue.Count(), queue.GetEarliestTime(), remain));
   EXPECT_EQ(1, CheckAfter(500));
   EXPECT_EQ(std::make_pair(1, 0), std::make_pair(soon.Count(), nextLap.Count()));
   EXPECT_EQ(start + Ms(30015), queue.GetEarliestTime());
@@ -418,20 +407,14 @@ TEST_F(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
 }
 
 TEST_F(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
-  std::vector<Firing> log;
   RecordingHandler later("later", &log), sooner("sooner", &log);
   // Same slot (both multiples of 30 s from an aligned start), one revolution apart.
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&later, nullptr, Ms(90000), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, Ms(60000), 0));
   const unsigned int slot = CCmTimerWheelQueue::SlotOf(clock.Now());
   EXPECT_EQ(2u, CmTimerWheelInspector::FarCount(queue, slot));
-  EXPECT_EQ(1, CheckAfter(60000));
-  EXPECT_EQ(1, CheckAfter(30000));
-  EXPECT_EQ(1, CheckAfter(30000));
-  ASSERT_EQ(3u, log.size());
-  EXPECT_EQ("sooner", log[0].name);
-  EXPECT_EQ("later", log[1].name);
-  EXPECT_EQ("sooner", log[2].name);
+  EXPECT_EQ((std::vector<int>{1, 1, 1}), (std::vector<int>{CheckAfter(60000), CheckAfter(30000), CheckAfter(30000)}));
+  EXPECT_EQ((std::vector<std::string>{"sooner", "later", "sooner"}), NamesOf(log));
 }
 
 TEST_F(TimerWheel, CancellingTheEarliestRescansToTheNext) {
