@@ -1,7 +1,6 @@
 #pragma once
 // Helpers of the thread tests: events that record what happened to them.
 
-#include <atomic>
 #include <functional>
 #include <mutex>
 #include <utility>
@@ -9,19 +8,24 @@
 
 #include "cmutil/thread/CmEventQueueBase.h"
 
+/// Ids of the fired events and of the destroyed ones, compared in one check.
+using IdLists = std::pair<std::vector<int>, std::vector<int>>;
+
 /// Shared record of fired and destroyed events, by id.
 struct EventLog {
   std::mutex mutex;
   std::vector<int> fired;
   std::vector<int> destroyed;
 
-  std::vector<int> Fired() {
+  void Add(std::vector<int>& list, int id) {
     std::lock_guard<std::mutex> lock(mutex);
-    return fired;
+    list.push_back(id);
   }
-  std::vector<int> Destroyed() {
+  std::vector<int> Fired() { return Both().first; }
+  std::vector<int> Destroyed() { return Both().second; }
+  IdLists Both() {
     std::lock_guard<std::mutex> lock(mutex);
-    return destroyed;
+    return {fired, destroyed};
   }
 };
 
@@ -31,18 +35,12 @@ class LoggingEvent : public ICmEvent {
   LoggingEvent(EventLog* log, int id, CmResult result = CM_OK, std::function<void()> action = nullptr)
       : m_log(log), m_id(id), m_result(result), m_action(std::move(action)) {}
   CmResult OnEventFire() override {
-    {
-      std::lock_guard<std::mutex> lock(m_log->mutex);
-      m_log->fired.push_back(m_id);
-    }
+    m_log->Add(m_log->fired, m_id);
     if (m_action) m_action();
     return m_result;
   }
   void OnDestorySelf() override {
-    {
-      std::lock_guard<std::mutex> lock(m_log->mutex);
-      m_log->destroyed.push_back(m_id);
-    }
+    m_log->Add(m_log->destroyed, m_id);
     delete this;
   }
 

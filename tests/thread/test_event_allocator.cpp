@@ -31,9 +31,7 @@ class SizedEvent : public ICmEvent {
     for (int i = 0; i < N; ++i) m_words[i] = seed + i;
   }
   CmResult OnEventFire() override {
-    for (int i = 1; i < N; ++i) {
-      if (m_words[i] != m_words[0] + i) ++g_corrupt;
-    }
+    for (int i = 1; i < N; ++i) g_corrupt += m_words[i] != m_words[0] + i;
     ++g_fired;
     return CM_OK;
   }
@@ -54,26 +52,16 @@ static_assert(sizeof(BareEvent) == 32 && sizeof(SizedEvent<4>) == 64 && sizeof(S
               "one event kind per size class");
 
 ICmEvent* MakeEvent(int kind, long seed) {
-  switch (kind % 5) {
-    case 0:
-      return new BareEvent;
-    case 1:
-      return new SizedEvent<4>(seed);
-    case 2:
-      return new SizedEvent<8>(seed);
-    case 3:
-      return new SizedEvent<12>(seed);
-    default:
-      return new SizedEvent<40>(seed);  // beyond the classes: the heap
-  }
+  if (kind % 5 == 0) return new BareEvent;
+  if (kind % 5 == 1) return new SizedEvent<4>(seed);
+  if (kind % 5 == 2) return new SizedEvent<8>(seed);
+  if (kind % 5 == 3) return new SizedEvent<12>(seed);
+  return new SizedEvent<40>(seed);  // beyond the classes: the heap
 }
 
 TEST(CmEventAllocatorTest, ProducersOfEverySizeClassExitingWithCachedBlocks) {
-  const int kRounds = 6;
-  const int kProducers = 4;
-  const int kEach = 5000;
-  g_fired = 0;
-  g_corrupt = 0;
+  const int kRounds = 6, kProducers = 4, kEach = 5000;
+  g_fired = g_corrupt = 0;
   CCmThreadTaskWithEventQueueOnly* task = new CCmThreadTaskWithEventQueueOnly;
   ASSERT_EQ(CM_OK, task->Create("t-alloc", 1, TF_JOINABLE, false));
   for (int round = 0; round < kRounds; ++round) {
@@ -88,9 +76,7 @@ TEST(CmEventAllocatorTest, ProducersOfEverySizeClassExitingWithCachedBlocks) {
           if (i % 7 == 0) MakeEvent(i, seed)->OnDestorySelf();
         }
         for (int k = 0; k < 5; ++k) MakeEvent(k, k)->OnDestorySelf();
-        if (cm_event_cached_blocks_for_test() >= 0) {
-          EXPECT_GT(cm_event_cached_blocks_for_test(), 0);
-        }
+        EXPECT_NE(0, cm_event_cached_blocks_for_test());  // -1: no cache in this build
       });
     }
     for (auto& t : producers) t.join();  // the producers exit holding cached blocks
@@ -120,8 +106,7 @@ TEST(CmEventAllocatorTest, EventFreedAfterTheThreadCacheWasReleasedIsNotKept) {
   if (cm_event_cached_blocks_for_test() < 0) GTEST_SKIP() << "event memory is the plain heap in this build";
   // The cache's own exit callback is registered on first use, so its key is older (and
   // its callback runs earlier) than the one created here.
-  ICmEvent* warmUp = CmNewInvokeEvent([] {});
-  warmUp->OnDestorySelf();
+  CmNewInvokeEvent([] {})->OnDestorySelf();
   ASSERT_EQ(0, pthread_key_create(&g_lateKey, &LateExitCallback));
   std::thread t([] {
     for (int kind = 0; kind < 4; ++kind) MakeEvent(kind, kind)->OnDestorySelf();  // a block of every class

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "cmutil/thread/CmThreadHeartBeat.h"
@@ -21,22 +22,8 @@ void RecordDelay(unsigned int ms) {
 
 std::vector<unsigned int> TakeDelays() {
   std::lock_guard<std::mutex> lock(g_delaysMutex);
-  std::vector<unsigned int> out;
-  out.swap(g_delays);
-  return out;
+  return std::exchange(g_delays, {});
 }
-
-class CountingEvent : public ICmEvent {
- public:
-  explicit CountingEvent(int* counter) : m_counter(counter) {}
-  CmResult OnEventFire() override {
-    ++*m_counter;
-    return CM_OK;
-  }
-
- private:
-  int* m_counter;
-};
 
 class HeartBeatTest : public ::testing::Test {
  protected:
@@ -98,7 +85,7 @@ TEST_F(HeartBeatTest, NoTimerOrNoChangeAsksFor200) {
 
 TEST_F(HeartBeatTest, PostAsksForZeroAndTheHeartbeatRunsTheEvent) {
   int fired = 0;
-  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(new CountingEvent(&fired)));
+  EXPECT_EQ(CM_OK, hb->GetEventQueue()->PostEvent(CmNewInvokeEvent([&fired] { ++fired; })));
   EXPECT_EQ(std::vector<unsigned int>{0u}, TakeDelays());
   EXPECT_EQ(0, fired);
   EXPECT_EQ(CM_OK, hb->DoHeartBeat());

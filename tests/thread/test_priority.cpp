@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <future>
 #include <thread>
+#include <tuple>
 
 #include "cmutil/thread/CmThreadPriority.h"
 #include "common/CmTraceCapture.h"
@@ -32,8 +33,6 @@ TEST(CmThreadPriorityTest, TextsAndPercentages) {
   for (const auto& row : kNiceOfPercent) EXPECT_EQ(row[1], ThreadPriorityPercentToNice(row[0])) << row[0];
 }
 
-// Under the default policy the scheduler range is 0..0, so the portable priority goes
-// through the nice value, with its trace.
 // A nice value set from outside reads back as the nearest portable priority: -14 is 85 %.
 TEST(CmThreadPriorityTest, NiceValueReadsAsTheNearestPriority) {
   KelThreadPriority read = KEL_THREAD_PRIORITY_LOWEST;
@@ -47,8 +46,10 @@ TEST(CmThreadPriorityTest, NiceValueReadsAsTheNearestPriority) {
   EXPECT_EQ(KEL_THREAD_PRIORITY_HIGHEST, read);
 }
 
-// A thread the library did not start has no kernel id on record: setting its priority
-// from outside fails rather than renicing some other thread.
+// Under the default policy the scheduler range is 0..0, so the portable priority goes
+// through the nice value, with its trace. A thread the library did not start has no
+// kernel id on record: setting its priority from outside fails rather than renicing
+// some other thread.
 TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {
   CmTraceCapture cap;
   CmResult rv = CM_ERROR_GENERIC;
@@ -91,9 +92,7 @@ TEST(CmThreadPriorityTest, RawPriorityUnderARealTimePolicyReadsBack) {
   });
   t.join();
   if (err != 0) GTEST_SKIP() << "real-time scheduling is not permitted here, error " << err;
-  EXPECT_EQ(CM_OK, set);
-  EXPECT_EQ(7, read);
-  EXPECT_EQ(sched_get_priority_max(SCHED_FIFO), max);
+  EXPECT_EQ(std::make_tuple(CM_OK, 7, sched_get_priority_max(SCHED_FIFO)), std::make_tuple(set, read, max));
 }
 
 // Raising the priority without the right to do so fails, after the nice fallback tried.

@@ -106,8 +106,7 @@ TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {
 TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelease) {
   CmTraceCapture cap;
   ACmThreadSingletonFactory* factory = ACmThreadSingletonFactory::Instance();
-  ACmThread* first = nullptr;
-  ACmThread* second = nullptr;
+  ACmThread *first = nullptr, *second = nullptr, *other = nullptr, *again = nullptr;
   ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", first));
   ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", second));
   ASSERT_NE(nullptr, first);
@@ -116,7 +115,6 @@ TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelea
   EXPECT_TRUE(cap.contains(1, "thread type is TT_UNKNOWN"));
 
   // A release naming another thread changes nothing.
-  ACmThread* other = nullptr;
   ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-y", other));
   factory->ResleseSingletonThread("shared-x", other);
   factory->ResleseSingletonThread("no-such", first);
@@ -131,7 +129,6 @@ TEST(ACmThreadSingletonFactoryTest, SharedThreadCreatedOnceAndStoppedOnLastRelea
   EXPECT_TRUE(cap.contains(2, "ACmThread::threadProc end, GetName()=shared-x"));
   EXPECT_TRUE(cap.contains(2, "ACmThreadSingletonFactory::ResleseSingletonThread, leave"));
 
-  ACmThread* again = nullptr;
   ASSERT_EQ(CM_OK, factory->GetSingletonThread("shared-x", again));
   factory->ResleseSingletonThread("shared-x", again);
   factory->ResleseSingletonThread("shared-y", other);
@@ -151,9 +148,7 @@ class CleanUpProbe : public CCmCleanUpBase {
 TEST(CCmCleanUpBaseTest, CleanupAllRunsInReverseRegistrationOrder) {
   CCmCleanUpBase::CleanupAll();  // start from an empty list
   std::vector<int> order;
-  new CleanUpProbe(&order, 1);
-  new CleanUpProbe(&order, 2);
-  new CleanUpProbe(&order, 3);
+  for (int id = 1; id <= 3; ++id) new CleanUpProbe(&order, id);
   CCmCleanUpBase::CleanupAll();
   EXPECT_EQ((std::vector<int>{3, 2, 1}), order);
   CCmCleanUpBase::CleanupAll();  // the list ended empty

@@ -16,7 +16,9 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "cmutil/base/CmMutex.h"
 #include "cmutil/base/CmReferenceControl.h"
@@ -49,9 +51,8 @@ TEST(CmMutexTest, OperationsAfterDestructionFailWithTrace) {
   EXPECT_EQ(CM_ERROR_FAILURE, LockDead(dead.mutex));
   EXPECT_EQ(CM_ERROR_FAILURE, UnLockDead(dead.mutex));
   EXPECT_EQ(CM_ERROR_FAILURE, TryLockDead(dead.mutex));
-  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::Lock() object instances already released [this=0x"));
-  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::UnLock() object instances already released [this=0x"));
-  EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::TryLock() object instances already released [this=0x"));
+  for (const std::string op : {"Lock", "UnLock", "TryLock"})
+    EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::" + op + "() object instances already released [this=0x")) << op;
 }
 
 TEST(CmMutexTest, GuardExcludesOtherThreads) {
@@ -71,9 +72,7 @@ TEST(CmMutexTest, GuardExcludesOtherThreads) {
 
 TEST(CmSemaphoreTest, PostNCountsAndIgnoresNonPositive) {
   CCmSemaphore sem(1, "s", 10);  // one to take at once, one posted below
-  EXPECT_EQ(CM_OK, sem.PostN(0));
-  EXPECT_EQ(CM_OK, sem.PostN(-3));
-  EXPECT_EQ(CM_OK, sem.PostN(1));
+  EXPECT_EQ(std::vector<CmResult>(3, CM_OK), (std::vector<CmResult>{sem.PostN(0), sem.PostN(-3), sem.PostN(1)}));
   errno = EINVAL;  // left over from an earlier call: the wait itself succeeds
   EXPECT_EQ(CM_OK, sem.Lock());
   EXPECT_EQ(CM_OK, sem.Lock());
@@ -224,16 +223,14 @@ TEST(CmReferenceControlTest, LastReleaseDeletesOnceAcrossThreads) {
   std::atomic<int> deletions{0};
   CountedObject* obj = new CountedObject(&deletions);
   obj->AddReference();
-  std::thread t([&] {
+  auto churn = [obj] {
     for (int i = 0; i < 1000; ++i) {
       obj->AddReference();
       obj->ReleaseReference();
     }
-  });
-  for (int i = 0; i < 1000; ++i) {
-    obj->AddReference();
-    obj->ReleaseReference();
-  }
+  };
+  std::thread t(churn);
+  churn();
   t.join();
   EXPECT_EQ(1u, obj->GetReference());
   EXPECT_EQ(2u, obj->AddReference());

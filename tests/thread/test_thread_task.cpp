@@ -42,6 +42,7 @@ void StopJoinDestroy(ACmThread* thread) {
 class Gate {
  public:
   Gate() : m_entered(1), m_open(1) {}
+  explicit Gate(ACmThread* thread) : Gate() { Block(thread); }
   void Block(ACmThread* thread) {
     Post(thread, [this] {
       m_entered.Finished();
@@ -62,8 +63,7 @@ typedef ::testing::Types<CCmThreadTask, CCmThreadTaskWithEventQueueOnly> TaskTyp
 TYPED_TEST_SUITE(TaskThreadTest, TaskTypes);
 
 TYPED_TEST(TaskThreadTest, ManyProducersEveryEventOnceInPerProducerOrder) {
-  const int kProducers = 4;
-  const int kEvents = 3000;
+  const int kProducers = 4, kEvents = 3000;
   ACmThread* task = StartTask<TypeParam>("t-many");
   std::vector<std::vector<int>> seen(kProducers);  // touched on the task thread only
   ThreadWaiter done(kProducers * kEvents);
@@ -90,8 +90,7 @@ TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
   CmTraceCapture cap;
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-stop");
-  Gate gate;
-  gate.Block(task);
+  Gate gate(task);
   for (int i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, i)));
   EXPECT_EQ(CM_OK, task->Stop(nullptr));
   EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 100)));
@@ -112,11 +111,9 @@ TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
 
 TYPED_TEST(TaskThreadTest, StopWhileProducersPostLosesNothingAcceptedBefore) {
   ACmThread* task = StartTask<TypeParam>("t-stoprace");
-  const int kProducers = 3;
-  const int kEach = 4000;
+  const int kProducers = 3, kEach = 4000;
   // Per event: 1 = fired, and whether it was accepted before Stop() was entered.
-  std::vector<std::atomic<int>> fired(kProducers * kEach);
-  std::vector<std::atomic<int>> destroyed(kProducers * kEach);
+  std::vector<std::atomic<int>> fired(kProducers * kEach), destroyed(kProducers * kEach);
   std::vector<char> acceptedBeforeStop(kProducers * kEach, 0);
   std::atomic<bool> stopCalled{false};
   ThreadWaiter halfway(kProducers);
@@ -171,8 +168,7 @@ TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
   CmTraceCapture cap;
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-sendto");
-  Gate gate;
-  gate.Block(task);
+  Gate gate(task);
   ThreadWaiter ran(1);
   CCmTimeValue zero;
   EXPECT_EQ(CM_ERROR_TIMEOUT,
@@ -181,8 +177,7 @@ TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
   gate.Open();
   EXPECT_TRUE(ran.WaitUntilTimeout(kWaitMs));
   StopJoinDestroy(task);
-  EXPECT_EQ((std::vector<int>{1}), log.Fired());
-  EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+  EXPECT_EQ(IdLists({1}, {1}), log.Both());
 }
 
 // The sender times out while its event runs, and the thread is stopped before that:
@@ -190,8 +185,7 @@ TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
 TYPED_TEST(TaskThreadTest, TimedOutSendAfterStopLeavesTheRunningEventAlone) {
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-sendstop");
-  ThreadWaiter entered(1);
-  ThreadWaiter release(1);
+  ThreadWaiter entered(1), release(1);
   std::atomic<CmResult> sent{CM_ERROR_FAILURE};
   std::thread sender([&] {
     CCmTimeValue timeout(0L, 200000L);
@@ -210,8 +204,7 @@ TYPED_TEST(TaskThreadTest, TimedOutSendAfterStopLeavesTheRunningEventAlone) {
   release.Finished();
   EXPECT_EQ(CM_OK, task->Join());
   task->Destory(0);
-  EXPECT_EQ((std::vector<int>{1}), log.Fired());
-  EXPECT_EQ((std::vector<int>{1}), log.Destroyed());
+  EXPECT_EQ(IdLists({1}, {1}), log.Both());
 }
 
 // The wrapper waits in the queue ahead of the stop event when the send times out: the
@@ -219,8 +212,7 @@ TYPED_TEST(TaskThreadTest, TimedOutSendAfterStopLeavesTheRunningEventAlone) {
 TYPED_TEST(TaskThreadTest, TimedOutSendQueuedBeforeStopStillRunsOnce) {
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-sendq");
-  Gate gate;
-  gate.Block(task);
+  Gate gate(task);
   std::atomic<CmResult> sent{CM_ERROR_FAILURE};
   std::thread sender([&] {
     CCmTimeValue timeout(0L, 200000L);
@@ -234,8 +226,7 @@ TYPED_TEST(TaskThreadTest, TimedOutSendQueuedBeforeStopStillRunsOnce) {
   gate.Open();
   EXPECT_EQ(CM_OK, task->Join());
   task->Destory(0);
-  EXPECT_EQ((std::vector<int>{7}), log.Fired());
-  EXPECT_EQ((std::vector<int>{7}), log.Destroyed());
+  EXPECT_EQ(IdLists({7}, {7}), log.Both());
 }
 
 // Counts the loop passes through the queue's hook (called once per ProcessEvents).
@@ -254,8 +245,7 @@ class Hooked : public Task {
 template <class T>
 std::vector<int> PassOfTenEvents() {
   ACmThread* task = StartTask<T>("t-passes");
-  Gate gate;
-  gate.Block(task);
+  Gate gate(task);
   std::vector<int> pass(10, -1);
   ThreadWaiter done(10);
   for (int i = 0; i < 10; ++i) {
@@ -411,8 +401,7 @@ TEST(CmThreadTaskTest, EventAcceptedBehindTheStopEventIsDestroyedUnrun) {
   CmTraceCapture cap;
   set_util_external_trace_sink(&PostOnLongQueueReport);  // the capture's routing and mask stay
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-behindstop-queue");
-  Gate gate;
-  gate.Block(task);
+  Gate gate(task);
   std::vector<int> expected;
   for (int i = 0; i < 104; ++i) {
     ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&g_behindStop, i)));
@@ -436,8 +425,7 @@ TEST(CmThreadTaskTest, NoTimerFiresAfterTheQueueStopped) {
   EventLog log;
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-nostoptimer");
   CountingHandler handler(1);
-  ThreadWaiter entered(1);
-  ThreadWaiter release(1);
+  ThreadWaiter entered(1), release(1);
   Post(task, [&] {
     task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 1000L), 1);
     entered.Finished();
