@@ -17,16 +17,15 @@ struct Gpus {
   std::vector<std::string> names;
   std::vector<uint32_t> memory;
   std::string defaultName;
-  bool usageReported;
-  long long usage;
+  std::pair<bool, long long> usage;  // reported, and the value
 };
 
 Gpus read_gpus(long long startUsage = 0) {
   Gpus g;
   g.result = getGpuInfo(g.names, g.memory);
   g.defaultName = getDefaultGpuName();
-  g.usage = startUsage;
-  g.usageReported = kel_get_GPU_usage(g.usage);
+  g.usage.second = startUsage;
+  g.usage.first = kel_get_GPU_usage(g.usage.second);
   return g;
 }
 
@@ -39,7 +38,7 @@ TEST(GpuInfo, CapturedTrees) {
     EXPECT_EQ((std::vector<std::string>{"Navi 21 [Radeon RX 6800/6800 XT / 6900 XT]", "AlderLake-S GT1"}), g.names);
     EXPECT_EQ((std::vector<uint32_t>{16368, 0}), g.memory);
     EXPECT_EQ(g.names[0], g.defaultName);
-    EXPECT_EQ(std::make_pair(true, 37LL), std::make_pair(g.usageReported, g.usage));
+    EXPECT_EQ(std::make_pair(true, 37LL), g.usage);
     EXPECT_TRUE(capture.contains(2, "getGpuInfo: default gpu is Navi 21"));
     EXPECT_TRUE(capture.contains(2, "getGpuInfo: name=AlderLake-S GT1, memory=0"));
   }
@@ -50,7 +49,7 @@ TEST(GpuInfo, CapturedTrees) {
     Gpus g = read_gpus(55);
     EXPECT_EQ((std::vector<std::string>{"ASPEED Graphics Family", "GA100 [A100 SXM4 40GB]"}), g.names);
     EXPECT_EQ("", g.defaultName);
-    EXPECT_EQ(std::make_pair(false, 55LL), std::make_pair(g.usageReported, g.usage));
+    EXPECT_EQ(std::make_pair(false, 55LL), g.usage);
   }
 }
 
@@ -83,7 +82,7 @@ TEST(GpuInfo, HostileAndMissingSources) {
     EXPECT_EQ(found ? CM_OK : CM_ERROR_GENERIC, g.result);
     EXPECT_EQ(c.firstName, g.names.empty() ? std::string() : g.names[0]);
     EXPECT_EQ(!found, capture.contains(0, "getGpuInfo: fail to get gpu"));
-    EXPECT_EQ(std::make_pair(false, 7LL), std::make_pair(g.usageReported, g.usage));  // none reports a usage
+    EXPECT_EQ(std::make_pair(false, 7LL), g.usage);  // none reports a usage
   }
 }
 
@@ -110,8 +109,7 @@ TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
   // Every reading closes its files: a hundred of them fit under a limit of 32 descriptors.
   rlimit old{};
   ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &old));
-  rlimit low = old;
-  low.rlim_cur = 32;
+  rlimit low{32, old.rlim_max};
   ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &low));
   int same = 0;
   for (int i = 0; i < 100; ++i) same += kel_get_GPU_usage() == 12;

@@ -1,17 +1,18 @@
 // The resource monitor and the sampler on hand-made /proc and /sys trees, with a fake
 // clock and samples taken by hand, plus the parsers they read through.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <time.h>
 
-#include <atomic>
 #include <future>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 #include "cmutil/system/CmKelPerfsStats.h"
 #include "cmutil/system/KELSystemResourceMonitor.h"
@@ -24,6 +25,10 @@
 #include "system/CmThreadCpuSampler.h"
 
 namespace {
+
+typedef std::vector<float> Floats;
+// Each float equal to its counterpart as EXPECT_FLOAT_EQ compares (within 4 ULPs).
+auto AreFloats(const Floats& want) { return testing::Pointwise(testing::FloatEq(), want); }
 
 /// A task stat line with the given name and utime/stime (fields 14 and 15).
 std::string task_stat(int tid, const std::string& name, int utime, int stime) {
@@ -111,18 +116,15 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
     unsigned int totalInt = 0;
     EXPECT_TRUE(monitor->getTotalCPUUsage(total) && monitor->getProcessUsage(process) &&
                 monitor->getTotalCPUUsage(totalInt));
-    EXPECT_FLOAT_EQ(s.total, total) << s.advanceMs;
-    EXPECT_FLOAT_EQ(s.process, process) << s.advanceMs;
+    EXPECT_THAT((Floats{total, process}), AreFloats({s.total, s.process})) << s.advanceMs;
     EXPECT_EQ(static_cast<unsigned>(s.total), totalInt);
   }
   float percent = 0;
   unsigned long long used = 0, all = 0, mine = 0;
   unsigned int gpu = 0;
-  EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine));
+  EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine) && monitor->getGPUUsage(gpu));
   EXPECT_FLOAT_EQ(75, percent);
-  EXPECT_EQ(std::make_tuple(750ull, 1000ull, 42ull), std::make_tuple(used, all, mine));
-  EXPECT_TRUE(monitor->getGPUUsage(gpu));
-  EXPECT_EQ(0xFFFFFFFFu, gpu);
+  EXPECT_EQ(std::make_tuple(750ull, 1000ull, 42ull, 0xFFFFFFFFu), std::make_tuple(used, all, mine, gpu));
   // A shorter interval refreshes sooner; a 0 percent does not replace the last one.
   monitor->setRefreshInterval(100);
   clock.AdvanceMs(100);
@@ -130,8 +132,7 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
   EXPECT_TRUE(monitor->getMemoryUsage(percent, used, all, mine));
   monitor->setRefreshInterval(1000);
   EXPECT_FLOAT_EQ(75, percent);
-  EXPECT_EQ(0u, used);
-  EXPECT_EQ(std::thread::hardware_concurrency(), monitor->getCPUCores());
+  EXPECT_EQ(std::make_pair(0ull, std::thread::hardware_concurrency()), std::make_pair(used, monitor->getCPUCores()));
 }
 
 // A source that opens but cannot be read (here a folder) is not reported as read.
@@ -190,10 +191,8 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     CKelPerfsStatsTestHook::Sample(stats);
     ASSERT_EQ(CM_OK, stats.get_cpu_statistics(cpu));
     EXPECT_EQ(2u, cpu.coreCount);
-    EXPECT_FLOAT_EQ(90, cpu.cores[0]);
-    EXPECT_FLOAT_EQ(99.99f, cpu.cores[1]);  // 100 before the cap
-    EXPECT_FLOAT_EQ(190, cpu.rawSum);
-    EXPECT_FLOAT_EQ(95, cpu.average);
+    // Cores, raw sum and average; the second core read 100 before the cap.
+    EXPECT_THAT((Floats{cpu.cores[0], cpu.cores[1], cpu.rawSum, cpu.average}), AreFloats({90, 99.99f, 190, 95}));
     EXPECT_TRUE(cpu.threadCount == 0 && cpu.wakeups == 0 && cpu.energy == 0);  // nothing to compare with yet
     EXPECT_FALSE(stats.WaitUntilReady(0));
 
@@ -206,13 +205,11 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     CKelPerfsStatsTestHook::Sample(stats);
     EXPECT_TRUE(stats.WaitUntilReady(0));
     ASSERT_EQ(CM_OK, stats.get_cpu_statistics(cpu));
-    EXPECT_FLOAT_EQ(90, cpu.cores[0]);  // no ticks passed: the last usage stands
-    EXPECT_FLOAT_EQ(50, cpu.cores[1]);
-    EXPECT_FLOAT_EQ(70, cpu.average);
-    EXPECT_FLOAT_EQ(c.process, cpu.process);
     ASSERT_EQ(2, cpu.threadCount);
+    // The first core: no ticks passed, the last usage stands. Then the first thread's usage.
+    EXPECT_THAT((Floats{cpu.cores[0], cpu.cores[1], cpu.average, cpu.process, cpu.threads[0].usage}),
+                AreFloats({90, 50, 70, c.process, static_cast<float>(c.busyTicks11)}));
     EXPECT_STREQ("a) b (c", cpu.threads[0].name);
-    EXPECT_FLOAT_EQ(static_cast<float>(c.busyTicks11), cpu.threads[0].usage);
     EXPECT_STREQ("worker", cpu.threads[1].name);
     // 200 switches in 1000 ms; 2 J in 1 s: 2000 nJ per microsecond.
     EXPECT_EQ(std::make_pair(uint64_t{200}, uint64_t{2000}), std::make_pair(cpu.wakeups, cpu.energy));
@@ -226,9 +223,9 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
 }
 
 // Files under /sys/class from "hwmon0/name=coretemp;thermal_zone0/temp=40000;...".
-CmFsTree::Files SysClassFiles(const std::string& spec) {
+CmFsTree::Files SysClassFiles(const std::string& list) {
   CmFsTree::Files files;
-  std::istringstream in(spec);
+  std::istringstream in(list);
   for (std::string item; std::getline(in, item, ';');) {
     const size_t eq = item.find('=');
     const char* folder = item.compare(0, 5, "hwmon") == 0 ? "/sys/class/hwmon/" : "/sys/class/thermal/";

@@ -171,17 +171,15 @@ TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {
   // A remembered score inside the asked band is returned as it is; outside, it is recomputed.
   With("", 4, KelOSLinux);
   score_->OverrideStaticPerformanceScore(83);
-  int value = 0;
-  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel3));
-  EXPECT_EQ(83, value);
-  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value, kel::KelPerformanceLevel4));
-  EXPECT_EQ(90, value);
-  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(value));
-  EXPECT_EQ(90, value);
+  int at3 = 0, at4 = 0, remembered = 0;
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(at3, kel::KelPerformanceLevel3));
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(at4, kel::KelPerformanceLevel4));
+  EXPECT_EQ(CM_OK, score_->GetStaticPerformanceScore(remembered));
+  EXPECT_EQ(std::make_tuple(83, 90, 90), std::make_tuple(at3, at4, remembered));
 }
 
 TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
-  With("", 4, KelOSLinux);
+  _tagKelSystemInfo* info = With("", 4, KelOSLinux)->GetSystemOSInfo();
   uint64_t memory = 9000;
   uint32_t four = 4;
   std::string brand = "Intel(R) Core(TM) i5-8250U";
@@ -191,8 +189,7 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(static_cast<KelSystemOption>(10), &four, 4));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->OverrideSystemOption(KelSystemOptionCpuInfo, &brand, 4));
   EXPECT_EQ(CM_OK, score_->OverrideSystemOption(KelSystemOptionCpuInfo, &brand, sizeof brand));
-  EXPECT_EQ(brand, score_->GetSystemOSInfo()->cpuInfo);
-  EXPECT_EQ(9000u, score_->GetSystemOSInfo()->m_memSize);
+  EXPECT_EQ(std::make_pair(brand, uint64_t{9000}), std::make_pair(info->cpuInfo, info->m_memSize));
 
   CmTraceCapture capture;
   EXPECT_EQ(CM_ERROR_FAILURE, score_->ConfigureParameters(KelOSLinux, std::vector<int>(6, 1), {}));
@@ -201,19 +198,18 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   EXPECT_TRUE(capture.contains(0, "ConfigureParameters fail,  OS not match, m_currOS = 2, os = 3 [this="));
   // Nine values: the last two land in the Windows row (its Intel and three-digit bases).
   EXPECT_EQ(CM_OK, score_->ConfigureParameters(KelOSLinux, {0, 0, 0, 0, 0, 0, 0, 5, 6}, {}));
-  EXPECT_EQ(5, score_->GetSystemOSInfo()->spcCpuParam[KelOSWin][0]);
-  EXPECT_EQ(6, score_->GetSystemOSInfo()->spcCpuParam[KelOSWin][1]);
+  EXPECT_EQ(std::make_pair(5, 6), std::make_pair(info->spcCpuParam[KelOSWin][0], info->spcCpuParam[KelOSWin][1]));
   EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::ConfigureParameters success [this="));
 
   KelCurrentOS os = KelOSNone;
   std::string text;
   const char* texts[] = {"", "android", "linux", "win", "win-uwp", "mac", "ios-iphone", "ios-ipad", "tvos", "visionos"};
   for (uint32_t family = 1; family <= 9; ++family) {
-    score_->GetSystemOSInfo()->m_currOS = static_cast<KelCurrentOS>(family);
+    info->m_currOS = static_cast<KelCurrentOS>(family);
     EXPECT_EQ(CM_OK, score_->GetOSType(os, text));
     EXPECT_EQ(texts[family], text);
   }
-  score_->GetSystemOSInfo()->m_currOS = static_cast<KelCurrentOS>(12);
+  info->m_currOS = static_cast<KelCurrentOS>(12);
   EXPECT_EQ(CM_OK, score_->GetOSType(os, text));
   EXPECT_TRUE(capture.contains(0, "GetOSType not support OS, currOS = 12"));
   int value = 0;
@@ -221,14 +217,13 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   EXPECT_TRUE(capture.contains(0, "CmStaticPerformanceScore::GetStaticPerformanceScore error currOS = 12 [this="));
   EXPECT_TRUE(capture.contains(
       2, "CmStaticPerformanceScore m_currOS = 12, m_osVersion = 0.000, m_cpuClass = 0, m_specificModel0"));
-  _tagKelSystemInfo* info = score_->GetSystemOSInfo();
   info->m_cpuClass = info->m_specificModel = info->m_ScoreOffset = 2;
   score_->Reset();
   EXPECT_EQ(0u, info->m_cpuClass | info->m_specificModel | info->m_ScoreOffset);  // the classification too
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->GetOSType(os, text));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, score_->ConfigureParameters(KelOSNone, std::vector<int>(7, 0), {}));
   EXPECT_TRUE(capture.contains(0, "ConfigureParameters fail, need init OS, m_currOS = 0"));
-  EXPECT_EQ(KelOSLinux, score_->GetSystemOSInfo()->m_currOS);
+  EXPECT_EQ(KelOSLinux, score_->GetSystemOSInfo()->m_currOS);  // asking again detects the OS anew
 }
 
 // Regression: the classifier copied the brand's number into a fixed 1024-byte buffer, so
@@ -247,8 +242,8 @@ TEST_F(StaticScore, ClassifierRoundingModesAndTraces) {
   With("Intel(R) Core(TM) i5-1035G1 CPU @ 1.00GHz", 4, KelOSLinux);
   _tagKelCPUModelInfo info;
   EXPECT_EQ(CM_OK, score_->CheckCPUInfo(info));
-  EXPECT_EQ(std::make_pair(10, 3), std::make_pair(info.gen, info.k));  // gen 1035: Intel base + 1035 / 100
-  EXPECT_EQ(2u, score_->GetSystemOSInfo()->m_ScoreOffset);             // G as the next-to-last character
+  // gen 1035: Intel base + 1035 / 100; rounding mode 2 for G as the next-to-last character
+  EXPECT_EQ(std::make_tuple(10, 3, 2u), std::make_tuple(info.gen, info.k, score_->GetSystemOSInfo()->m_ScoreOffset));
   EXPECT_TRUE(capture.contains(2, "CmStaticPerformanceScore::CheckCPUInfo gen = 10, i = 5, k = 3 [this="));
   for (const auto& [brand, rv] :
        {std::pair{"Intel(R) Core(TM) i7-19999K", CM_OK}, {"Intel(R) Core(TM) i7-20000K", CM_ERROR_GENERIC}}) {

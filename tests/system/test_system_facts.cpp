@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "cmutil/system/CmSystemInfo.h"
 #include "cmutil/system/CmSystemInformation.h"
@@ -20,6 +20,7 @@ struct Facts {
   std::string brand, arch, osver, osinfo, model, maker;
   unsigned long long memoryMb = 0, usedKib = 0, totalKib = 0, rssKib = 0;
   float percent = 0;
+  int rssResult = 0;
 };
 
 Facts read_facts() {
@@ -34,7 +35,7 @@ Facts read_facts() {
   if (info.GetCPUArch(text, sizeof text) == CM_OK) f.arch = text;
   info.GetMemorySize(f.memoryMb);
   get_memory_usage(f.percent, f.usedKib, f.totalKib);
-  get_process_memory(f.rssKib);
+  f.rssResult = get_process_memory(f.rssKib);
   f.osver = kel_get_osver();
   f.osinfo = kel_get_osinfo();
   f.model = kel_get_devicemodel();
@@ -72,11 +73,9 @@ TEST(SystemFacts, CapturedTreesGiveEveryFact) {
     EXPECT_EQ(std::make_tuple(c.brand, c.arch, c.osver, c.model, c.maker),
               std::make_tuple(f.brand, f.arch, f.osver, f.model, f.maker));
     EXPECT_EQ(std::string("linux,") + c.osver + "," + c.arch, f.osinfo);
-    EXPECT_EQ(std::tie(c.memoryMb, c.usedKib, c.totalKib), std::tie(f.memoryMb, f.usedKib, f.totalKib));
+    EXPECT_EQ(std::make_tuple(c.memoryMb, c.usedKib, c.totalKib, c.rssKib, c.rssKib ? 0 : -1),
+              std::make_tuple(f.memoryMb, f.usedKib, f.totalKib, f.rssKib, f.rssResult));
     EXPECT_FLOAT_EQ(static_cast<float>(c.usedKib) * 100.0f / static_cast<float>(c.totalKib), f.percent);
-    unsigned long long rss = 0;
-    EXPECT_EQ(c.rssKib ? 0 : -1, get_process_memory(rss));
-    EXPECT_EQ(c.rssKib, rss);
   }
 }
 
@@ -202,11 +201,10 @@ TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
     if (c.meminfo) tree.Write("/proc/meminfo", c.meminfo);
     float percent = -1;
     unsigned long long used = 9, total = 9, mb = 9;
-    EXPECT_EQ(c.result, get_memory_usage(percent, used, total));
-    EXPECT_EQ(std::tie(c.usedKib, c.totalKib), std::tie(used, total));
+    const int rc = get_memory_usage(percent, used, total), sizeRc = get_memory_size(mb);
+    EXPECT_EQ(std::make_tuple(c.result, c.usedKib, c.totalKib, 0, c.memoryMb),
+              std::make_tuple(rc, used, total, sizeRc, mb));
     EXPECT_EQ(total ? used * 100.0f / total : 0.0f, percent);
-    EXPECT_EQ(0, get_memory_size(mb));
-    EXPECT_EQ(c.memoryMb, mb);
   }
 }
 
@@ -226,15 +224,13 @@ TEST(SystemFacts, OsVersionRecordFromTheKernelRelease) {
     CmFsTree tree;
     if (c.release) tree.Write("/proc/sys/kernel/osrelease", c.release);
     uint32_t major = 7, minor = 7, patch = 7;
-    const bool valid = TvxGetOSVersionNumber(major, minor, patch);
-    EXPECT_EQ(std::tie(c.valid, c.major, c.minor, c.patch), std::tie(valid, major, minor, patch));
-    EXPECT_EQ(100u, TvxGetOSVersion());
     int64_t m = -1;
+    const bool valid = TvxGetOSVersionNumber(major, minor, patch);
     getMacSystemVersion(&m, nullptr, nullptr);
-    EXPECT_EQ(static_cast<int64_t>(c.major), m);
-    EXPECT_STREQ(c.text, kel_get_osver());
-    EXPECT_STREQ("unknown", kel_get_osarch());
-    EXPECT_EQ(std::string("linux,") + c.text + ",", kel_get_osinfo());
+    EXPECT_EQ(std::make_tuple(c.valid, c.major, c.minor, c.patch, int64_t{c.major}, 100u),
+              std::make_tuple(valid, major, minor, patch, m, TvxGetOSVersion()));
+    EXPECT_EQ((std::vector<std::string>{c.text, "unknown", std::string("linux,") + c.text + ","}),
+              (std::vector<std::string>{kel_get_osver(), kel_get_osarch(), kel_get_osinfo()}));
   }
 }
 

@@ -52,10 +52,7 @@ __attribute__((visibility("default"))) int nvmlDeviceGetUtilizationRates(nvmlDev
   return 0;
 }
 __attribute__((visibility("default"))) int nvmlDeviceGetPciInfo_v3(nvmlDevice_st* device, PciInfo* info) {
-  std::memset(info, 0, sizeof *info);
-  info->domain = device->domain;
-  info->bus = device->bus;
-  info->device = device->device;
+  *info = {{}, device->domain, device->bus, device->device, 0, 0, {}};  // zero but the address
   return 0;
 }
 }
