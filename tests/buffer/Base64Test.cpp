@@ -22,9 +22,10 @@ std::string Decode(const char* text) {
 }
 
 TEST(Base64, Rfc4648Vectors) {
-  const char* plain[] = {"", "f", "fo", "foo", "foob", "fooba", "foobar"};
-  const char* text[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"};
-  for (int i = 0; i < 7; ++i) {
+  // The last pair reaches the top two symbols of the alphabet.
+  const char* plain[] = {"", "f", "fo", "foo", "foob", "fooba", "foobar", "\xfb\xff"};
+  const char* text[] = {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy", "+/8="};
+  for (int i = 0; i < 8; ++i) {
     EXPECT_EQ(text[i], Encode(plain[i])) << plain[i];
     EXPECT_EQ(plain[i], Decode(text[i])) << text[i];
   }
@@ -44,8 +45,6 @@ TEST(Base64, AllByteValuesAndLengthsRoundTrip) {
   std::string text = Encode(all);
   EXPECT_EQ(std::string::npos,
             text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="));
-  EXPECT_EQ("+/8=", Encode("\xfb\xff"));
-  EXPECT_EQ("\xfb\xff", Decode("+/8="));
 }
 
 TEST(XBase64, DecodeIntoCallerBuffer) {
@@ -67,8 +66,7 @@ TEST(XBase64, AgreesWithTheStringCodec) {
   for (unsigned int len = 0; len < 100; ++len) {
     std::string bytes(len, '\0');
     for (auto& c : bytes) c = static_cast<char>(rng());
-    CCmString text;
-    CM_Base64Encode(reinterpret_cast<const unsigned char*>(bytes.data()), len, text);
+    std::string text = Encode(bytes);
     std::string buf(xbase64_calc_encode_buf_size(len), '\0');
     int n = xbase64_encode(reinterpret_cast<const unsigned char*>(bytes.data()), len, &buf[0],
                            static_cast<unsigned int>(buf.size()));

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "cmutil/base/KelUnknown.h"
@@ -20,8 +21,11 @@ class CTestData : public ITestData, public kel::CKelUnknownImpl {
   KEL_IMPLEMENT_UNKNOWN()
 };
 
-TEST(KelUnknown, CountsAndDeletesAtZero) {
-  g_destroyed = 0;
+class KelUnknown : public ::testing::Test {
+  void SetUp() override { g_destroyed = 0; }
+};
+
+TEST_F(KelUnknown, CountsAndDeletesAtZero) {
   CTestData* d = new CTestData();
   EXPECT_EQ(0u, d->GetReference());
   EXPECT_EQ(1u, d->AddRef());
@@ -37,8 +41,7 @@ TEST(KelUnknown, CountsAndDeletesAtZero) {
   EXPECT_EQ(2, g_destroyed.load());
 }
 
-TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
-  g_destroyed = 0;
+TEST_F(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
   CTestData* d = new CTestData(1);
   EXPECT_EQ(CM_ERROR_NULL_POINTER, d->QueryInterface(kel::IID_IKelUnknown, nullptr));
 
@@ -52,14 +55,12 @@ TEST(KelUnknown, QueryInterfaceAnswersOnlyTheBaseId) {
   other.data[15] ^= 1;
   out = &other;
   EXPECT_EQ(CM_ERROR_NO_INTERFACE, d->QueryInterface(other, &out));
-  EXPECT_EQ(nullptr, out);
-  EXPECT_EQ(1u, d->GetReference());
+  EXPECT_EQ(std::make_tuple(static_cast<void*>(nullptr), 1u), std::make_tuple(out, d->GetReference()));
   d->Release();
   EXPECT_EQ(1, g_destroyed.load());
 }
 
-TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
-  g_destroyed = 0;
+TEST_F(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
   CTestData* d = new CTestData(1);
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -71,20 +72,17 @@ TEST(KelUnknown, ConcurrentAddRefReleaseDeletesOnce) {
     });
   }
   for (auto& t : threads) t.join();
-  EXPECT_EQ(1u, d->GetReference());
-  EXPECT_EQ(0, g_destroyed.load());
+  EXPECT_EQ(std::make_tuple(1u, 0), std::make_tuple(d->GetReference(), g_destroyed.load()));
   d->Release();
   EXPECT_EQ(1, g_destroyed.load());
 }
 
-TEST(KelUnknown, ReleaseWithoutAReferenceIsRefused) {
-  g_destroyed = 0;
+TEST_F(KelUnknown, ReleaseWithoutAReferenceIsRefused) {
   CTestData d;  // never referenced: the count is 0 and the object is not ours to delete
   CmTraceCapture cap;
   EXPECT_EQ(0u, d.Release());
   EXPECT_TRUE(cap.contains("Assert failed: count != 0"));
-  EXPECT_EQ(0u, d.GetReference());  // not wrapped around
-  EXPECT_EQ(0, g_destroyed.load());
+  EXPECT_EQ(std::make_tuple(0u, 0), std::make_tuple(d.GetReference(), g_destroyed.load()));  // not wrapped around
   EXPECT_EQ(1u, d.AddRef());
 }
 

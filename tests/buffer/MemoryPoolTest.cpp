@@ -4,6 +4,7 @@
 #include <cstring>
 #include <set>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "buffer/KELMemPool.h"
@@ -18,13 +19,13 @@ struct Pool {
   Pool(unsigned int size, unsigned int max) : p(CreateKELMemPool(size, max)) { p->Init(); }
   ~Pool() { p->Release(); }
   KELMemFixSizePoolInternal* internal() const { return static_cast<KELMemPool*>(p)->GetInternal(); }
+  std::pair<unsigned, unsigned> sizes() const { return {internal()->GetCurBlockSize(), internal()->GetFreeCount()}; }
 };
 
 TEST(MemoryPool, SmallPoolIsCreatedWholeAndExhaustsSilently) {
   CmTraceCapture cap;
   Pool pool(1024, 5);
-  EXPECT_EQ(5u, pool.internal()->GetCurBlockSize());
-  EXPECT_EQ(5u, pool.internal()->GetFreeCount());
+  EXPECT_EQ(std::make_pair(5u, 5u), pool.sizes());
   std::set<unsigned char*> got;
   for (int i = 0; i < 5; ++i) {
     unsigned char* b = pool.p->New(1024);
@@ -66,8 +67,7 @@ TEST(MemoryPool, CleanFreesFreeBuffersAndGrowsAgainFromNothing) {
   Pool pool(256, 30);
   unsigned char* out = pool.p->New(256);
   EXPECT_TRUE(pool.p->Clean());
-  EXPECT_EQ(0u, pool.internal()->GetCurBlockSize());
-  EXPECT_EQ(0u, pool.internal()->GetFreeCount());
+  EXPECT_EQ(std::make_pair(0u, 0u), pool.sizes());
   pool.p->Free(out);  // a buffer that was out joins the list again
   EXPECT_EQ(1u, pool.internal()->GetFreeCount());
   unsigned char* again = pool.p->New(256);
@@ -122,8 +122,7 @@ TEST(MemoryPool, BuffersFreedOnOneThreadServeAnotherAtTheMaximum) {
     EXPECT_EQ(nullptr, pool.p->New(64));
   })
       .join();
-  EXPECT_EQ(100u, got.size());
-  EXPECT_EQ(100u, pool.internal()->GetCurBlockSize());
+  EXPECT_EQ(std::make_pair(size_t{100}, 100u), std::make_pair(got.size(), pool.internal()->GetCurBlockSize()));
   for (unsigned char* b : got) pool.p->Free(b);
   pool.p->Clean();  // frees what the threads keep too (the leak check sees the rest)
   EXPECT_EQ(0u, pool.internal()->GetFreeCount());

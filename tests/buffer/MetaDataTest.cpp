@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -67,7 +66,7 @@ TEST(MetaData, EveryScalarTypeRoundTripsThroughItsWireBytes) {
 }
 
 TEST(MetaData, StringAndRawWireBytes) {
-  CCmMetaData s, sback;
+  CCmMetaData s, sback, r, rback, ns, nsback, nr, nrback;
   s.Set("ab");
   WireAndBack(s, V({0x07, 0x00, 0x02, 0x61, 0x62}), sback);
   const char* str = nullptr;
@@ -75,28 +74,23 @@ TEST(MetaData, StringAndRawWireBytes) {
   EXPECT_STREQ("ab", str);
 
   const unsigned char raw[] = {0xff, 0x00};
-  CCmMetaData r, rback;
   r.Set(raw, 2);
   WireAndBack(r, V({0x08, 0x00, 0x00, 0x00, 0x02, 0xff, 0x00}), rback);
   unsigned char* p = nullptr;
   unsigned int len = 0;
   EXPECT_EQ(CM_OK, rback.Get(p, len));
-  ASSERT_EQ(2u, len);
-  EXPECT_EQ(0, memcmp(raw, p, 2));
+  EXPECT_EQ(V(raw, raw + 2), V(p, p + len));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, r.Set("ab"));  // raw and string do not mix either
   EXPECT_EQ(CM_ERROR_INVALID_ARG, s.Set(raw, 2));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, r.Get(str));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, s.Get(p, len));
 
   // Null string and null raw travel as length 0 and come back as null.
-  CCmMetaData ns, nsback;
   ns.Set(static_cast<const char*>(nullptr));
   WireAndBack(ns, V({0x07, 0x00, 0x00}), nsback);
   str = "x";
-  EXPECT_EQ(CM_OK, nsback.Get(str));
-  EXPECT_EQ(nullptr, str);
+  EXPECT_TRUE(nsback.Get(str) == CM_OK && str == nullptr);
 
-  CCmMetaData nr, nrback;
   nr.Set(raw, 0);
   WireAndBack(nr, V({0x08, 0x00, 0x00, 0x00, 0x00}), nrback);
   p = const_cast<unsigned char*>(raw);
@@ -107,13 +101,12 @@ TEST(MetaData, StringAndRawWireBytes) {
 
 TEST(MetaData, ParsingBadInput) {
   CmTraceCapture cap;
-  CCmMetaData empty;
-  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V(), empty));  // no tag: stays unknown
+  CCmMetaData empty, bad, nine, shortInt, shortStr, hugeRaw;  // a fresh value for each input
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(V(), empty));             // no tag: stays unknown
   EXPECT_EQ(static_cast<unsigned int>(CM_DATA_UNKNOW), empty.GetType());
   EXPECT_TRUE(cap.contains("CCmByteStreamT::Read, can't read. m_ResultRead="));
   EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
 
-  CCmMetaData bad;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x0a, 0x00}), bad));
   EXPECT_EQ(10u, bad.GetType());  // the tag stays stored
   EXPECT_TRUE(cap.contains("Assert failed: FALSE"));
@@ -130,25 +123,20 @@ TEST(MetaData, ParsingBadInput) {
   EXPECT_EQ(V({0x0a}), Bytes(out10));  // the tag byte goes out before the refusal
   EXPECT_EQ(0u, cap.count("m_nType != CM_DATA_UNKNOW"));
 
-  CCmMetaData nine;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x09}), nine));
 
-  CCmMetaData shortInt;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x02, 0x00, 0x01}), shortInt));
   EXPECT_TRUE(cap.contains("Assert failed: bGood"));
 
   // A string that claims more bytes than there are.
-  CCmMetaData shortStr;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x07, 0x00, 0x05, 'a', 'b'}), shortStr));
 
   // A raw value claiming 4 GiB allocates only what is there.
-  CCmMetaData hugeRaw;
   EXPECT_EQ(CM_ERROR_FAILURE, Parse(V({0x08, 0xff, 0xff, 0xff, 0xff, 1, 2, 3}), hugeRaw));
   unsigned char* p = nullptr;
   unsigned int len = 0;
   EXPECT_EQ(CM_OK, hugeRaw.Get(p, len));
-  EXPECT_EQ(3u, len);
-  EXPECT_EQ(V({1, 2, 3}), V(p, p + len));
+  EXPECT_EQ(V({1, 2, 3}), V(p, p + len));  // and so len is 3
 }
 
 TEST(MetaData, StreamFromReplacesAnOwnedValue) {
@@ -156,8 +144,7 @@ TEST(MetaData, StreamFromReplacesAnOwnedValue) {
   m.Set("old value");
   ASSERT_EQ(CM_OK, Parse(V({0x02, 0x00, 0x00, 0x00, 0x07}), m));  // no leak (ASan)
   int v = 0;
-  EXPECT_EQ(CM_OK, m.Get(v));
-  EXPECT_EQ(7, v);
+  EXPECT_TRUE(m.Get(v) == CM_OK && v == 7) << v;
 }
 
 TEST(ByteStream, IntegersAreBigEndianAndStringsLengthPrefixed) {
@@ -181,9 +168,8 @@ TEST(ByteStream, IntegersAreBigEndianAndStringsLengthPrefixed) {
             std::make_tuple(w, d, q, s1, s2, dbl));
   int more = 42;
   os >> more;
-  EXPECT_FALSE(os.IsGood());
-  EXPECT_EQ(CM_ERROR_PARTIAL_DATA, os.GetResultRead());
-  EXPECT_EQ(42, more);  // a failed read leaves the target alone
+  // A failed read leaves the target alone.
+  EXPECT_EQ(std::make_tuple(false, CM_ERROR_PARTIAL_DATA, 42), std::make_tuple(os.IsGood(), os.GetResultRead(), more));
 
   CCmMessageBlock nb(8u);
   CCmByteStreamNetwork ns(nb);
