@@ -41,19 +41,12 @@ struct Bytes {
 inline Bytes nl_message(uint16_t type, uint32_t seq, const Bytes& payload) {
   Bytes m;
   m.put<uint32_t>(static_cast<uint32_t>(16 + payload.data.size())).put<uint16_t>(type).put<uint16_t>(2);
-  m.put<uint32_t>(seq).put<uint32_t>(0);
-  return m.append(payload);
+  return m.put<uint32_t>(seq).put<uint32_t>(0).append(payload);
 }
 
 /// A generic netlink message: command header then attributes.
 inline Bytes genl_message(uint16_t family, uint32_t seq, uint8_t command, const Bytes& attributes) {
-  Bytes payload;
-  payload.put<uint8_t>(command).put<uint8_t>(1).put<uint16_t>(0).append(attributes);
-  return nl_message(family, seq, payload);
+  return nl_message(family, seq, Bytes().put<uint8_t>(command).put<uint8_t>(1).put<uint16_t>(0).append(attributes));
 }
 
-inline Bytes nl_done(uint32_t seq) {
-  Bytes zero;
-  zero.put<int32_t>(0);
-  return nl_message(3, seq, zero);
-}
+inline Bytes nl_done(uint32_t seq) { return nl_message(3, seq, Bytes().put<int32_t>(0)); }

@@ -43,11 +43,11 @@ std::string describe(const local_addr_t* list) {
 
 // A list from "address interface kind expiry, ...": expiry 0 is never, F an hour
 // ahead, F+n n seconds later, P long past.
-local_addr_t* make_list(const char* spec) {
+local_addr_t* make_list(const char* entries) {
   const uint64_t future = static_cast<uint64_t>(time(nullptr)) + 3600;
   local_addr_t* list = nullptr;
   local_addr_t** tail = &list;
-  std::istringstream in(spec);
+  std::istringstream in(entries);
   for (std::string item; std::getline(in, item, ',');) {
     char text[64] = {}, ifname[16] = {}, expiry[16] = {};
     uint32_t flag = 0;
@@ -128,10 +128,9 @@ TEST(LocalAddressPrune, StrcpyForsafe) {
   EXPECT_STREQ("ab", out);
   EXPECT_EQ(0, strcpy_forsafe(out, "abcdef", sizeof out, sizeof out));  // one too many for the terminator
   EXPECT_STREQ("abc", out);
-  EXPECT_EQ(-1, strcpy_forsafe(nullptr, "a", 1, 4));
-  EXPECT_EQ(-1, strcpy_forsafe(out, nullptr, 1, 4));
-  EXPECT_EQ(-1, strcpy_forsafe(out, "a", 0, 4));
-  EXPECT_EQ(-1, strcpy_forsafe(out, "a", 1, 0));
+  EXPECT_EQ(std::make_tuple(-1, -1, -1, -1),
+            std::make_tuple(strcpy_forsafe(nullptr, "a", 1, 4), strcpy_forsafe(out, nullptr, 1, 4),
+                            strcpy_forsafe(out, "a", 0, 4), strcpy_forsafe(out, "a", 1, 0)));
 }
 
 // Adds address/64 to lo as the kernel's router-advertisement code would label it
@@ -213,8 +212,8 @@ TEST(LocalAddressKernel, ProcFallbackWhenNetlinkIsRefused) {
   inet_pton(AF_INET6, "fd00::2", &node.addr.sin6_addr);
   CmTraceCapture capture;
   EXPECT_FALSE(cm_fill_v6_addr_detail("eth0", &node));  // no lifetimes in if_inet6
-  EXPECT_EQ(16u, node.flag);                            // 0x82: permanent
-  EXPECT_STREQ("eth0", node.ifname);
+  // Flags 0x82 in if_inet6: permanent.
+  EXPECT_EQ(std::make_pair(16u, std::string("eth0")), std::make_pair(node.flag, std::string(node.ifname)));
   EXPECT_TRUE(capture.contains(2, "get_v6_lifetime, errno="));
   disable_detect_manual_ipv6(true);
   cm_fill_v6_addr_detail("eth0", &node);

@@ -8,62 +8,55 @@
 
 #include "cmutil/trace/CmTextFormator.h"
 
-namespace {
-
-struct Formatted {
+// A fresh 1024-byte formator for each test.
+class TextFormator : public ::testing::Test {
+ protected:
   char buffer[1024];
   CCmTextFormator text{buffer, sizeof buffer};
   std::string str() { return std::string(static_cast<char*>(text)); }
 };
 
-}  // namespace
-
-TEST(TextFormator, CutsAppendsAtCapacityMinusReserve) {
-  Formatted f;
+TEST_F(TextFormator, CutsAppendsAtCapacityMinusReserve) {
   std::string big(2000, 'x');
-  f.text << big.c_str();
+  text << big.c_str();
   const auto full = std::make_tuple(928u, '\0', std::string(928, 'x'));  // position, terminator, text
-  EXPECT_EQ(full, std::make_tuple(f.text.tell(), f.buffer[928], f.str()));
+  EXPECT_EQ(full, std::make_tuple(text.tell(), buffer[928], str()));
   // Once full, further appends of any kind add nothing and keep the terminator.
-  f.text << 12345 << "more" << 2.5 << static_cast<void*>(f.buffer);
-  EXPECT_EQ(full, std::make_tuple(f.text.tell(), f.buffer[928], f.str()));
+  text << 12345 << "more" << 2.5 << static_cast<void*>(buffer);
+  EXPECT_EQ(full, std::make_tuple(text.tell(), buffer[928], str()));
 }
 
-TEST(TextFormator, HexSwitchCoversOneIntegerOnly) {
-  Formatted f;
-  f.text << CCmTextFormator::hex << 255u << 255u;
-  EXPECT_EQ(f.str(), "ff255");
-  f.text.reset();
-  EXPECT_EQ(std::make_pair(std::string(), 0u), std::make_pair(f.str(), f.text.tell()));
+TEST_F(TextFormator, HexSwitchCoversOneIntegerOnly) {
+  text << CCmTextFormator::hex << 255u << 255u;
+  EXPECT_EQ(str(), "ff255");
+  text.reset();
+  EXPECT_EQ(std::make_pair(std::string(), 0u), std::make_pair(str(), text.tell()));
   // Decimal cancels a pending switch; unknown ordix values are ignored.
-  f.text << CCmTextFormator::hex << CCmTextFormator::decimal << 255 << " " << CCmTextFormator::hex
-         << static_cast<CCmOrdix>(7) << 255;
-  EXPECT_EQ(f.str(), "255 ff");
+  text << CCmTextFormator::hex << CCmTextFormator::decimal << 255 << " " << CCmTextFormator::hex
+       << static_cast<CCmOrdix>(7) << 255;
+  EXPECT_EQ(str(), "255 ff");
 }
 
-TEST(TextFormator, IntegersOfEveryWidth) {
-  Formatted f;
-  f.text << static_cast<char>(65) << " " << static_cast<short>(-7) << " " << INT_MIN << " "
-         << static_cast<unsigned char>(200) << " " << static_cast<unsigned short>(65535) << " " << UINT_MAX << " "
-         << LONG_MIN << " " << ULONG_MAX << " " << 100;  // 100 is a whole pair: the pair loop must take it
-  EXPECT_EQ(f.str(), "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615 100");
+TEST_F(TextFormator, IntegersOfEveryWidth) {
+  text << static_cast<char>(65) << " " << static_cast<short>(-7) << " " << INT_MIN << " "
+       << static_cast<unsigned char>(200) << " " << static_cast<unsigned short>(65535) << " " << UINT_MAX << " "
+       << LONG_MIN << " " << ULONG_MAX << " " << 100;  // 100 is a whole pair: the pair loop must take it
+  EXPECT_EQ(str(), "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615 100");
 }
 
-TEST(TextFormator, PointersAreLowerHexWithoutLeadingZeros) {
-  Formatted f;
-  f.text << reinterpret_cast<void*>(0x1234) << " " << static_cast<void*>(nullptr) << " "
-         << reinterpret_cast<const void*>(0xABCDEF);
-  EXPECT_EQ(f.str(), "0x1234 0x0 0xabcdef");
+TEST_F(TextFormator, PointersAreLowerHexWithoutLeadingZeros) {
+  text << reinterpret_cast<void*>(0x1234) << " " << static_cast<void*>(nullptr) << " "
+       << reinterpret_cast<const void*>(0xABCDEF);
+  EXPECT_EQ(str(), "0x1234 0x0 0xabcdef");
   // A pointer clears a pending hex switch.
-  f.text.reset();
-  f.text << CCmTextFormator::hex << static_cast<void*>(nullptr) << 16;
-  EXPECT_EQ(f.str(), "0x016");
+  text.reset();
+  text << CCmTextFormator::hex << static_cast<void*>(nullptr) << 16;
+  EXPECT_EQ(str(), "0x016");
 }
 
-TEST(TextFormator, FloatsTruncateToThreeDigits) {
-  Formatted f;
-  f.text << 1.9999f << " " << -1.5 << " " << 2.5 << " " << 0.0019 << " " << -0.25 << " " << std::nan("");
-  EXPECT_EQ(f.str(), "1.999 -1.500 2.500 0.001 -0.250 NaN");
+TEST_F(TextFormator, FloatsTruncateToThreeDigits) {
+  text << 1.9999f << " " << -1.5 << " " << 2.5 << " " << 0.0019 << " " << -0.25 << " " << std::nan("");
+  EXPECT_EQ(str(), "1.999 -1.500 2.500 0.001 -0.250 NaN");
 }
 
 TEST(NumberText, FtoaBeyondIntRangeDoesNotCrash) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -74,8 +75,7 @@ TEST(TraceCore, SinkReceivesOnlyWithBitFour) {
     files->reset_for_test(false);  // closes the files before their folder goes
   }
   EXPECT_FALSE(cap.contains("routed"));
-  ASSERT_EQ(g_logstash.size(), 1u);
-  EXPECT_EQ(g_logstash[0], "[UTIL] routed");
+  EXPECT_EQ(g_logstash, std::vector<std::string>{"[UTIL] routed"});
   set_util_logstash_external_trace_sink(nullptr);
 }
 
@@ -102,8 +102,7 @@ TEST(TraceCore, LongMessageReachesTheSinkWhole) {
 TEST(TraceCore, AssertionsTraceCountAndReturn) {
   CmTraceCapture cap;
   const int64_t before = cm_get_assertions_count();
-  EXPECT_EQ(guarded(nullptr), CM_ERROR_INVALID_ARG);
-  EXPECT_EQ(guarded("x"), CM_OK);
+  EXPECT_EQ(std::make_tuple(CM_ERROR_INVALID_ARG, CM_OK), std::make_tuple(guarded(nullptr), guarded("x")));
   EXPECT_EQ(cm_get_assertions_count(), before + 1);
   ASSERT_EQ(cap.lines().size(), 1u);
   EXPECT_EQ(cap.lines()[0].level, 0);
@@ -126,14 +125,10 @@ TEST(TraceCore, FunctionNameCuttingAndLeadingIdComposition) {
   EXPECT_EQ("f", cut("void f()", 2));
   EXPECT_STREQ(CM_FUNC_NAME, "TraceCore_FunctionNameCuttingAndLeadingIdComposition_Test::TestBody");
 
-  cm_compose_leading_id("media.exe", "box", out, sizeof out);
-  EXPECT_STREQ(out, "media.box.");
-  cm_compose_leading_id("exe", "", out, sizeof out);
-  EXPECT_STREQ(out, "exe..");
-  cm_compose_leading_id("app.exe.bak", "h", out, sizeof out);
-  EXPECT_STREQ(out, "app.exe.bak.h.");
-  cm_compose_leading_id("abcdef", "gh", out, 5);
-  EXPECT_STREQ(out, "abcd");
+  EXPECT_EQ("media.box.", (cm_compose_leading_id("media.exe", "box", out, sizeof out), std::string(out)));
+  EXPECT_EQ("exe..", (cm_compose_leading_id("exe", "", out, sizeof out), std::string(out)));
+  EXPECT_EQ("app.exe.bak.h.", (cm_compose_leading_id("app.exe.bak", "h", out, sizeof out), std::string(out)));
+  EXPECT_EQ("abcd", (cm_compose_leading_id("abcdef", "gh", out, 5), std::string(out)));
 }
 
 TEST(TraceCore, LeadingIdProcessPartIsTheProcessName) {

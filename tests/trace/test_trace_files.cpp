@@ -26,8 +26,7 @@ namespace {
 const std::string kMarker = "************************* Current Trace Point *************************\n\n";
 
 long header_offset(const std::string& content) {
-  if (content.size() < 32) return -1;
-  return strtol(content.substr(0, 32).c_str(), nullptr, 10);
+  return content.size() < 32 ? -1 : strtol(content.substr(0, 32).c_str(), nullptr, 10);
 }
 
 // The records of a file: from the header to the offset it names.
@@ -36,6 +35,12 @@ std::string records(const std::string& path) {
   long offset = header_offset(content);
   if (offset < 32 || static_cast<size_t>(offset) > content.size()) return std::string();
   return content.substr(32, static_cast<size_t>(offset) - 32);
+}
+
+// What follows the records, where the marker stands.
+std::string tail(const std::string& path) {
+  std::string content = cm_read_file(path);
+  return content.substr(static_cast<size_t>(header_offset(content)));
 }
 
 std::vector<std::string> lines_of(const std::string& text) {
@@ -84,8 +89,7 @@ class TraceFilesTest : public ::testing::Test {
   CmTempDir m_dir;
   std::unique_ptr<CmScopedEnv> m_state;
   CCmT120Trace* m_trace = nullptr;
-  int m_option = 0;
-  int m_mask = 0;
+  int m_option = 0, m_mask = 0;
 };
 
 }  // namespace
@@ -96,21 +100,17 @@ TEST(TraceFile, FreshFileHeaderAndFirstFlush) {
   CM_TRACE_DEV dev = T120_Open_Trace_Dev(path.c_str(), 0, 0, 0);
   ASSERT_NE(nullptr, dev);
   EXPECT_EQ(dev, T120_Open_Trace_Dev(path.c_str(), 0, 0, 0));  // the same path gives the open file
-  std::string fresh = cm_read_file(path);
-  ASSERT_EQ(32u, fresh.size());
-  EXPECT_EQ(std::string("32") + std::string(29, ' ') + "\n", fresh);
+  EXPECT_EQ(std::string("32") + std::string(29, ' ') + "\n", cm_read_file(path));
 
   T120_Write_Trace_Dev(dev, nullptr, nullptr, "first");
   EXPECT_EQ(32u, cm_read_file(path).size());  // still in the buffer
   T120_Close_Trace_Dev(dev);
 
-  std::string content = cm_read_file(path);
-  long offset = header_offset(content);
-  std::string rec = content.substr(32, static_cast<size_t>(offset) - 32);
+  const std::string rec = records(path);
   EXPECT_TRUE(std::regex_match(
       rec, std::regex("\\[\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3} pid=\\d+ tid=\\d+\\] first\\n")))
       << rec;
-  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(offset)));  // the marker stands at the end
+  EXPECT_EQ(kMarker, tail(path));  // the marker stands at the end
 }
 
 TEST(TraceFile, RecordFormsAndMarkerOverwrite) {
@@ -122,15 +122,14 @@ TEST(TraceFile, RecordFormsAndMarkerOverwrite) {
   T120_Write_Trace_Dev(dev, nullptr, "src", "source only");
   T120_Write_Trace_Dev(dev, "MOD", nullptr, "module without source");
   T120_Refresh_Settings(0, 1);  // flushes every open file
-  std::string first = cm_read_file(path);
-  long offset1 = header_offset(first);
+  const long offset1 = header_offset(cm_read_file(path));
   std::vector<std::string> l = lines_of(records(path));
   ASSERT_EQ(3u, l.size());
   EXPECT_NE(std::string::npos, l[0].find("] [MOD] src:both"));
   EXPECT_NE(std::string::npos, l[1].find("] src:source only"));
   EXPECT_EQ(std::string::npos, l[1].find("[MOD]"));
   EXPECT_NE(std::string::npos, l[2].find("] module without source"));
-  EXPECT_EQ(kMarker, first.substr(static_cast<size_t>(offset1)));
+  EXPECT_EQ(kMarker, tail(path));
 
   T120_Write_Trace_Dev(dev, "MOD", "", "after");
   T120_Refresh_Settings(0, 1);
@@ -158,8 +157,7 @@ TEST(TraceFile, SizeLimitCutsAtTheOffset) {
   T120_Write_Trace_Dev(dev, nullptr, nullptr, "b");
   T120_Refresh_Settings(100, 1);
   EXPECT_TRUE(file->is_full());  // the offset had reached the limit
-  std::string content = cm_read_file(path);
-  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(header_offset(content))));
+  EXPECT_EQ(kMarker, tail(path));
   EXPECT_EQ(2u, lines_of(records(path)).size());  // nothing is lost: the records are written
   T120_Close_Trace_Dev(dev);
   CM_TRACE_DEV full = T120_Open_Trace_Dev("/dev/full", 0, 1, 0);  // every write fails: no space left
@@ -193,10 +191,8 @@ TEST(TraceFile, TwoProcessesShareAFileUnderTheLock) {
   int status = 0;
   ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 
-  std::string content = cm_read_file(path);
-  long offset = header_offset(content);
-  EXPECT_EQ(kMarker, content.substr(static_cast<size_t>(offset)));
-  std::vector<std::string> l = lines_of(content.substr(32, static_cast<size_t>(offset) - 32));
+  EXPECT_EQ(kMarker, tail(path));
+  std::vector<std::string> l = lines_of(records(path));
   ASSERT_EQ(static_cast<size_t>(2 * kLines), l.size());
   std::vector<int> seen[2] = {std::vector<int>(kLines, 0), std::vector<int>(kLines, 0)};
   std::set<long> pids;
@@ -229,9 +225,8 @@ TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   trace_line(1, "a warning line");
   trace_line(0, "an error line");
   T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
-  std::string info = records(m_trace->info_path());
-  std::string error = records(m_trace->error_path());
-  std::string warn = records(warnPath);
+  const std::string info = records(m_trace->info_path()), error = records(m_trace->error_path()),
+                    warn = records(warnPath);
   for (const char* line : {"an info line", "a warning line", "an error line"})
     EXPECT_NE(std::string::npos, info.find(std::string("] [UTIL] :") + line + "\n")) << line;
   EXPECT_EQ(3u, lines_of(info).size());  // every level; the error and warning files one each
@@ -261,9 +256,8 @@ TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
   EXPECT_LT(records(seen[10]).size(), 1000u);
   EXPECT_EQ(folder() + "/cmutil_trace_tests_error_0.log", m_trace->error_path());  // errors did not rotate
   // A file that was rotated away keeps its records up to the size it reached.
-  std::string old = cm_read_file(seen[3]);
-  EXPECT_GE(header_offset(old), 1000);
-  EXPECT_EQ(kMarker, old.substr(static_cast<size_t>(header_offset(old))));
+  EXPECT_GE(header_offset(cm_read_file(seen[3])), 1000);
+  EXPECT_EQ(kMarker, tail(seen[3]));
 }
 
 TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
@@ -272,8 +266,7 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   g_fakeSec = static_cast<int64_t>(mktime(&day));
   cm_trace_file_set_clock(&fake_clock);
   m_trace->reset_for_test();
-  std::string info0 = m_trace->info_path();
-  std::string error0 = m_trace->error_path();
+  const std::string info0 = m_trace->info_path(), error0 = m_trace->error_path();
   trace_line(0, "before midnight");
   EXPECT_EQ(info0, m_trace->info_path());
   g_fakeSec += 2;  // 00:00:01 of the next day
@@ -283,10 +276,9 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
   trace_line(0, "next day");
   T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
   // The closing files were flushed: the old day ends with the message that crossed midnight.
-  std::string oldInfo = records(info0);
-  EXPECT_NE(std::string::npos, oldInfo.find("[03/14/2026 23:59:59.250 pid="));
-  EXPECT_NE(std::string::npos, oldInfo.find("[03/15/2026 00:00:01.250 pid="));
-  EXPECT_NE(std::string::npos, oldInfo.find("after midnight"));
+  const std::string oldInfo = records(info0);
+  for (const char* part : {"[03/14/2026 23:59:59.250 pid=", "[03/15/2026 00:00:01.250 pid=", "after midnight"})
+    EXPECT_NE(std::string::npos, oldInfo.find(part)) << part;
   // The information record comes before the date test, the error record after the
   // switch: the crossing message opens the new error file.
   EXPECT_EQ(1u, lines_of(records(error0)).size());
@@ -328,8 +320,7 @@ TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
 }
 
 TEST_F(TraceFilesTest, ConcurrentThreadsLoseNoLine) {
-  const int kThreads = 4;
-  const int kLines = 5000;
+  const int kThreads = 4, kLines = 5000;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([t] {

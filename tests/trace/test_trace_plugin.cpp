@@ -96,8 +96,7 @@ class PluginRouteTest : public ::testing::Test {
   }
   CCmTvxTrace* m_tvx = nullptr;
   std::unique_ptr<PluginProbe> m_probe;
-  int m_option = 0;
-  int m_mask = 0;
+  int m_option = 0, m_mask = 0;
 };
 
 }  // namespace
