@@ -30,7 +30,7 @@ const SchemePrefix kPrefixes[] = {
 }  // namespace
 
 struct CCmHttpUrl::Impl {
-  CCmString spec;  // cached canonical text; empty when it must be rebuilt
+  CCmString asciiSpec;  // cached canonical text; empty when it must be rebuilt
   CCmString scheme;
   CCmString path;
   CCmString host;
@@ -72,7 +72,7 @@ bool CCmHttpUrl::Init(const CCmString& aUrl) {
     return false;
   }
   m_pImpl->scheme = matched->scheme;
-  m_pImpl->spec.clear();
+  m_pImpl->asciiSpec.clear();
 
   std::string_view rest = cmurl::TrimBlanks(text.substr(matched->prefix.size()));
   const size_t slash = rest.find('/');
@@ -102,7 +102,7 @@ bool CCmHttpUrl::SetNameAndPort(const CCmString& aNameAndPort) {
     m_pImpl->host.assign(aNameAndPort, 0, colon);
     SetPort(cmurl::DecimalTo16(std::string_view(aNameAndPort).substr(colon + 1)));
   }
-  m_pImpl->spec.clear();
+  m_pImpl->asciiSpec.clear();
   return !m_pImpl->host.empty();
 }
 
@@ -111,12 +111,12 @@ void CCmHttpUrl::SetPath(const CCmString& aPath) {
     m_pImpl->path = "/";
   else
     m_pImpl->path = aPath;
-  m_pImpl->spec.clear();
+  m_pImpl->asciiSpec.clear();
 }
 
 void CCmHttpUrl::SetPort(unsigned short aPort) {
   m_pImpl->port = aPort == 0 ? GetDefaultPort() : aPort;
-  m_pImpl->spec.clear();
+  m_pImpl->asciiSpec.clear();
 }
 
 unsigned short CCmHttpUrl::GetPort() const { return m_pImpl->port; }
@@ -142,21 +142,21 @@ CCmString CCmHttpUrl::GetNameAndPort(bool aIncludePort) const {
 }
 
 CCmString CCmHttpUrl::GetAsciiSpec() {
-  CCmString& spec = m_pImpl->spec;
-  if (spec.empty()) {
-    spec.reserve(64);
-    spec += m_pImpl->scheme;
-    spec += "://";
-    spec += GetNameAndPort(false);
+  CCmString& asciiSpec = m_pImpl->asciiSpec;
+  if (asciiSpec.empty()) {
+    asciiSpec.reserve(64);
+    asciiSpec += m_pImpl->scheme;
+    asciiSpec += "://";
+    asciiSpec += GetNameAndPort(false);
     const CCmString& path = m_pImpl->path;
     if (!path.empty()) {
-      if (path[0] != '/') spec += '/';
-      spec += path;
+      if (path[0] != '/') asciiSpec += '/';
+      asciiSpec += path;
     } else {
-      spec += '/';
+      asciiSpec += '/';
     }
   }
-  return spec;
+  return asciiSpec;
 }
 
 char* url_string_encode(char* src, char* dst, int dstSize) {
