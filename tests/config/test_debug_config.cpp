@@ -13,15 +13,12 @@
 
 namespace {
 
-class FixedPathProvider : public IConfigPathProvider {
- public:
+struct FixedPathProvider : IConfigPathProvider {
   FixedPathProvider(std::string path, int rv = 0) : m_path(std::move(path)), m_rv(rv) {}
   int GetConfigBasePath(std::string& path) override {
     if (m_rv == 0) path = m_path;
     return m_rv;
   }
-
- private:
   std::string m_path;
   int m_rv;
 };

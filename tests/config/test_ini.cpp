@@ -188,9 +188,8 @@ TEST_F(IniParamTest, DefaultObjectReadsNimraCfgInTheHomeFolder) {
   m_dir.write("nimra.cfg", "[S]\nwhere = home\n");
   writeConfig("[S]\nwhere = conf\n");
   CCmConfigInitFile file;
-  EXPECT_EQ(m_dir.path() + "/nimra.cfg", file.GetFilePath());
-  EXPECT_EQ("home", file.GetStringParam("S", "where", "none"));
-  EXPECT_EQ("conf", param("S", "where"));
+  EXPECT_EQ(std::make_tuple(m_dir.path() + "/nimra.cfg", std::string("home"), std::string("conf")),
+            std::make_tuple(file.GetFilePath(), file.GetStringParam("S", "where", "none"), param("S", "where")));
 
   enable_config_io_feature(false);  // the default lookup honours the switch
   EXPECT_EQ("none", file.GetStringParam("S", "where", "none"));

@@ -123,8 +123,7 @@ TEST(JsonValue, ModelOperations) {
   EXPECT_EQ(8u, av.size());
   a.Clear();
   EXPECT_EQ(0u, a.size());
-  EXPECT_TRUE(Value() == Value());
-  EXPECT_TRUE(Value(1) != Value(2));
+  EXPECT_TRUE(Value() == Value() && Value(1) != Value(2));
 }
 
 TEST(JsonValue, MoveAndCopyAssignFromOwnChild) {
@@ -159,15 +158,13 @@ TEST(JsonValue, WrongAccessIsReportedNotFatal) {
   CmTraceCapture cap;
   const int64_t before = cm_get_assertions_count();
   Value arr = json::Deserialize("[1]");
-  EXPECT_TRUE(arr[5ul].IsNull());
-  EXPECT_TRUE(Value(3)["k"].IsNull());
+  EXPECT_TRUE(arr[5ul].IsNull() && Value(3)["k"].IsNull());
   EXPECT_EQ(before + 2, cm_get_assertions_count());
   EXPECT_TRUE(cap.contains(0, "CmJsonValue.cpp"));
   EXPECT_TRUE(cap.contains(0, "Assert failed: i < m_values.size()"));
-  EXPECT_EQ(0, Value("text").ToInt());
-  EXPECT_EQ("", Value(1).ToString());
-  EXPECT_FALSE(Value(1).ToBool());
-  EXPECT_EQ(0u, Value(true).ToArray().size());
+  EXPECT_EQ(
+      std::make_tuple(0, std::string(), false, size_t{0}),
+      std::make_tuple(Value("text").ToInt(), Value(1).ToString(), Value(1).ToBool(), Value(true).ToArray().size()));
   EXPECT_EQ(before + 6, cm_get_assertions_count());
   EXPECT_TRUE(cap.contains(0, "Assert failed: m_type == kString"));
 }

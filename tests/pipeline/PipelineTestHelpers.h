@@ -86,8 +86,7 @@ class Latch {
 };
 
 struct Seen {
-  uint32_t seq;
-  uint32_t tag;
+  uint32_t seq, tag;
   unsigned short channel;
   CM_THREAD_ID thread;
   unsigned int queueSizeAfterPop;
@@ -140,8 +139,7 @@ class RecordingUnit : public ProcessUnit {
 };
 
 struct Event {
-  uint32_t type;
-  uint32_t value;
+  uint32_t type, value;
   int observer;
 };
 
@@ -195,13 +193,15 @@ inline void StartModule(ProcessModule* aModule, IProcessUnit* aUnit, ACmThread* 
   EXPECT_EQ(CM_OK, aModule->Start());
 }
 
-// A started sink module whose unit records every item.
+// A started module whose unit (a swallowing one unless given) records every item; with
+// aThread it runs on that thread.
 struct Sink {
   Ref<TestModule> module{new TestModule};
-  Ref<RecordingUnit> unit{new RecordingUnit};
-  explicit Sink(const char* aName = "sink") {
+  Ref<RecordingUnit> unit;
+  explicit Sink(const char* aName = "sink", ACmThread* aThread = nullptr, RecordingUnit* aUnit = new RecordingUnit)
+      : unit(aUnit) {
     module->SetProcessModuleInfo(aName, 2);
-    StartModule(module.get(), unit.get());
+    StartModule(module.get(), unit.get(), aThread);
   }
 };
 

@@ -35,16 +35,15 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
   ASSERT_TRUE(source.ok() && t1.ok() && t2.ok());
 
   Latch done;
-  Ref<TestModule> middle(new TestModule), sink(new TestModule);
+  Ref<TestModule> middle(new TestModule);
   Ref<RecordingUnit> forward(new RecordingUnit(RecordingUnit::kForward));
-  Ref<RecordingUnit> record(new RecordingUnit(RecordingUnit::kSwallow, &done, kPerChannel * 3));
+  Sink sink("sink", t2.get(), new RecordingUnit(RecordingUnit::kSwallow, &done, kPerChannel * 3));
+  RecordingUnit* record = sink.unit.get();
   middle->SetProcessModuleInfo("middle", 1);
-  sink->SetProcessModuleInfo("sink", 2);
   // middle output 0 -> sink input 0, middle output 1 -> sink input 1.
-  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 0, 0));
-  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.get(), 1, 1));
+  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.module.get(), 0, 0));
+  ASSERT_EQ(CM_OK, middle->AddDeliver(sink.module.get(), 1, 1));
   StartModule(middle.get(), forward.get(), t1.get());
-  StartModule(sink.get(), record.get(), t2.get());
 
   // The source interleaves its channels item by item.
   source.Post([&] {
@@ -71,8 +70,8 @@ TEST_F(PipelineThreadsTest, ThreeStagesExactlyOnceInOrderPerChannel) {
   }
   // Every item counted once per stage; no queue left anything behind.
   EXPECT_EQ(std::make_tuple(static_cast<size_t>(kPerChannel) * 3, kPerChannel, kPerChannel * 2, 0u, 0u),
-            std::make_tuple(record->Count(), middle->GetInputSampleCount(5), sink->GetInputSampleCount(1),
-                            middle->_GetProcessDataToQueueSize(), sink->_GetProcessDataToQueueSize()));
+            std::make_tuple(record->Count(), middle->GetInputSampleCount(5), sink.module->GetInputSampleCount(1),
+                            middle->_GetProcessDataToQueueSize(), sink.module->_GetProcessDataToQueueSize()));
 }
 
 TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
@@ -80,13 +79,11 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   TaskThread p1("pl-prod1"), p2("pl-prod2"), worker("pl-worker");
   ASSERT_TRUE(p1.ok() && p2.ok() && worker.ok());
   Latch done;
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
-  StartModule(m.get(), unit.get(), worker.get());
+  Sink s("sink", worker.get(), new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
   Latch go(1);
   auto produce = [&](unsigned short ch) {
     go.Wait();
-    for (uint32_t i = 0; i < kItems; ++i) Deliver(m, i, ch, ch);
+    for (uint32_t i = 0; i < kItems; ++i) Deliver(s.module, i, ch, ch);
   };
   p1.Post([&] { produce(3); });
   p2.Post([&] { produce(8); });
@@ -94,50 +91,47 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   ASSERT_TRUE(done.Wait());
   ASSERT_TRUE(worker.Flush());
   std::map<unsigned short, uint32_t> next;
-  for (const Seen& s : unit->Seen_()) {
-    ASSERT_TRUE(IsThreadEqual(worker.id(), s.thread));
-    ASSERT_EQ(s.tag, s.channel);
-    ASSERT_EQ(next[s.channel]++, s.seq) << "channel " << s.channel;
+  for (const Seen& seen : s.unit->Seen_()) {
+    ASSERT_TRUE(IsThreadEqual(worker.id(), seen.thread));
+    ASSERT_EQ(seen.tag, seen.channel);
+    ASSERT_EQ(next[seen.channel]++, seen.seq) << "channel " << seen.channel;
   }
-  EXPECT_EQ(std::make_tuple(kItems, kItems, kItems), std::make_tuple(next[3], next[8], m->GetInputSampleCount(3)));
+  EXPECT_EQ(std::make_tuple(kItems, kItems, kItems),
+            std::make_tuple(next[3], next[8], s.module->GetInputSampleCount(3)));
 }
 
 TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches) {
   TaskThread worker("pl-batch");
   ASSERT_TRUE(worker.ok());
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit);
-  StartModule(m.get(), unit.get(), worker.get());
-
+  Sink s("sink", worker.get());
   Hold(worker);
-  for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, Deliver(m, i, 2));
-  EXPECT_EQ(20u, m->GetProcessModuleQueueSize(2));
-  EXPECT_EQ(20u, worker.get()->GetEventQueue()->GetPendingEventsCount());
-  EXPECT_EQ(0u, unit->Count());
+  for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(CM_OK, Deliver(s.module, i, 2));
+  EXPECT_EQ(std::make_tuple(20u, 20u, size_t{0}),
+            std::make_tuple(s.module->GetProcessModuleQueueSize(2),
+                            worker.get()->GetEventQueue()->GetPendingEventsCount(), s.unit->Count()));
   m_release.CountDown();
   ASSERT_TRUE(worker.Flush());
-  ASSERT_EQ(20u, unit->Count());
+  ASSERT_EQ(20u, s.unit->Count());
   // The first drain event took 8 items (queue 19 .. 12 after each pop), the second the
   // next 8, the third the last 4; the remaining events found the queue empty.
-  const auto seen = unit->Seen_();
+  const auto seen = s.unit->Seen_();
   for (uint32_t i = 0; i < 20; ++i)
     EXPECT_EQ(std::make_pair(i, 19u - i), std::make_pair(seen[i].seq, seen[i].queueSizeAfterPop));
-  EXPECT_EQ(0u, m->GetProcessModuleQueueSize(2));
+  EXPECT_EQ(0u, s.module->GetProcessModuleQueueSize(2));
 }
 
 TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {
   TaskThread worker("pl-unlink");
   ASSERT_TRUE(worker.ok());
-  Ref<TestModule> src(new TestModule), sink(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit);
-  StartModule(sink.get(), unit.get(), worker.get());
-  ASSERT_EQ(CM_OK, src->AddDeliver(sink.get(), 0, 0));
+  Ref<TestModule> src(new TestModule);
+  Sink sink("sink", worker.get());
+  ASSERT_EQ(CM_OK, src->AddDeliver(sink.module.get(), 0, 0));
   // src not started: straight to its output 0
   for (uint32_t i = 0; i < 10; ++i) Deliver(src, i, 0);
-  ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.get()));
+  ASSERT_EQ(CM_OK, src->RemoveDeliver(sink.module.get()));
   for (uint32_t i = 10; i < 20; ++i) Deliver(src, i, 0);
   ASSERT_TRUE(worker.Flush());
-  EXPECT_EQ(std::make_pair(size_t{10}, 20u), std::make_pair(unit->Count(), src->GetOutputSampleCount(0)));
+  EXPECT_EQ(std::make_pair(size_t{10}, 20u), std::make_pair(sink.unit->Count(), src->GetOutputSampleCount(0)));
 }
 
 TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
@@ -156,8 +150,8 @@ TEST_F(PipelineThreadsTest, ReleasingModuleWithItemsInFlightIsSafe) {
   // Every item was processed on the worker, then the last event took the module away.
   ASSERT_EQ(10u, unit->Count());
   for (const Seen& s : unit->Seen_()) EXPECT_TRUE(IsThreadEqual(worker.id(), s.thread));
-  EXPECT_EQ(nullptr, unit->GetProcessModule());
-  EXPECT_EQ(1u, unit->GetReference());
+  EXPECT_EQ(std::make_pair(static_cast<IProcessModule*>(nullptr), 1u),
+            std::make_pair(unit->GetProcessModule(), unit->GetReference()));
 }
 
 }  // namespace

@@ -41,13 +41,12 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
 
   for (unsigned short ch : {0, 5, 15}) EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
-  EXPECT_EQ(0u, srcUnit->Count());  // not started: the unit is bypassed
-  ASSERT_EQ(3u, out0.unit->Count());
-  for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);
   EXPECT_EQ((std::vector<uint32_t>{0, 5, 15}), Seqs(out0.unit.get()));
-  EXPECT_EQ(0u, out1.unit->Count());
-  EXPECT_EQ(std::make_tuple(1u, 3u, 0u),
-            std::make_tuple(src->GetInputSampleCount(5), src->GetOutputSampleCount(0), src->GetOutputSampleCount(1)));
+  for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);
+  // Not started: the unit is bypassed, and nothing leaves on output 1.
+  EXPECT_EQ(std::make_tuple(size_t{0}, size_t{0}, 1u, 3u, 0u),
+            std::make_tuple(srcUnit->Count(), out1.unit->Count(), src->GetInputSampleCount(5),
+                            src->GetOutputSampleCount(0), src->GetOutputSampleCount(1)));
 
   // Initialised but not started still passes through; stopped passes through too.
   ASSERT_EQ(CM_OK, src->InitModule());
@@ -58,9 +57,7 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
 }
 
 TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> emit(new RecordingUnit(RecordingUnit::kEmit));
-  StartModule(m.get(), emit.get());
+  Sink m("m", nullptr, new RecordingUnit(RecordingUnit::kEmit));
   std::vector<int> order;
   std::mutex mu;
   struct OrderUnit : ProcessUnit {
@@ -77,11 +74,11 @@ TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
   Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
   int id = 1;
   for (TestModule* x : {a.get(), b.get(), c.get()}) StartModule(x, new OrderUnit(id++, &order, &mu));
-  ASSERT_EQ(CM_OK, m->AddDeliver(b.get(), 0, 0));
-  ASSERT_EQ(CM_OK, m->AddDeliver(a.get(), 0, 0));
-  ASSERT_EQ(CM_OK, m->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
+  ASSERT_EQ(CM_OK, m.module->AddDeliver(b.get(), 0, 0));
+  ASSERT_EQ(CM_OK, m.module->AddDeliver(a.get(), 0, 0));
+  ASSERT_EQ(CM_OK, m.module->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
   TestData* d = new TestData(1);
-  m->DeliverData(d, 0);
+  m.module->DeliverData(d, 0);
   EXPECT_EQ(1u, d->GetReference());  // the emitted reference was released after delivery
   d->Release();
   EXPECT_EQ((std::vector<int>{2, 1}), order);
@@ -130,11 +127,11 @@ TEST_F(ProcessModuleTest, MissingEventQueueAssertsAndKeepsItemQueued) {
   const int64_t before = cm_get_assertions_count();
   TestData* d = new TestData(1);
   EXPECT_EQ(CM_OK, m.module->DeliverData(d, 1));
-  EXPECT_EQ(before + 1, cm_get_assertions_count());
   EXPECT_TRUE(cap.contains("Assert failed: pEventQueue != NULL"));
-  EXPECT_EQ(1u, m.module->GetProcessModuleQueueSize(1));
-  EXPECT_EQ(2u, d->GetReference());  // the queue holds its own reference
-  EXPECT_EQ(0u, m.unit->Count());
+  // Queued once, and the queue holds its own reference.
+  EXPECT_EQ(std::make_tuple(before + 1, 1u, 2u, size_t{0}),
+            std::make_tuple(cm_get_assertions_count(), m.module->GetProcessModuleQueueSize(1), d->GetReference(),
+                            m.unit->Count()));
   d->Release();
   m.module->SetProcessModuleThread(nullptr);
   m.module.reset();  // destruction releases the queued item
@@ -249,9 +246,8 @@ TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQu
   // module must release each of them exactly once.
   TaskThread live("pm-live");
   ASSERT_TRUE(live.ok());
-  Ref<TestModule> m(new TestModule);
-  Ref<RecordingUnit> unit(new RecordingUnit);
-  StartModule(m.get(), unit.get());
+  Sink s;
+  TestModule* m = s.module.get();
   m->SetProcessModuleThread(live.get());
   live.get()->Stop();  // the queue is stopped: drain events are destroyed unfired
   CmTraceCapture cap;
@@ -263,12 +259,10 @@ TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQu
   }
   EXPECT_TRUE(cap.contains(1, "ProcessModule::DeliverData, PostEvent failed, rv="));
   EXPECT_TRUE(cap.contains(1, " channel_id=3 queue_size=1 [this="));
-  EXPECT_EQ(50u, m->_GetProcessDataToQueueSize());
-  EXPECT_EQ(4u, m->GetProcessModuleQueueSize(0));
-  EXPECT_EQ(m_liveBefore + 50, LiveData().load());
-  m.reset();
-  EXPECT_EQ(m_liveBefore, LiveData().load());
-  EXPECT_EQ(0u, unit->Count());
+  EXPECT_EQ(std::make_tuple(50u, 4u, m_liveBefore + 50),
+            std::make_tuple(m->_GetProcessDataToQueueSize(), m->GetProcessModuleQueueSize(0), LiveData().load()));
+  s.module.reset();
+  EXPECT_EQ(std::make_pair(m_liveBefore, size_t{0}), std::make_pair(LiveData().load(), s.unit->Count()));
 }
 
 }  // namespace

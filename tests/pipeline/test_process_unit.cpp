@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <tuple>
 #include <vector>
 
@@ -28,8 +29,8 @@ TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
   Ref<MakerUnit> unit(new MakerUnit);
   TestData* in = new TestData(1);
   EXPECT_EQ(CM_OK, unit->Process(in, 0));
-  EXPECT_EQ(1, unit->calls);
-  EXPECT_EQ(m_liveBefore + 1, LiveData().load());  // only the input is left
+  // Called once, and only the input is left.
+  EXPECT_EQ(std::make_pair(1, m_liveBefore + 1), std::make_pair(unit->calls, LiveData().load()));
   in->Release();
 }
 
@@ -56,11 +57,9 @@ TEST(ProcessConfigTest, BufferSizeRules) {
   ASSERT_EQ(CM_OK, cfg.ConfigProcess("five", "abcde"));
   std::memset(buf, 'x', sizeof buf);
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("six", buf, size));
-  EXPECT_EQ(6u, size);
-  EXPECT_EQ('x', buf[0]);
+  EXPECT_EQ(std::make_pair(6u, 'x'), std::make_pair(size, buf[0]));
   EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("five", buf, size));
-  EXPECT_STREQ("abcde", buf);
-  EXPECT_EQ(5u, size);
+  EXPECT_EQ(std::make_pair(std::string("abcde"), 5u), std::make_pair(std::string(buf), size));
 }
 
 TEST(ProcessConfigTest, OverwriteAbsentAndBadArguments) {
