@@ -5,33 +5,19 @@
 #include <utility>
 #include <vector>
 
+#include "buffer/WireBytes.h"
 #include "cmutil/buffer/CmMetaData.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
 
-std::vector<unsigned char> Bytes(CCmMessageBlock& mb) {
-  std::string s = mb.FlattenChained();
-  return std::vector<unsigned char>(s.begin(), s.end());
-}
-
 /// Streams `value` into a fresh block and returns the wire bytes.
-std::vector<unsigned char> Wire(const CCmMetaData& value, unsigned int room = 256) {
+V Wire(const CCmMetaData& value, unsigned int room = 256) {
   CCmMessageBlock mb(room);
   CCmByteStreamNetwork os(mb);
   EXPECT_EQ(CM_OK, value.StreamTo(os));
   return Bytes(mb);
 }
-
-/// Parses `wire` into a fresh value; returns the result code.
-CmResult Parse(const std::vector<unsigned char>& wire, CCmMetaData& out) {
-  CCmMessageBlock mb(static_cast<unsigned int>(wire.size()), reinterpret_cast<const char*>(wire.data()), 0,
-                     static_cast<unsigned int>(wire.size()));
-  CCmByteStreamNetwork is(mb);
-  return out.StreamFrom(is);
-}
-
-typedef std::vector<unsigned char> V;
 
 // Checks m's wire bytes and parses them into back.
 void WireAndBack(const CCmMetaData& m, const V& wire, CCmMetaData& back) {

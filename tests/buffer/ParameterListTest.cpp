@@ -3,25 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "buffer/WireBytes.h"
 #include "cmutil/buffer/CmParameterList.h"
 #include "common/CmTraceCapture.h"
 
 namespace {
-
-typedef std::vector<unsigned char> V;
-
-V Bytes(CCmMessageBlock& mb) {
-  std::string s = mb.FlattenChained();
-  return V(s.begin(), s.end());
-}
-
-// Parses `wire` into `list`; returns the result code.
-CmResult Parse(const V& wire, CCmParameterList& list) {
-  CCmMessageBlock mb(static_cast<unsigned int>(wire.size()), reinterpret_cast<const char*>(wire.data()), 0,
-                     static_cast<unsigned int>(wire.size()));
-  CCmByteStreamNetwork is(mb);
-  return list.StreamFrom(is);
-}
 
 TEST(ParameterList, StreamsTheExampleBytes) {
   CCmParameterList list;
