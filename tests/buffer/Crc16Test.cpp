@@ -31,16 +31,14 @@ TEST(Crc16, RunningValueAcrossPiecesAndAllLengths) {
       EXPECT_EQ(BitwiseCrc(start, data.data(), len), crc) << len;
     }
   }
-  unsigned short whole = 0, pieces = 0;
-  CalcCRC16(whole, data.data(), 3000);
+  unsigned short pieces = 0;  // the steps add up to 3000
   size_t pos = 0;
   for (size_t step : {1, 3, 8, 13, 64, 911, 2000}) {
     size_t n = std::min(step, data.size() - pos);
     CalcCRC16(pieces, data.data() + pos, static_cast<unsigned int>(n));
     pos += n;
   }
-  ASSERT_EQ(3000u, pos);
-  EXPECT_EQ(whole, pieces);
+  EXPECT_EQ(BitwiseCrc(0, data.data(), 3000), pieces);
 }
 
 TEST(Crc16, NullDataReturnsZeroAndKeepsTheRunningValue) {

@@ -12,7 +12,7 @@
 
 namespace {
 
-TEST(DataBlock, CreateInstanceCopiesAndCountsOne) {
+TEST(DataBlock, CreateInstanceCopiesAndTheLastReleaseFrees) {
   CCmDataBlock* db = nullptr;
   ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstance(db, 5, "hello"));
   ASSERT_NE(nullptr, db);
@@ -22,34 +22,30 @@ TEST(DataBlock, CreateInstanceCopiesAndCountsOne) {
   // The payload lives in the same allocation, right after the header.
   EXPECT_GT(reinterpret_cast<uintptr_t>(db->GetBasePtr()), reinterpret_cast<uintptr_t>(db));
   EXPECT_LE(reinterpret_cast<uintptr_t>(db->GetBasePtr()), reinterpret_cast<uintptr_t>(db) + 64);
-  EXPECT_EQ(0u, db->ReleaseReference());  // freed: ASan reports a leak or double free otherwise
+  // Shared: freed once, by the last release (ASan reports a leak or double free otherwise).
+  EXPECT_EQ(2u, db->AddReference());
+  EXPECT_EQ(3u, db->AddReference());
+  EXPECT_EQ(2u, db->ReleaseReference());
+  EXPECT_EQ(1u, db->ReleaseReference());
+  db->GetBasePtr()[4] = 1;  // still alive
+  EXPECT_EQ(0u, db->ReleaseReference());
 }
 
 TEST(DataBlock, AlignedPayload) {
-  CCmDataBlock* db = nullptr;
-  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 100, nullptr, 64));
-  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 64);
-  EXPECT_GE(db->GetLength(), 101u);
-  EXPECT_LE(db->GetLength(), 164u);
-  EXPECT_EQ(164u - db->GetAlignOffset(), db->GetLength());
-  memset(db->GetBasePtr(), 0xab, db->GetLength());  // every counted byte is usable
-  db->ReleaseReference();
-
-  // Not a power of two: still the first multiple at or after the header's end.
-  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 10, "0123456789", 100));
-  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 100);
-  EXPECT_LT(db->GetAlignOffset(), 100u);
-  EXPECT_EQ(110u - db->GetAlignOffset(), db->GetLength());
-  EXPECT_EQ(0, memcmp(db->GetBasePtr(), "0123456789", 10));
-  db->ReleaseReference();
-
-  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 1, nullptr, 2048));
-  EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % 2048);
-  db->ReleaseReference();
-
-  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, 7, nullptr, 1));
-  EXPECT_EQ(std::make_tuple(0u, 8u), std::make_tuple(db->GetAlignOffset(), db->GetLength()));
-  db->ReleaseReference();
+  // The payload starts at the first multiple of the alignment at or after the header's end
+  // (100: not a power of two) and counts every byte up to the end of the allocation.
+  const std::tuple<unsigned int, const char*, unsigned int> cases[] = {
+      {100, nullptr, 64}, {10, "0123456789", 100}, {1, nullptr, 2048}, {7, nullptr, 1}};
+  for (const auto& [size, data, align] : cases) {
+    CCmDataBlock* db = nullptr;
+    ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstanceWithAlignByte(db, size, data, align));
+    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(db->GetBasePtr()) % align) << align;
+    EXPECT_LT(db->GetAlignOffset(), align);
+    EXPECT_EQ(size + align - db->GetAlignOffset(), db->GetLength());
+    EXPECT_TRUE(!data || memcmp(db->GetBasePtr(), data, size) == 0);
+    memset(db->GetBasePtr(), 0xab, db->GetLength());  // every counted byte is usable
+    db->ReleaseReference();
+  }
 }
 
 TEST(DataBlock, CreationRefusesBadArguments) {
@@ -63,17 +59,6 @@ TEST(DataBlock, CreationRefusesBadArguments) {
   EXPECT_TRUE(cap.contains("Assert failed: aSize > 0"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, CCmDataBlock::CreateInstance(db, 0, nullptr));
   EXPECT_EQ(nullptr, db);
-}
-
-TEST(DataBlock, SharedBlockIsFreedOnceByTheLastRelease) {
-  CCmDataBlock* db = nullptr;
-  ASSERT_EQ(CM_OK, CCmDataBlock::CreateInstance(db, 16, nullptr));
-  EXPECT_EQ(2u, db->AddReference());
-  EXPECT_EQ(3u, db->AddReference());
-  EXPECT_EQ(2u, db->ReleaseReference());
-  EXPECT_EQ(1u, db->ReleaseReference());
-  db->GetBasePtr()[15] = 1;  // still alive
-  EXPECT_EQ(0u, db->ReleaseReference());
 }
 
 // GCC follows a speculative path through the base class's `delete this` here and warns

@@ -46,15 +46,10 @@ TEST(MemoryPool, GrowsByTenUpToTheMaximum) {
   Pool pool(1024, 25);
   EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
   std::vector<unsigned char*> got;
-  for (int i = 0; i < 10; ++i) got.push_back(pool.p->New(1000));
-  EXPECT_EQ(10u, pool.internal()->GetCurBlockSize());
-  got.push_back(pool.p->New(1024));  // eleventh
-  EXPECT_EQ(20u, pool.internal()->GetCurBlockSize());
-  for (int i = 0; i < 9; ++i) got.push_back(pool.p->New(1));
-  EXPECT_EQ(20u, pool.internal()->GetCurBlockSize());
-  got.push_back(pool.p->New(1024));  // twenty-first
-  EXPECT_EQ(25u, pool.internal()->GetCurBlockSize());
-  for (int i = 0; i < 4; ++i) got.push_back(pool.p->New(1024));
+  for (unsigned int i = 1; i <= 25; ++i) {  // grows only on the 11th and the 21st
+    got.push_back(pool.p->New(i % 2 ? 1024 : 1));
+    EXPECT_EQ(i <= 10 ? 10u : i <= 20 ? 20u : 25u, pool.internal()->GetCurBlockSize()) << i;
+  }
   for (unsigned char* b : got) ASSERT_NE(nullptr, b);
   EXPECT_EQ(nullptr, pool.p->New(1024));  // twenty-sixth
   EXPECT_EQ(25u, pool.internal()->GetCurBlockSize());

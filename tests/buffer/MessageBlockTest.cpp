@@ -81,8 +81,7 @@ TEST(MessageBlock, ChainedWriteFillsSpaceBlockByBlock) {
             std::make_tuple(n, a.GetTopLevelLength(), b.GetTopLevelLength(), c.GetTopLevelLength()));
   EXPECT_EQ("abcdefghi", a.FlattenChained());
   EXPECT_TRUE(a.Write("0123456", 7, &n) == CM_ERROR_PARTIAL_DATA && n == 3u) << n;
-  EXPECT_EQ("abcdefghi012", a.FlattenChained());
-  EXPECT_EQ(0u, a.GetChainedSpace());
+  EXPECT_EQ(std::make_pair(std::string("abcdefghi012"), 0u), std::make_pair(a.FlattenChained(), a.GetChainedSpace()));
 
   CCmMessageBlock d(6u);
   EXPECT_TRUE(d.Write(nullptr, 4, &n) == CM_OK && d.GetTopLevelLength() == 4u);  // null source only advances
@@ -135,9 +134,8 @@ TEST(MessageBlock, DisjointAtABoundaryAndInsideABlock) {
     EXPECT_TRUE(cap.contains(
         0, "CCmMessageBlock::Disjoint, there are not DUPLICATED blocks behind the disjointed block. [this="));
     EXPECT_EQ(1u, cap.count("there are not DUPLICATED blocks"));
-    EXPECT_EQ(c.rest, rest->FlattenChained());
-    EXPECT_EQ(nullptr, t.first.GetNext());
-    EXPECT_EQ(c.kept, t.first.FlattenChained());
+    EXPECT_EQ(std::make_tuple(std::string(c.rest), static_cast<CCmMessageBlock*>(nullptr), std::string(c.kept)),
+              std::make_tuple(rest->FlattenChained(), t.first.GetNext(), t.first.FlattenChained()));
     rest->DestroyChained();
   }
   TwoBlocks u;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "buffer/WireBytes.h"
@@ -35,14 +36,11 @@ void ExpectParameter(const CCmParameterList& aList, unsigned int aIndex, T aExpe
 
 TEST(ParameterList, EveryTypeStreamsAndParsesBack) {
   const unsigned char raw[] = {9, 8, 7};
+  // Every scalar type, under the indexes 1 to 7 in this order.
+  const auto scalars = std::make_tuple('c', static_cast<short>(-3), -70000, -5000000000L,
+                                       static_cast<unsigned short>(65000), 4000000000u, -0.25f);
   CCmParameterList list;
-  list.AddParameter(new CCmParameterByIndex(1, 'c'));
-  list.AddParameter(new CCmParameterByIndex(2, static_cast<short>(-3)));
-  list.AddParameter(new CCmParameterByIndex(3, -70000));
-  list.AddParameter(new CCmParameterByIndex(4, -5000000000L));
-  list.AddParameter(new CCmParameterByIndex(5, static_cast<unsigned short>(65000)));
-  list.AddParameter(new CCmParameterByIndex(6, 4000000000u));
-  list.AddParameter(new CCmParameterByIndex(7, -0.25f));
+  std::apply([&, i = 0u](auto... v) mutable { (list.AddParameter(new CCmParameterByIndex(++i, v)), ...); }, scalars);
   list.AddParameter(new CCmParameterByIndex(8, "text"));
   list.AddParameter(new CCmParameterByIndex(9, raw, 3));
   list.AddParameter(new CCmParameterByIndex(0x80000000u, static_cast<const char*>(nullptr)));
@@ -57,13 +55,7 @@ TEST(ParameterList, EveryTypeStreamsAndParsesBack) {
   CCmByteStreamNetwork is(mb);
   ASSERT_EQ(CM_OK, back.StreamFrom(is));
   ASSERT_EQ(10u, back.GetCount());
-  ExpectParameter(back, 1, 'c');
-  ExpectParameter(back, 2, static_cast<short>(-3));
-  ExpectParameter(back, 3, -70000);
-  ExpectParameter(back, 4, -5000000000L);
-  ExpectParameter(back, 5, static_cast<unsigned short>(65000));
-  ExpectParameter(back, 6, 4000000000u);
-  ExpectParameter(back, 7, -0.25f);
+  std::apply([&, i = 0u](auto... v) mutable { (ExpectParameter(back, ++i, v), ...); }, scalars);
   ExpectParameter(back, 0x80000000u, static_cast<const char*>(nullptr));  // a pointer compare: enough for null
   const CCmParameterByIndex* p = nullptr;
   const char* str;
