@@ -12,13 +12,9 @@
 
 namespace {
 
-struct Violation {
-  std::string msg;
-  int error;
-};
-std::vector<Violation> g_violations;
+std::vector<std::pair<std::string, int>> g_violations;  // message, error
 
-void recording_handler(const char* msg, void*, int error) { g_violations.push_back({msg ? msg : "", error}); }
+void recording_handler(const char* msg, void*, int error) { g_violations.emplace_back(msg ? msg : "", error); }
 
 // Installs the recording handler for one test and restores the previous one after it.
 class SafeLib : public ::testing::Test {
@@ -29,18 +25,12 @@ class SafeLib : public ::testing::Test {
   }
   void TearDown() override { set_constraint_handler_s(m_previous); }
 
-  // The call returned EINVAL and reported exactly one violation, with this message and
-  // error (also in errno).
-  void expectRefused(int rv, const char* msg) {
-    EXPECT_EQ(rv, 22);
-    expectViolation(msg);
-  }
-  // Exactly one violation was reported, with this message and error (also in errno).
-  void expectViolation(const char* msg, int error = 22) {
-    ASSERT_EQ(g_violations.size(), 1u);
-    EXPECT_EQ(g_violations[0].msg, msg);
-    EXPECT_EQ(g_violations[0].error, error);
-    EXPECT_EQ(errno, error);
+  // The call returned error (EINVAL by default) and reported exactly one violation, with
+  // this message and error (also in errno).
+  void expectRefused(int rv, const char* msg, int error = 22) {
+    ASSERT_EQ(g_violations.size(), 1u) << msg;
+    EXPECT_EQ(std::make_tuple(rv, g_violations[0].first, g_violations[0].second, errno),
+              std::make_tuple(error, std::string(msg), error, error));
     g_violations.clear();
   }
 
@@ -108,22 +98,16 @@ TEST_F(SafeLib, MemcmpViolationsSetDiff) {
   const char a[] = "abc", b[] = "abd";
   int diff = 99;
   expectRefused(memcmp_s(a, 3, b, 3, nullptr), "memcmp_s: diff is null");
-  struct Case {
-    const void* s1;
-    size_t s1max;
-    const void* s2;
-    size_t n;
-    const char* msg;
-  } cases[] = {
+  const std::tuple<const void*, size_t, const void*, size_t, const char*> cases[] = {
+      // s1, s1max, s2, n, message
       {nullptr, 3, b, 3, "memcmp_s: s1 is null"}, {a, 3, nullptr, 3, "memcmp_s: s2 is null"},
       {a, 0, b, 3, "memcmp_s: s1max is 0"},       {a, kHuge, b, 3, "memcmp_s: s1max exceeds max"},
       {a, 3, b, 0, "memcmp_s: n is 0"},           {a, 2, b, 3, "memcmp_s: n exceeds max"},
   };
-  for (const Case& c : cases) {
+  for (auto [s1, s1max, s2, n, msg] : cases) {
     diff = 99;
-    EXPECT_EQ(memcmp_s(c.s1, c.s1max, c.s2, c.n, &diff), 22) << c.msg;
-    EXPECT_EQ(diff, -1) << c.msg;
-    expectViolation(c.msg);
+    expectRefused(memcmp_s(s1, s1max, s2, n, &diff), msg);
+    EXPECT_EQ(diff, -1) << msg;
   }
   EXPECT_TRUE(memcmp_s(a, 3, b, 3, &diff) == 0 && diff < 0) << diff;
   EXPECT_TRUE(memcmp_s(a, 3, b, 2, &diff) == 0 && diff == 0) << diff;
@@ -156,9 +140,8 @@ TEST_F(SafeLib, StrcpyOverlapRules) {
 
 TEST_F(SafeLib, StrncpyTruncationIsReportedAndDone) {
   char dest[4] = {'#', '#', '#', '#'};
-  EXPECT_EQ(strncpy_s(dest, 4, "abcdef", 10), 84);
+  expectRefused(strncpy_s(dest, 4, "abcdef", 10), "strncpy_s: copy was truncated (not enough space in dest)", 84);
   EXPECT_STREQ(dest, "abc");
-  expectViolation("strncpy_s: copy was truncated (not enough space in dest)", 84);
 
   char out[16];
   EXPECT_EQ(strncpy_s(out, 16, "abcdef", 3), 0);

@@ -32,43 +32,9 @@ bool bundle_present() {
 }
 
 struct PluginCall {
-  int level = -1;
+  int level;
   std::string module, label, text;
-  int textLen = 0;
-};
-
-// Reads back what the test plug-in received, through its own test functions.
-class PluginProbe {
- public:
-  explicit PluginProbe(const std::string& path) {
-    m_handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!m_handle) return;
-    m_count = reinterpret_cast<int (*)()>(dlsym(m_handle, "tvx_test_count"));
-    m_call = reinterpret_cast<bool (*)(int, int*, char*, char*, char*, int*)>(dlsym(m_handle, "tvx_test_call"));
-    m_reset = reinterpret_cast<void (*)()>(dlsym(m_handle, "tvx_test_reset"));
-  }
-  ~PluginProbe() {
-    if (m_handle) dlclose(m_handle);
-  }
-  bool ok() const { return m_count && m_call && m_reset; }
-  int count() const { return m_count(); }
-  void reset() const { m_reset(); }
-  PluginCall call(int i) const {
-    PluginCall c;
-    char module[64], label[64], text[512];
-    if (m_call(i, &c.level, module, label, text, &c.textLen)) {
-      c.module = module;
-      c.label = label;
-      c.text = text;
-    }
-    return c;
-  }
-
- private:
-  void* m_handle = nullptr;
-  int (*m_count)() = nullptr;
-  bool (*m_call)(int, int*, char*, char*, char*, int*) = nullptr;
-  void (*m_reset)() = nullptr;
+  int textLen;
 };
 
 // Route 1 only, restoring the option word and mask afterwards.
@@ -85,17 +51,33 @@ class PluginRouteTest : public ::testing::Test {
   void TearDown() override {
     cm_set_trace_option(m_option);
     set_external_trace_mask(m_mask);
+    if (m_handle) dlclose(m_handle);
   }
-  // Loads the test plug-in beside the library and starts counting what it receives.
+  // Loads the test plug-in beside the library and starts counting what it receives,
+  // read back through the plug-in's own test functions.
   void LoadPluginAndProbe() {
     m_tvx->Init();
     ASSERT_TRUE(m_tvx->IsLoadDllSuccessfully());
-    m_probe.reset(new PluginProbe(bundle_path()));
-    ASSERT_TRUE(m_probe->ok());
-    m_probe->reset();
+    m_handle = dlopen(bundle_path().c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, m_handle) << dlerror();
+    m_count = reinterpret_cast<int (*)()>(dlsym(m_handle, "tvx_test_count"));
+    m_call = reinterpret_cast<bool (*)(int, int*, char*, char*, char*, int*)>(dlsym(m_handle, "tvx_test_call"));
+    m_reset = reinterpret_cast<void (*)()>(dlsym(m_handle, "tvx_test_reset"));
+    ASSERT_TRUE(m_count && m_call && m_reset);
+    m_reset();
+  }
+  // Call i as the plug-in kept it; level -1 and empty texts when it is not kept.
+  PluginCall call(int i) const {
+    int level = -1, textLen = 0;
+    char module[64] = "", label[64] = "", text[512] = "";
+    m_call(i, &level, module, label, text, &textLen);
+    return {level, module, label, text, textLen};
   }
   CCmTvxTrace* m_tvx = nullptr;
-  std::unique_ptr<PluginProbe> m_probe;
+  void* m_handle = nullptr;
+  int (*m_count)() = nullptr;
+  bool (*m_call)(int, int*, char*, char*, char*, int*) = nullptr;
+  void (*m_reset)() = nullptr;
   int m_option = 0, m_mask = 0;
 };
 
@@ -114,37 +96,36 @@ TEST_F(PluginRouteTest, LevelMap) {
 TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
   ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
-  PluginProbe& probe = *m_probe;
   util_adapter_trace(1, "UTIL", "a warning", 9);
   util_adapter_trace(0, "UTIL", "an error", 8);
   util_adapter_trace(7, "UTIL", "level seven", 11);
   util_adapter_trace(2, nullptr, "no module", 9);
-  ASSERT_EQ(4, probe.count());
-  const PluginCall warning = probe.call(0);  // the second label is always empty; the text undecorated
+  ASSERT_EQ(4, m_count());
+  // The second label is always empty; the text undecorated.
   EXPECT_EQ(std::make_tuple(4, "UTIL", "", "a warning"),
-            std::tie(warning.level, warning.module, warning.label, warning.text));
+            std::make_tuple(call(0).level, call(0).module, call(0).label, call(0).text));
   EXPECT_EQ(std::make_tuple(8, 0, 2, "UTIL"),
-            std::make_tuple(probe.call(1).level, probe.call(2).level, probe.call(3).level, probe.call(3).module));
+            std::make_tuple(call(1).level, call(2).level, call(3).level, call(3).module));
 
   ASSERT_TRUE(m_tvx->UpdateTraceLevel(2, 5));
   util_adapter_trace(2, "UTIL", "remapped", 8);
-  EXPECT_EQ(5, probe.call(4).level);
+  EXPECT_EQ(5, call(4).level);
   ASSERT_TRUE(m_tvx->UpdateTraceLevel(2, 2));
 
   // A 5000-character text reaches the plug-in in pieces 2047 characters apart.
-  probe.reset();
+  m_reset();
   std::string longText(5000, 'L');
   util_adapter_trace(2, "UTIL", longText.c_str(), 5000);
-  ASSERT_EQ(3, probe.count());
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(5000 - 2047 * i, probe.call(i).textLen);
+  ASSERT_EQ(3, m_count());
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(5000 - 2047 * i, call(i).textLen);
 
   // After Close() forwarding does nothing and fails nothing.
   m_tvx->Close();
   EXPECT_FALSE(m_tvx->IsLoadDllSuccessfully());
-  probe.reset();
+  m_reset();
   util_adapter_trace(0, "UTIL", "not forwarded", 13);
   EXPECT_FALSE(m_tvx->trace_string(0, "UTIL", "direct"));
-  EXPECT_EQ(0, probe.count());
+  EXPECT_EQ(0, m_count());
   m_tvx->Init();
   EXPECT_TRUE(m_tvx->IsLoadDllSuccessfully());
 }
@@ -152,7 +133,6 @@ TEST_F(PluginRouteTest, PluginBesideTheLibraryReceivesMappedLevels) {
 TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   if (!bundle_present()) GTEST_SKIP() << "no test plug-in at " << bundle_path();
   ASSERT_NO_FATAL_FAILURE(LoadPluginAndProbe());
-  PluginProbe& probe = *m_probe;
   // Text followed by more text: only the first five characters are the message.
   const char longer[] = "abcdeFOLLOWING";
   util_adapter_trace(2, "UTIL", longer, 5);
@@ -160,9 +140,9 @@ TEST_F(PluginRouteTest, PluginGetsOnlyTheGivenLengthOfAnUnterminatedText) {
   std::unique_ptr<char[]> exact(new char[5]);
   memcpy(exact.get(), "vwxyz", 5);
   util_adapter_trace(2, "UTIL", exact.get(), 5);
-  ASSERT_EQ(2, probe.count());
+  ASSERT_EQ(2, m_count());
   EXPECT_EQ(std::make_tuple("abcde", 5, "vwxyz", 5),
-            std::make_tuple(probe.call(0).text, probe.call(0).textLen, probe.call(1).text, probe.call(1).textLen));
+            std::make_tuple(call(0).text, call(0).textLen, call(1).text, call(1).textLen));
 }
 
 TEST_F(PluginRouteTest, TroubleshootingSettingsRaiseTheMask) {

@@ -1,5 +1,6 @@
 // Test trace plug-in, built as the shared object "tvxtrace.bundle" beside the library.
 // It keeps the last calls of its trace entry so that a test can read them back.
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 
@@ -18,12 +19,6 @@ std::mutex g_mutex;
 Call g_calls[kKept];
 int g_count = 0;
 
-void copy(char* out, size_t cap, const char* in) {
-  if (!in) in = "(null)";
-  strncpy(out, in, cap - 1);
-  out[cap - 1] = '\0';
-}
-
 }  // namespace
 
 extern "C" {
@@ -33,9 +28,10 @@ __attribute__((visibility("default"))) void TVXTRACE(int level, const char* modu
   std::lock_guard<std::mutex> lock(g_mutex);
   Call& c = g_calls[g_count % kKept];
   c.level = level;
-  copy(c.module, sizeof c.module, module);
-  copy(c.label, sizeof c.label, label);
-  copy(c.text, sizeof c.text, text);
+  // Truncated, always terminated copies; a null pointer reads "(null)".
+  snprintf(c.module, sizeof c.module, "%s", module ? module : "(null)");
+  snprintf(c.label, sizeof c.label, "%s", label ? label : "(null)");
+  snprintf(c.text, sizeof c.text, "%s", text ? text : "(null)");
   c.textLen = text ? static_cast<int>(strlen(text)) : -1;
   ++g_count;
 }
