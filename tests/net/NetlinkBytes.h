@@ -50,3 +50,8 @@ inline Bytes genl_message(uint16_t family, uint32_t seq, uint8_t command, const 
 }
 
 inline Bytes nl_done(uint32_t seq) { return nl_message(3, seq, Bytes().put<int32_t>(0)); }
+
+/// An NLMSG_ERROR message: the error, then the request's header (zeroed here).
+inline Bytes nl_error(uint32_t seq, int32_t error) {
+  return nl_message(2, seq, Bytes().put<int32_t>(error).put<uint64_t>(0).put<uint64_t>(0));
+}

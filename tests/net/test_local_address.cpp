@@ -28,11 +28,10 @@ namespace {
 
 std::string text_of(const local_addr_t* node) {
   char text[INET6_ADDRSTRLEN] = {};
-  if (node->addr.sin6_family == AF_INET6)
-    inet_ntop(AF_INET6, &node->addr.sin6_addr, text, sizeof text);
-  else
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(&node->addr)->sin_addr, text, sizeof text);
-  return text;
+  const bool v6 = node->addr.sin6_family == AF_INET6;
+  const void* bytes = v6 ? static_cast<const void*>(&node->addr.sin6_addr)
+                         : &reinterpret_cast<const sockaddr_in*>(&node->addr)->sin_addr;
+  return inet_ntop(v6 ? AF_INET6 : AF_INET, bytes, text, sizeof text) ? text : "";
 }
 
 std::string describe(const local_addr_t* list) {
@@ -49,23 +48,15 @@ local_addr_t* make_list(const char* entries) {
   local_addr_t** tail = &list;
   std::istringstream in(entries);
   for (std::string item; std::getline(in, item, ',');) {
-    char text[64] = {}, ifname[16] = {}, expiry[16] = {};
-    uint32_t flag = 0;
-    EXPECT_EQ(4, sscanf(item.c_str(), "%63s %15s %u %15s", text, ifname, &flag, expiry)) << item;
-    const uint64_t expire = expiry[0] == 'F' ? future + strtoull(expiry + 1, nullptr, 10) : expiry[0] == 'P' ? 1000 : 0;
+    char text[64] = {}, expiry[16] = {};
     local_addr_t* node = *tail = new local_addr_t();
     tail = &node->next;
-    if (std::strchr(text, ':')) {
-      node->addr.sin6_family = AF_INET6;
-      inet_pton(AF_INET6, text, &node->addr.sin6_addr);
-    } else {
-      auto* v4 = reinterpret_cast<sockaddr_in*>(&node->addr);
-      v4->sin_family = AF_INET;
-      inet_pton(AF_INET, text, &v4->sin_addr);
-    }
-    std::snprintf(node->ifname, sizeof node->ifname, "%s", ifname);
-    node->flag = flag;
-    node->expire = expire;
+    EXPECT_EQ(4, sscanf(item.c_str(), "%63s %15s %u %15s", text, node->ifname, &node->flag, expiry)) << item;
+    node->expire = expiry[0] == 'F' ? future + strtoull(expiry + 1, nullptr, 10) : expiry[0] == 'P' ? 1000 : 0;
+    const bool v6 = std::strchr(text, ':') != nullptr;
+    node->addr.sin6_family = v6 ? AF_INET6 : AF_INET;  // sockaddr_in keeps its family at the same place
+    inet_pton(node->addr.sin6_family, text,
+              v6 ? static_cast<void*>(&node->addr.sin6_addr) : &reinterpret_cast<sockaddr_in*>(&node->addr)->sin_addr);
   }
   return list;
 }
@@ -74,13 +65,8 @@ local_addr_t* make_list(const char* entries) {
 // even when that group is empty.
 TEST(LocalAddressPrune, DecisionsInOrder) {
   const prune_local_addr_options strict = {false, false, false};
-  struct Case {
-    const char* name;
-    const char* list;
-    const prune_local_addr_options* options;
-    const char* kept;
-    bool xlatRemoved;
-  } cases[] = {
+  // name, list, options, what is kept, xlat removed
+  const std::tuple<const char*, const char*, const prune_local_addr_options*, std::string, bool> cases[] = {
       {"xlat dropped beside real IPv6", "127.0.0.1 lo 0 0, 192.168.1.5 en0 0 0, 192.0.0.2 v4 0 0, 2600::5 en0 1 F",
        &strict, "192.168.1.5 2600::5", true},
       {"xlat kept at the end without IPv6",
@@ -101,13 +87,12 @@ TEST(LocalAddressPrune, DecisionsInOrder) {
        "fe80::1 en0 1 0, fd00::1 en0 4 0, 192.0.0.2 v4 0 0, 2600::1 en1 1 0, ff02::1 en0 1 0", nullptr,
        "fe80::1 fd00::1 2600::1 192.0.0.2", false},
   };
-  for (const Case& c : cases) {
-    local_addr_t* list = make_list(c.list);
+  for (const auto& [name, entries, options, kept, xlatRemoved] : cases) {
+    local_addr_t* list = make_list(entries);
     CmTraceCapture capture;
-    bool removed = !c.xlatRemoved;
-    prune_local_addr(&list, c.options, &removed);
-    EXPECT_EQ(c.kept, describe(list)) << c.name;
-    EXPECT_EQ(c.xlatRemoved, removed) << c.name;
+    bool removed = !xlatRemoved;
+    prune_local_addr(&list, options, &removed);
+    EXPECT_EQ(std::make_pair(kept, xlatRemoved), std::make_pair(describe(list), removed)) << name;
     free_local_addr(list);
   }
   CmTraceCapture capture;
@@ -154,15 +139,13 @@ bool add_ra_labelled_address(const char* text) {
 
 // The kernel's own flags and lifetimes, read back through get_local_addr.
 TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
-  const std::vector<std::string> setup = {"ip link set lo up",
-                                          "ip -6 addr add 2001:db8::5/64 dev lo valid_lft 3600 preferred_lft 1800",
-                                          "ip -6 addr add 2001:470::7/64 dev lo mngtmpaddr",
-                                          "ip -6 addr add 2001:470::8/64 dev lo",
-                                          "ip -6 addr add fd00::1/64 dev lo",
-                                          "ip -6 addr add fec0::7/64 dev lo",
-                                          "ip -6 addr add fe80::5/64 dev lo",
-                                          "ip -6 addr add 2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000",
-                                          "ip addr add 192.0.0.2/29 dev lo"};
+  std::vector<std::string> setup = {"ip link set lo up"};
+  for (const char* address :
+       {"2001:db8::5/64 dev lo valid_lft 3600 preferred_lft 1800", "2001:470::7/64 dev lo mngtmpaddr",
+        "2001:470::8/64 dev lo", "fd00::1/64 dev lo", "fec0::7/64 dev lo", "fe80::5/64 dev lo",
+        "2001:470::9/128 dev lo valid_lft 3600 preferred_lft 1000"})
+    setup.push_back(std::string("ip -6 addr add ") + address);
+  setup.push_back("ip addr add 192.0.0.2/29 dev lo");
   CmNetnsResult result = cm_run_in_netns(setup, [] {
     if (!add_ra_labelled_address("2001:470:1::a")) return std::string("RA-labelled address refused\n");
     local_addr_t* list = nullptr;
@@ -238,13 +221,6 @@ Bytes address_message(uint32_t seq, uint32_t flags, uint8_t proto, uint32_t pref
   return nl_message(20, seq, body);
 }
 
-// An NLMSG_ERROR message: the error, then the request's header.
-Bytes error_message(uint32_t seq, int32_t error) {
-  Bytes body;
-  body.put<int32_t>(error).data.resize(20);
-  return nl_message(2, seq, body);
-}
-
 TEST(Netlink, AddressDumpsAndHostileBytes) {
   const Bytes good = address_message(7, 0x100, 2, 1800);
   const std::vector<uint8_t> dump = Bytes(good).append(nl_done(7)).data;
@@ -255,25 +231,20 @@ TEST(Netlink, AddressDumpsAndHostileBytes) {
   EXPECT_EQ(std::make_tuple(3u, 0x100u, 2, 1800u, 0x26),
             std::make_tuple(out[0].ifindex, out[0].flags, out[0].proto, out[0].preferred, out[0].address[0]));
 
-  struct Case {
-    const char* name;
-    std::vector<uint8_t> bytes;
-    CmNlStatus status;
-    int error;
-  } cases[] = {
+  const std::tuple<const char*, std::vector<uint8_t>, CmNlStatus, int> cases[] = {
       {"wrong sequence", address_message(8, 0, 0, 0).data, CmNlStatus::kError, -74},
       {"truncated header", std::vector<uint8_t>(good.data.begin(), good.data.begin() + 10), CmNlStatus::kError, -74},
       {"length past the end", std::vector<uint8_t>(good.data.begin(), good.data.end() - 4), CmNlStatus::kError, -74},
-      {"kernel error", error_message(7, -13).data, CmNlStatus::kError, -13},
-      {"acknowledgement inside a dump", error_message(7, 0).data, CmNlStatus::kError, -74},
-      {"positive error", error_message(7, 13).data, CmNlStatus::kError, -74},  // found by the fuzzer
+      {"kernel error", nl_error(7, -13).data, CmNlStatus::kError, -13},
+      {"acknowledgement inside a dump", nl_error(7, 0).data, CmNlStatus::kError, -74},
+      {"positive error", nl_error(7, 13).data, CmNlStatus::kError, -74},  // found by the fuzzer
       {"no end yet", good.data, CmNlStatus::kMore, 0},
       {"empty", {}, CmNlStatus::kMore, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [name, bytes, status, wantedError] : cases) {
     out.clear();
-    EXPECT_EQ(c.status, cm_nl_parse_address_dump(c.bytes.data(), c.bytes.size(), 7, out, error)) << c.name;
-    EXPECT_EQ(c.error, error) << c.name;
+    EXPECT_EQ(status, cm_nl_parse_address_dump(bytes.data(), bytes.size(), 7, out, error)) << name;
+    EXPECT_EQ(wantedError, error) << name;
   }
   // An attribute whose length runs past the message, and a zero-length one: the address
   // is refused, the walk goes on.
@@ -296,8 +267,7 @@ TEST(Netlink, RouteLookupReplies) {
   EXPECT_TRUE(cm_nl_parse_route_oif(reply.data.data(), reply.data.size(), 4, oif, error));
   EXPECT_EQ(5u, oif);
   EXPECT_FALSE(cm_nl_parse_route_oif(reply.data.data(), reply.data.size(), 5, oif, error));  // another request's
-  const Bytes unreachable =
-      nl_message(2, 4, Bytes().put<int32_t>(-101).append(Bytes().put<uint64_t>(0).put<uint64_t>(0)));
+  const Bytes unreachable = nl_error(4, -101);
   EXPECT_FALSE(cm_nl_parse_route_oif(unreachable.data.data(), unreachable.data.size(), 4, oif, error));
   EXPECT_EQ(-101, error);
 }

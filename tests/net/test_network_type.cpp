@@ -14,9 +14,9 @@
 namespace {
 
 // A default IPv4 route through dev, metric 0.
-std::string route_via(const std::string& dev) {
-  return "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n" + dev +
-         "\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n";
+CmFsTree::Files route_via(const std::string& dev) {
+  return {{"/proc/net/route", "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\tWindow\tIRTT\n" +
+                                  dev + "\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"}};
 }
 
 CmFsTree::Files link(const std::string& name, const std::string& type, const std::string& devtype,
@@ -34,46 +34,34 @@ CmFsTree::Files operator+(CmFsTree::Files a, const CmFsTree::Files& b) {
 }
 
 TEST(NetworkType, DetectionFromTheDefaultRouteInterface) {
-  struct Case {
-    const char* name;
-    CmFsTree::Files files;
-    kel::eNetworkStatus type;
-    bool vpn, split;
-  } cases[] = {
-      {"wired", link("eth0", "1", "") + CmFsTree::Files{{"/proc/net/route", route_via("eth0")}}, kel::NetworkWired,
-       false, false},
+  // name, files, network type, VPN connected, VPN split tunnel
+  const std::tuple<const char*, CmFsTree::Files, kel::eNetworkStatus, bool, bool> cases[] = {
+      {"wired", link("eth0", "1", "") + route_via("eth0"), kel::NetworkWired, false, false},
       {"wifi with a split tunnel",
-       link("wlan0", "1", "wlan") + link("wg0", "65534", "wireguard", "unknown") +
-           CmFsTree::Files{{"/proc/net/route", route_via("wlan0")}},
-       kel::NetworkWifi, true, true},
+       link("wlan0", "1", "wlan") + link("wg0", "65534", "wireguard", "unknown") + route_via("wlan0"), kel::NetworkWifi,
+       true, true},
       {"full tunnel",
-       link("tun0", "65534", "") +
-           CmFsTree::Files{{"/sys/class/net/tun0/tun_flags", "0x1001\n"}, {"/proc/net/route", route_via("tun0")}},
+       link("tun0", "65534", "") + CmFsTree::Files{{"/sys/class/net/tun0/tun_flags", "0x1001\n"}} + route_via("tun0"),
        kel::NetworkNotDetected, true, false},
-      {"cellular modem", link("wwan0", "519", "") + CmFsTree::Files{{"/proc/net/route", route_via("wwan0")}},
-       kel::NetworkCellular, false, false},
+      {"cellular modem", link("wwan0", "519", "") + route_via("wwan0"), kel::NetworkCellular, false, false},
       {"bridge over wifi",
        link("br0", "1", "bridge") + link("wlp2s0", "1", "") +
-           CmFsTree::Files{{"/sys/class/net/br0/brif/wlp2s0", ""},
-                           {"/sys/class/net/wlp2s0/wireless/x", ""},
-                           {"/proc/net/route", route_via("br0")}},
+           CmFsTree::Files{{"/sys/class/net/br0/brif/wlp2s0", ""}, {"/sys/class/net/wlp2s0/wireless/x", ""}} +
+           route_via("br0"),
        kel::NetworkWifi, false, false},
-      {"vlan over nothing known",
-       link("eth0.5", "1", "vlan") + CmFsTree::Files{{"/proc/net/route", route_via("eth0.5")}}, kel::NetworkWired,
-       false, false},
-      {"route down", link("eth0", "1", "", "down") + CmFsTree::Files{{"/proc/net/route", route_via("eth0")}},
-       kel::NetworkNotDetected, false, false},
+      {"vlan over nothing known", link("eth0.5", "1", "vlan") + route_via("eth0.5"), kel::NetworkWired, false, false},
+      {"route down", link("eth0", "1", "", "down") + route_via("eth0"), kel::NetworkNotDetected, false, false},
       {"no route", link("eth0", "1", ""), kel::NetworkNotDetected, false, false},
   };
-  for (const Case& c : cases) {
-    CmFsTree tree(c.files);
+  for (const auto& [name, files, type, vpn, split] : cases) {
+    CmFsTree tree(files);
     CmTraceCapture capture;
     const kel::_NetworkTypeInfo info = DetectNetWork(), stored = getNetworkStatus();
-    EXPECT_EQ(std::make_tuple(c.type, c.vpn, c.split, c.type),
+    EXPECT_EQ(std::make_tuple(type, vpn, split, type),
               std::make_tuple(info.networkType, info.isVPNConnected, info.isVPNSplitTunneling, stored.networkType))
-        << c.name;
-    EXPECT_TRUE(capture.contains(2, "DetectNetWorkApple: networkType: " + std::to_string(c.type) + ", isVPNConnected:" +
-                                        std::to_string(c.vpn) + ", isVPNSplitTunneling:" + std::to_string(c.split)));
+        << name;
+    EXPECT_TRUE(capture.contains(2, "DetectNetWorkApple: networkType: " + std::to_string(type) + ", isVPNConnected:" +
+                                        std::to_string(vpn) + ", isVPNSplitTunneling:" + std::to_string(split)));
   }
 }
 

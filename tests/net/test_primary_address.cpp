@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "cmutil/net/CmPrimaryAddress.h"
 #include "common/CmNetNamespace.h"
@@ -26,12 +27,8 @@ std::string detect(const char* expectedTrace) {
 
 TEST(PrimaryAddress, DetectsThroughTheRoutingTableOfANamespace) {
   const std::string up = "ip link set lo up";
-  struct Case {
-    const char* name;
-    std::vector<std::string> setup;
-    const char* trace;
-    std::string expected;
-  } cases[] = {
+  // name, setup, trace looked for, what detect() gives
+  const std::tuple<const char*, std::vector<std::string>, const char*, std::string> cases[] = {
       // No route: connect fails, nothing is written, no interface carries "".
       {"no route", {up}, "getPrimaryIp, connect failed, errno=101", "-1|untouched|0.0.0.0||traced"},
       {"route on lo",
@@ -44,10 +41,10 @@ TEST(PrimaryAddress, DetectsThroughTheRoutingTableOfANamespace) {
        "connect failed",
        "-1|169.254.3.4|0.0.0.0|lo|silent"},
   };
-  for (const Case& c : cases) {
-    CmNetnsResult result = cm_run_in_netns(c.setup, [&] { return detect(c.trace); });
+  for (const auto& [name, setup, trace, expected] : cases) {
+    CmNetnsResult result = cm_run_in_netns(setup, [trace = trace] { return detect(trace); });
     if (!result.ran) GTEST_SKIP() << result.skipReason;
-    EXPECT_EQ(c.expected, result.output) << c.name;
+    EXPECT_EQ(expected, result.output) << name;
   }
 }
 

@@ -60,14 +60,8 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
   ASSERT_TRUE(cm_genl_family_id(reply.data.data(), reply.data.size(), kSeq, id, error));
   EXPECT_EQ(kFamily, id);
 
-  struct Case {
-    uint32_t frequency;
-    uint16_t rateKind;
-    uint32_t bitrate;
-    int txRate, channel;
-    eWifiPhyMode mode;
-    eWifiChFrequency band;
-  } cases[] = {
+  // frequency, rate kind, bitrate; then the transmit rate, channel, mode and band they give
+  const std::tuple<uint32_t, uint16_t, uint32_t, int, int, eWifiPhyMode, eWifiChFrequency> cases[] = {
       {5180, NL80211_RATE_INFO_VHT_MCS, 8667, 866, 36, WifiPhyMode11ac, WifiChFrequency5GHz},
       {5180, NL80211_RATE_INFO_HE_MCS, 12010, 1201, 36, WifiPhyModeUnknown, WifiChFrequency5GHz},  // ax: no name
       {2437, NL80211_RATE_INFO_MCS, 1440, 144, 6, WifiPhyMode11n, WifiChFrequency2_4GHz},
@@ -76,24 +70,24 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
       {5745, 0, 540, 54, 149, WifiPhyMode11a, WifiChFrequency5GHz},
       {5955, NL80211_RATE_INFO_HE_MCS, 24020, 2402, 1, WifiPhyModeUnknown, WifiChFrequencyNotDetected},  // 6 GHz
   };
-  for (const Case& c : cases) {
+  for (const auto& [frequency, rateKind, bitrate, txRate, channel, mode, band] : cases) {
     std::vector<CmWifiLink> links;
-    const Bytes interfaces = interface_dump(c.frequency);
+    const Bytes interfaces = interface_dump(frequency);
     ASSERT_EQ(CmNlStatus::kDone,
               cm_nl80211_parse_interfaces(interfaces.data.data(), interfaces.data.size(), kSeq, links, error));
     ASSERT_EQ(1u, links.size());
     CmWifiLink link = links[0];
-    const Bytes station = station_dump(c.rateKind, c.bitrate), survey = survey_dump();
+    const Bytes station = station_dump(rateKind, bitrate), survey = survey_dump();
     EXPECT_EQ(CmNlStatus::kDone, cm_nl80211_parse_station(station.data.data(), station.data.size(), kSeq, link, error));
     EXPECT_EQ(CmNlStatus::kDone, cm_nl80211_parse_survey(survey.data.data(), survey.data.size(), kSeq, link, error));
     WifiStats stats;
     cm_wifi_stats_from_link(link, stats);
     // rssi is the last signal, not the average; noise the survey of the channel in use.
     EXPECT_EQ(std::make_tuple(std::string("wlan0"), static_cast<uint32_t>(NL80211_CHAN_WIDTH_80), std::string("cafe"),
-                              -56, -95, c.txRate, c.channel, c.mode, c.band),
+                              -56, -95, txRate, channel, mode, band),
               std::make_tuple(link.ifname, link.width, stats.ssid, stats.rssi, stats.noise, stats.txRate, stats.channel,
                               stats.phyMode, stats.band))
-        << c.frequency;
+        << frequency;
   }
   CmWifiLink empty;
   empty.haveSsid = true;  // a hidden network: an SSID of no bytes
@@ -106,8 +100,7 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
 TEST(Wifi, MalformedRepliesAreRefused) {
   uint16_t id = 0;
   int error = 0;
-  const Bytes refused =
-      nl_message(2, kSeq, Bytes().put<int32_t>(-2).put<uint32_t>(0).put<uint32_t>(0).put<uint32_t>(0).put<uint32_t>(0));
+  const Bytes refused = nl_error(kSeq, -2);
   EXPECT_FALSE(cm_genl_family_id(refused.data.data(), refused.data.size(), kSeq, id, error));  // ENOENT: no cfg80211
   EXPECT_EQ(-2, error);
   Bytes interfaces = interface_dump(5180);

@@ -17,10 +17,7 @@ std::string Fields(CCmHttpUrl& url) {
 }
 
 TEST(CmHttpUrlInit, FieldsOfAcceptedTexts) {
-  const struct {
-    const char* text;
-    const char* fields;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       // scheme lower-cased; the default port is left out of the rebuilt URL text
       {"HTTPS://10.0.0.1:8443/a", "https|10.0.0.1|8443|443|/a|https://10.0.0.1:8443/a"},
       {"http://10.0.0.1", "http|10.0.0.1|80|80|/|http://10.0.0.1/"},
@@ -40,10 +37,10 @@ TEST(CmHttpUrlInit, FieldsOfAcceptedTexts) {
       {"http://h:8080x/", "http|h|8080|80|/|http://h:8080/"},
       {"http://h:1:2/", "http|h|1|80|/|http://h:1/"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, fields] : cases) {
     CCmHttpUrl url;
-    ASSERT_TRUE(url.Init(c.text)) << c.text;
-    EXPECT_EQ(c.fields, Fields(url)) << c.text;
+    ASSERT_TRUE(url.Init(text)) << text;
+    EXPECT_EQ(fields, Fields(url)) << text;
   }
   CCmHttpUrl url;
   ASSERT_TRUE(url.Init("http://example.org:80/x/y"));
@@ -68,7 +65,7 @@ std::string Encode(const char* src, int size = 256) {
   return std::string(buf.c_str());
 }
 
-TEST(UrlStringEncode, EscapesStopsAtLowBytesAndAtTheSize) {
+TEST(UrlStringEncode, EscapesStopsEarlyAndLeavesEmpty) {
   EXPECT_EQ("a+b%26c", Encode("a b&c"));
   EXPECT_EQ("AZaz09", Encode("AZaz09"));
   EXPECT_EQ("%2f%3a%3f%3d%7e%2e%2d%5f", Encode("/:?=~.-_"));
@@ -81,9 +78,7 @@ TEST(UrlStringEncode, EscapesStopsAtLowBytesAndAtTheSize) {
   EXPECT_EQ("ab", Encode("abcdef", 2));
   EXPECT_EQ("a%26", Encode("a&bc", 2));
   EXPECT_EQ("%26", Encode("&&&", 1));  // three characters and the terminator for size 1
-}
-
-TEST(UrlStringEncode, EmptySourceOrNoRoomLeavesDestinationEmpty) {
+  // An empty source or no room leaves the destination empty.
   char buf[8] = "junk";
   EXPECT_EQ(buf, url_string_encode(const_cast<char*>(""), buf, 8));
   // Encode fills its buffer with '#': an empty result means a terminator was written first.

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "cmutil/url/CmUri.h"
 
@@ -14,10 +15,7 @@ std::string Fields(const CCmUri& uri) {
 }
 
 TEST(CmUriParse, FieldsOfAcceptedTexts) {
-  const struct {
-    const char* text;
-    const char* fields;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       // stun takes the host directly, with its default port
       {"stun:10.0.0.1", "stun|||10.0.0.1|3478||||10.0.0.1"},
       {"STUN:stun.example:19302", "stun|||stun.example|19302||||stun.example:19302"},
@@ -43,15 +41,15 @@ TEST(CmUriParse, FieldsOfAcceptedTexts) {
       {"https://secure.example:444/", "https|||secure.example|444|/|||secure.example:444"},
   };
   CCmUri uri;  // one object for all: a parse keeps nothing of the text before
-  for (const auto& c : cases) {
-    ASSERT_TRUE(uri.Parse(c.text)) << c.text;
-    EXPECT_EQ(c.fields, Fields(uri)) << c.text;
-    EXPECT_EQ(c.text, uri.GetInputUrl());
+  for (const auto& [text, fields] : cases) {
+    ASSERT_TRUE(uri.Parse(text)) << text;
+    EXPECT_EQ(fields, Fields(uri)) << text;
+    EXPECT_EQ(text, uri.GetInputUrl());
     EXPECT_EQ(uri.GetHostName(), uri.GetHostNameRef());
   }
-  EXPECT_EQ(3478, CCmUri::GetDefaultPort("stun"));
-  EXPECT_EQ(0, CCmUri::GetDefaultPort("HTTP"));  // exact comparison on the lower-cased scheme
-  EXPECT_EQ(0, CCmUri::GetDefaultPort("sip"));
+  // "HTTP": the comparison is exact, on the lower-cased scheme
+  EXPECT_EQ(std::make_tuple(3478, 0, 0), std::make_tuple(CCmUri::GetDefaultPort("stun"), CCmUri::GetDefaultPort("HTTP"),
+                                                         CCmUri::GetDefaultPort("sip")));
 }
 
 TEST(CmUriParse, Failures) {
@@ -68,24 +66,21 @@ TEST(CmUriParse, Failures) {
 // Without a port the last ":" is inside the address, so the brackets stay. A port that
 // is not a number fails and writes nothing.
 TEST(CmUriHostPort, BracketedBarePlainAndBadPorts) {
-  const struct {
-    const char *text, *host;
-    unsigned short port;
-  } cases[] = {{"[::1]:5060", "::1", 5060},
-               {"::1", "::1", 0},
-               {"fe80::1:2:3", "fe80::1:2:3", 0},
-               {" host.example : 42 ", "host.example", 42},
-               {"plain", "plain", 0},
-               {"[::1]", "[::1]", 0},
-               {"host:abc", nullptr, 99},
-               {"host:-1", nullptr, 99},
-               {"[::1]:x1", nullptr, 99}};
-  for (const auto& c : cases) {
+  const std::tuple<const char*, const char*, unsigned short> cases[] = {{"[::1]:5060", "::1", 5060},
+                                                                        {"::1", "::1", 0},
+                                                                        {"fe80::1:2:3", "fe80::1:2:3", 0},
+                                                                        {" host.example : 42 ", "host.example", 42},
+                                                                        {"plain", "plain", 0},
+                                                                        {"[::1]", "[::1]", 0},
+                                                                        {"host:abc", nullptr, 99},
+                                                                        {"host:-1", nullptr, 99},
+                                                                        {"[::1]:x1", nullptr, 99}};
+  for (const auto& [text, hostWanted, portWanted] : cases) {
     CCmString host = "untouched";
     unsigned short port = 99;
-    EXPECT_EQ(c.host != nullptr, CCmUri::ParseHostnamePort(c.text, host, port)) << c.text;
-    EXPECT_EQ(c.host ? c.host : "untouched", host) << c.text;
-    EXPECT_EQ(c.port, port) << c.text;
+    EXPECT_EQ(hostWanted != nullptr, CCmUri::ParseHostnamePort(text, host, port)) << text;
+    EXPECT_EQ(hostWanted ? hostWanted : "untouched", host) << text;
+    EXPECT_EQ(portWanted, port) << text;
   }
 }
 
