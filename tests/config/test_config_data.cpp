@@ -16,13 +16,13 @@ TEST(ConfigData, ConstructorsStoreText) {
   const char* const texts[] = {"1", "0",        "-12",      "4000000000", "18446744073709551615", "-9000000000", "7",
                                "8", "1.500000", "0.250000", "abc"};
   for (size_t i = 0; i < 11; ++i) EXPECT_EQ(texts[i], values[i].ToString()) << i;
-  EXPECT_TRUE(ConfigData(std::string("abc")) == ConfigData("abc"));  // both are text
-  EXPECT_FALSE(ConfigData("") == ConfigData());                      // text never equals a value of no kind
+  // Both are text; text never equals a value of no kind.
+  EXPECT_TRUE(ConfigData(std::string("abc")) == ConfigData("abc") && !(ConfigData("") == ConfigData()));
   char buf[] = "xyz";
   EXPECT_STREQ("xyz", ConfigData(buf).ToCstr());
 }
 
-TEST(ConfigData, ReadersConvertFromText) {
+TEST(ConfigData, ReadersConvertFromTextOnlyTheUnsigned64OneThrows) {
   ConfigData d(2.5);
   // 2.5 (and 0.5 below) are exact in binary: compared exactly.
   EXPECT_EQ(std::make_tuple(std::string("2.500000"), 2, 2.5, 2.5f),
@@ -36,9 +36,7 @@ TEST(ConfigData, ReadersConvertFromText) {
   const std::string asText = ConfigData(3);
   EXPECT_EQ(std::make_tuple(41, 0.5, std::string("3")),
             std::make_tuple(static_cast<int>(ConfigData("41")), static_cast<double>(ConfigData("0.5")), asText));
-}
-
-TEST(ConfigData, OnlyTheUnsigned64ConversionThrows) {
+  // Text that is no number: only the unsigned 64-bit conversion throws.
   ConfigData text("abc");
   EXPECT_EQ(std::make_pair(0, 0ll), std::make_pair(text.ToInt(), text.ToLonglong()));
   EXPECT_THROW(text.ToUint64(), std::invalid_argument);

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <map>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -42,36 +43,48 @@ class IniParamTest : public ::testing::Test {
     set_nimra_config_file_name("nimra.cfg");
   }
   void writeConfig(const std::string& content) { m_dir.write("conf/nimra.cfg", content); }
-  std::string param(const char* section, const char* key) {
-    char out[256] = {0};
-    return get_string_param(section, key, out, sizeof out - 1) ? std::string(out) : std::string("<none>");
-  }
 
   CmTempDir m_dir;
   std::unique_ptr<CmScopedEnv> m_home;
 };
 
+int g_lookupCalls = 0;
+unsigned char fixed_lookup(const char* path, const char* /*section*/, const char* key, char* out, int size) {
+  ++g_lookupCalls;
+  EXPECT_STREQ("/some/path.cfg", path);
+  EXPECT_EQ(256, size);
+  static const std::map<std::string, std::string> table = {
+      {"int", "123"},   {"neg", "-5"},           {"huge", "99999999999999999999"},
+      {"text", "abc"},  {"dword", "4000000000"}, {"word", "65535"},
+      {"wordbad", "x"}, {"float", "2.5"},        {"nan", "nan"},
+      {"inf", "inf"},   {"bigf", "1e19"},        {"minf", "-9223372036854775808"},
+      {"bool", "True"}, {"str", "  kept as is "}};
+  const auto it = table.find(key);
+  if (it == table.end()) return 0;
+  snprintf(out, static_cast<size_t>(size), "%s", it->second.c_str());
+  return 1;
+}
+
 }  // namespace
 
 TEST(ReadInitFile, SectionAndKeyMatchIgnoringCase) {
   const std::string ini = "[Video]\nWidth = 640\n[Audio]\n  RATE=48000  \nName = Mixed Case \n";
-  EXPECT_EQ("640", scan(ini, "video", "WIDTH"));
-  EXPECT_EQ("48000", scan(ini, "AUDIO", "rate"));
-  EXPECT_EQ("Mixed Case", scan(ini, "Audio", "name"));  // values keep their case
-  EXPECT_EQ("<none>", scan(ini, "Video", "rate"));      // the next header ends the section
-  EXPECT_EQ("<none>", scan(ini, "Missing", "Width"));
+  // Values keep their case; the next header ends the section.
+  EXPECT_EQ(
+      (std::vector<std::string>{"640", "48000", "Mixed Case", "<none>", "<none>"}),
+      (std::vector<std::string>{scan(ini, "video", "WIDTH"), scan(ini, "AUDIO", "rate"), scan(ini, "Audio", "name"),
+                                scan(ini, "Video", "rate"), scan(ini, "Missing", "Width")}));
 }
 
 TEST(ReadInitFile, CommentsQuotesAndEquals) {
   const std::string ini =
       "[S]\n# key = commented\nkey = first\nq1 = \"  spaced  \"\nq2 = 'single'\nmixed = 'a\"\n"
       "expr = a=b=c\nlonely = '\nnoeq line\n";
-  EXPECT_EQ("first", scan(ini, "S", "key"));
-  EXPECT_EQ("spaced", scan(ini, "S", "q1"));  // quotes dropped, then trimmed again
-  EXPECT_EQ("single", scan(ini, "S", "q2"));
-  EXPECT_EQ("'a\"", scan(ini, "S", "mixed"));  // different quotes stay
-  EXPECT_EQ("a=b=c", scan(ini, "S", "expr"));  // the value keeps later '='
-  EXPECT_EQ("", scan(ini, "S", "lonely"));     // a single quote character gives empty text
+  // Quotes are dropped, then the value is trimmed again; different quotes stay; the value
+  // keeps later '='; a single quote character gives empty text.
+  auto s = [&ini](const char* key) { return scan(ini, "S", key); };
+  EXPECT_EQ((std::vector<std::string>{"first", "spaced", "single", "'a\"", "a=b=c", ""}),
+            (std::vector<std::string>{s("key"), s("q1"), s("q2"), s("mixed"), s("expr"), s("lonely")}));
 }
 
 TEST(ReadInitFile, BoundedCopyAndLongLines) {
@@ -127,32 +140,6 @@ TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
   EXPECT_TRUE(get_bool_param("Trace", "flag", false));
 }
 
-namespace {
-int g_lookupCalls = 0;
-unsigned char fixed_lookup(const char* path, const char* section, const char* key, char* out, int size) {
-  ++g_lookupCalls;
-  EXPECT_STREQ("/some/path.cfg", path);
-  EXPECT_EQ(256, size);
-  static const struct {
-    const char* key;
-    const char* value;
-  } table[] = {{"int", "123"},   {"neg", "-5"},           {"huge", "99999999999999999999"},
-               {"text", "abc"},  {"dword", "4000000000"}, {"word", "65535"},
-               {"wordbad", "x"}, {"float", "2.5"},        {"nan", "nan"},
-               {"inf", "inf"},   {"bigf", "1e19"},        {"minf", "-9223372036854775808"},
-               {"bool", "True"}, {"str", "  kept as is "}};
-  (void)section;
-  for (const auto& e : table) {
-    if (strcmp(e.key, key) == 0) {
-      snprintf(out, static_cast<size_t>(size), "%s", e.value);
-      return 1;
-    }
-  }
-  return 0;
-}
-
-}  // namespace
-
 TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
   CCmConfigInitFile file(std::string("/some/path.cfg"));
   file.RegisterFunc(&fixed_lookup);
@@ -169,11 +156,10 @@ TEST(CCmConfigInitFile, TypedGettersAndDefaults) {
   for (const char* outOfRange : {"nan", "inf", "bigf", "minf"})  // -2^63 itself is out of range
     EXPECT_FLOAT_EQ(1.0f, file.GetFloatParam("S", outOfRange, 1.0f)) << outOfRange;
   EXPECT_FLOAT_EQ(0.0f, file.GetFloatParam("S", "text", 1.0f));
-  EXPECT_TRUE(file.GetBoolParam("S", "bool", false));
-  EXPECT_FALSE(file.GetBoolParam("S", "int", true));
-  EXPECT_TRUE(file.GetBoolParam("S", "missing", true));
-  EXPECT_EQ("  kept as is ", file.GetStringParam("S", "str", "d"));
-  EXPECT_EQ("d", file.GetStringParam("S", "missing", "d"));
+  EXPECT_EQ(std::make_tuple(true, false, true, std::string("  kept as is "), std::string("d")),
+            std::make_tuple(file.GetBoolParam("S", "bool", false), file.GetBoolParam("S", "int", true),
+                            file.GetBoolParam("S", "missing", true), file.GetStringParam("S", "str", "d"),
+                            file.GetStringParam("S", "missing", "d")));
   EXPECT_EQ(20, g_lookupCalls);
   EXPECT_EQ(0, file.InitWithFileName("/elsewhere"));
   EXPECT_EQ("/some/path.cfg", file.GetFilePath());
@@ -188,8 +174,10 @@ TEST_F(IniParamTest, DefaultObjectReadsNimraCfgInTheHomeFolder) {
   m_dir.write("nimra.cfg", "[S]\nwhere = home\n");
   writeConfig("[S]\nwhere = conf\n");
   CCmConfigInitFile file;
+  char conf[256] = {0};
+  ASSERT_TRUE(get_string_param("S", "where", conf, sizeof conf - 1));
   EXPECT_EQ(std::make_tuple(m_dir.path() + "/nimra.cfg", std::string("home"), std::string("conf")),
-            std::make_tuple(file.GetFilePath(), file.GetStringParam("S", "where", "none"), param("S", "where")));
+            std::make_tuple(file.GetFilePath(), file.GetStringParam("S", "where", "none"), std::string(conf)));
 
   enable_config_io_feature(false);  // the default lookup honours the switch
   EXPECT_EQ("none", file.GetStringParam("S", "where", "none"));

@@ -13,8 +13,7 @@ using json::Value;
 
 TEST(JsonRead, NumbersAreClassifiedByRange) {
   Value v = json::Deserialize("[1, -2147483648, 2147483647, 3000000000, -3000000000, 1e20, 2.5, 1e5, 1E5, 4294967296]");
-  ASSERT_EQ(json::kArray, v.GetType());
-  ASSERT_EQ(10u, v.size());
+  ASSERT_EQ(std::make_pair(json::kArray, size_t{10}), std::make_pair(v.GetType(), v.size()));
   const json::ValueType types[] = {json::kInt,    json::kInt,    json::kInt,    json::kUInt, json::kInt64,
                                    json::kDouble, json::kDouble, json::kDouble, json::kInt,  json::kInt64};
   for (size_t i = 0; i < 10; ++i) EXPECT_EQ(types[i], v[i].GetType()) << i;
@@ -41,8 +40,7 @@ TEST(JsonRead, SyntaxErrorsGiveNull) {
 TEST(JsonRead, StringEscapes) {
   Value v = json::Deserialize(
       "[\"a\\nb\", \"q\\\"q\", \"s\\/\\\\\", \"\\u00e9\", \"\\u4e2d\", \"x\\qy\", \"tab\\t\", \"\\u12\", \"[,]\"]");
-  ASSERT_EQ(json::kArray, v.GetType());
-  ASSERT_EQ(9u, v.size());
+  ASSERT_EQ(std::make_pair(json::kArray, size_t{9}), std::make_pair(v.GetType(), v.size()));
   // \u gives one byte, the last two hex digits (\u4e2d: 0x2D); an unknown escape is dropped
   // with its backslash; the tab is trimmed away; \u without four hex digits is dropped;
   // brackets and commas inside strings stay.
@@ -105,8 +103,7 @@ TEST(JsonValue, ModelOperations) {
   other["y"] = "set";
   other["z"] = true;
   obj.MergeValue(other);
-  EXPECT_EQ(3u, obj.size());
-  EXPECT_EQ("set", obj["y"].ToString());
+  EXPECT_EQ(std::make_pair(size_t{3}, std::string("set")), std::make_pair(obj.size(), obj["y"].ToString()));
 
   json::Array a;
   a.push_back(Value(1));

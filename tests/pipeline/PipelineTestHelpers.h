@@ -1,5 +1,5 @@
 #pragma once
-// Shared helpers of the pipeline tests: counted data items, recording units, observers,
+// Shared helpers of the pipeline tests: counted data items, recording units,
 // latches; task threads come from the common helper.
 
 #include <gtest/gtest.h>
@@ -69,7 +69,6 @@ class LeakCheckedTest : public ::testing::Test {
 // One-shot latch with a generous wait.
 class Latch {
  public:
-  explicit Latch(int aCount = 1) : m_count(aCount) {}
   void CountDown() {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_count > 0 && --m_count == 0) m_cv.notify_all();
@@ -82,7 +81,7 @@ class Latch {
  private:
   std::mutex m_mutex;
   std::condition_variable m_cv;
-  int m_count;
+  int m_count = 1;
 };
 
 struct Seen {
@@ -136,27 +135,6 @@ class RecordingUnit : public ProcessUnit {
   size_t m_nExpected;
   std::mutex m_mutex;
   std::vector<Seen> m_seen;
-};
-
-struct Event {
-  uint32_t type, value;
-  int observer;
-};
-
-// Records events into a shared log so that the order across observers is visible.
-class RecordingObserver : public IProcessModuleEventNotify {
- public:
-  RecordingObserver(int aId, std::vector<Event>* aLog, std::mutex* aMutex)
-      : m_id(aId), m_pLog(aLog), m_pMutex(aMutex) {}
-  void OnProcessModuleEvent(uint32_t aType, const ProcessModuleValue& aValue) override {
-    std::lock_guard<std::mutex> lock(*m_pMutex);
-    m_pLog->push_back(Event{aType, aValue.dwValue, m_id});
-  }
-
- private:
-  int m_id;
-  std::vector<Event>* m_pLog;
-  std::mutex* m_pMutex;
 };
 
 // Owns one reference to a kel object for the scope.

@@ -80,7 +80,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
   ASSERT_TRUE(p1.ok() && p2.ok() && worker.ok());
   Latch done;
   Sink s("sink", worker.get(), new RecordingUnit(RecordingUnit::kSwallow, &done, kItems * 2));
-  Latch go(1);
+  Latch go;
   auto produce = [&](unsigned short ch) {
     go.Wait();
     for (uint32_t i = 0; i < kItems; ++i) Deliver(s.module, i, ch, ch);

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <mutex>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -14,26 +12,24 @@ using namespace pipetest;
 
 namespace {
 
-std::vector<uint32_t> Seqs(RecordingUnit* aUnit) {
-  std::vector<uint32_t> out;
-  for (const Seen& s : aUnit->Seen_()) out.push_back(s.seq);
+// (seq, input channel) of every item the unit saw, in order.
+using Arrivals = std::vector<std::pair<uint32_t, int>>;
+Arrivals ArrivalsAt(RecordingUnit* aUnit) {
+  Arrivals out;
+  for (const Seen& s : aUnit->Seen_()) out.emplace_back(s.seq, s.channel);
   return out;
 }
 
 using ProcessModuleTest = LeakCheckedTest;
 
-TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothing) {
-  Ref<TestModule> m(new TestModule);
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->DeliverData(nullptr, 0));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, m->DeliverData(d, 16));
-  for (unsigned short ch = 0; ch < 16; ++ch) EXPECT_EQ(0u, m->GetInputSampleCount(ch));
-  EXPECT_EQ(1u, d->GetReference());
-  d->Release();
-}
-
-TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
+TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothingNotStartedForwardsEveryChannelToOutputZero) {
   Ref<TestModule> src(new TestModule);
+  TestData* bad = new TestData(1);
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, src->DeliverData(nullptr, 0));
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, src->DeliverData(bad, 16));
+  for (unsigned short ch = 0; ch < 16; ++ch) EXPECT_EQ(0u, src->GetInputSampleCount(ch));
+  EXPECT_EQ(1u, bad->GetReference());
+  bad->Release();
   Ref<RecordingUnit> srcUnit(new RecordingUnit);
   src->SetProcessUnit(srcUnit.get());
   Sink out0, out1;
@@ -41,8 +37,7 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
   ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
 
   for (unsigned short ch : {0, 5, 15}) EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
-  EXPECT_EQ((std::vector<uint32_t>{0, 5, 15}), Seqs(out0.unit.get()));
-  for (const Seen& s : out0.unit->Seen_()) EXPECT_EQ(3, s.channel);
+  EXPECT_EQ((Arrivals{{0, 3}, {5, 3}, {15, 3}}), ArrivalsAt(out0.unit.get()));
   // Not started: the unit is bypassed, and nothing leaves on output 1.
   EXPECT_EQ(std::make_tuple(size_t{0}, size_t{0}, 1u, 3u, 0u),
             std::make_tuple(srcUnit->Count(), out1.unit->Count(), src->GetInputSampleCount(5),
@@ -58,22 +53,19 @@ TEST_F(ProcessModuleTest, NotStartedForwardsEveryChannelToOutputZero) {
 
 TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
   Sink m("m", nullptr, new RecordingUnit(RecordingUnit::kEmit));
-  std::vector<int> order;
-  std::mutex mu;
+  std::vector<int> order;  // every module runs on this thread
   struct OrderUnit : ProcessUnit {
-    OrderUnit(int aId, std::vector<int>* aOrder, std::mutex* aMu) : id(aId), order(aOrder), mu(aMu) {}
+    OrderUnit(int aId, std::vector<int>* aOrder) : id(aId), order(aOrder) {}
     IProcessData* _Process(IProcessData*, unsigned short) override {
-      std::lock_guard<std::mutex> lock(*mu);
       order->push_back(id);
       return nullptr;
     }
     int id;
     std::vector<int>* order;
-    std::mutex* mu;
   };
   Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
   int id = 1;
-  for (TestModule* x : {a.get(), b.get(), c.get()}) StartModule(x, new OrderUnit(id++, &order, &mu));
+  for (TestModule* x : {a.get(), b.get(), c.get()}) StartModule(x, new OrderUnit(id++, &order));
   ASSERT_EQ(CM_OK, m.module->AddDeliver(b.get(), 0, 0));
   ASSERT_EQ(CM_OK, m.module->AddDeliver(a.get(), 0, 0));
   ASSERT_EQ(CM_OK, m.module->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
@@ -101,8 +93,8 @@ TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
   EXPECT_TRUE(m.module->_NeedQueuedProcess(2) == false);
   Deliver(m.module, 2, 2);  // from the test thread, still synchronous: cached
   ASSERT_EQ(2u, m.unit->Count());
-  EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[0].thread));
-  EXPECT_TRUE(IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[1].thread));
+  EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[0].thread) &&
+              IsThreadEqual(GetThreadSelfId(), m.unit->Seen_()[1].thread));
 
   // Channel 3 decides afresh from the test thread: queued onto the module thread.
   EXPECT_TRUE(m.module->_NeedQueuedProcess(3));
@@ -152,16 +144,19 @@ TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
     EXPECT_EQ(left, m.module->GetProcessModuleQueueSize(6));
   }
   EXPECT_EQ(CM_ERROR_FAILURE, m.module->_DrainQueueData(16));
-  std::vector<uint32_t> expected;
-  for (uint32_t i = 0; i < 20; ++i) expected.push_back(i);
-  EXPECT_EQ(expected, Seqs(m.unit.get()));
-  for (const Seen& s : m.unit->Seen_()) EXPECT_EQ(6, s.channel);
+  Arrivals expected;
+  for (uint32_t i = 0; i < 20; ++i) expected.emplace_back(i, 6);
+  EXPECT_EQ(expected, ArrivalsAt(m.unit.get()));
 }
 
 TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
-  std::vector<Event> log;
-  std::mutex mu;
-  RecordingObserver status(1, &log, &mu);
+  struct Log : IProcessModuleEventNotify {
+    std::vector<uint32_t> values;
+    void OnProcessModuleEvent(uint32_t aType, const ProcessModuleValue& aValue) override {
+      EXPECT_EQ(uint32_t{PROCESS_MODULE_EVENT_STATUS_CHANGED}, aType);
+      values.push_back(aValue.dwValue);
+    }
+  } status;
   Ref<TestModule> m(new TestModule);
   ASSERT_EQ(CM_OK, m->AddObserver(&status, PROCESS_MODULE_LISTEN_STATUS));
   EXPECT_EQ(PROCESS_MODULE_STATUS_CREATED, m->GetProcessModuleStatus());
@@ -175,12 +170,9 @@ TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   EXPECT_EQ(PROCESS_MODULE_STATUS_STOPPED, m->GetProcessModuleStatus());
   EXPECT_EQ(CM_OK, m->Start());
   EXPECT_EQ(PROCESS_MODULE_STATUS_STARTED, m->GetProcessModuleStatus());
-  ASSERT_EQ(4u, log.size());
-  const uint32_t expected[] = {PROCESS_MODULE_STATUS_INITED, PROCESS_MODULE_STATUS_STARTED,
-                               PROCESS_MODULE_STATUS_STOPPED, PROCESS_MODULE_STATUS_STARTED};
-  for (size_t i = 0; i < 4; ++i)
-    EXPECT_EQ(std::make_pair(uint32_t{PROCESS_MODULE_EVENT_STATUS_CHANGED}, expected[i]),
-              std::make_pair(log[i].type, log[i].value));
+  EXPECT_EQ((std::vector<uint32_t>{PROCESS_MODULE_STATUS_INITED, PROCESS_MODULE_STATUS_STARTED,
+                                   PROCESS_MODULE_STATUS_STOPPED, PROCESS_MODULE_STATUS_STARTED}),
+            status.values);
 }
 
 TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {

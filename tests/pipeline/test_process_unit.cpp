@@ -25,17 +25,13 @@ class MakerUnit : public ProcessUnit {
 
 using ProcessUnitTest = LeakCheckedTest;
 
-TEST_F(ProcessUnitTest, WithoutModuleResultIsReleasedOnce) {
-  Ref<MakerUnit> unit(new MakerUnit);
-  TestData* in = new TestData(1);
-  EXPECT_EQ(CM_OK, unit->Process(in, 0));
-  // Called once, and only the input is left.
-  EXPECT_EQ(std::make_pair(1, m_liveBefore + 1), std::make_pair(unit->calls, LiveData().load()));
-  in->Release();
-}
-
 TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
   Ref<MakerUnit> unit(new MakerUnit);
+  // Without a module the result is only released: called once, and only the input is left.
+  TestData* in = new TestData(1);
+  EXPECT_EQ(CM_OK, unit->Process(in, 0));
+  EXPECT_EQ(std::make_pair(1, m_liveBefore + 1), std::make_pair(unit->calls, LiveData().load()));
+  in->Release();
   Ref<TestModule> m(new TestModule);
   Sink sink;
   Ref<TestModule> other(new TestModule);
@@ -49,20 +45,7 @@ TEST_F(ProcessUnitTest, ResultDeliveredOnOutputZeroThenReleased) {
             std::make_tuple(s.seq, int{s.channel}, m->GetOutputSampleCount(0), other->GetInputSampleCount(0)));
 }
 
-TEST(ProcessConfigTest, BufferSizeRules) {
-  ProcessConfig cfg;
-  char buf[16];
-  unsigned int size = 6;
-  ASSERT_EQ(CM_OK, cfg.ConfigProcess("six", "abcdef"));
-  ASSERT_EQ(CM_OK, cfg.ConfigProcess("five", "abcde"));
-  std::memset(buf, 'x', sizeof buf);
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("six", buf, size));
-  EXPECT_EQ(std::make_pair(6u, 'x'), std::make_pair(size, buf[0]));
-  EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("five", buf, size));
-  EXPECT_EQ(std::make_pair(std::string("abcde"), 5u), std::make_pair(std::string(buf), size));
-}
-
-TEST(ProcessConfigTest, OverwriteAbsentAndBadArguments) {
+TEST(ProcessConfigTest, OverwriteSizeRulesAndBadArguments) {
   ProcessConfig cfg;
   char buf[32];
   unsigned int size = sizeof buf;
@@ -71,6 +54,15 @@ TEST(ProcessConfigTest, OverwriteAbsentAndBadArguments) {
   ASSERT_EQ(CM_OK, cfg.ConfigProcess("k", "second"));
   EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("k", buf, size));
   EXPECT_STREQ("second", buf);
+  // A value must fit in size - 1 bytes; a refused one leaves the buffer and the size alone.
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("six", "abcdef"));
+  ASSERT_EQ(CM_OK, cfg.ConfigProcess("five", "abcde"));
+  std::memset(buf, 'x', sizeof buf);
+  size = 6;
+  EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.GetProcessConfigValue("six", buf, size));
+  EXPECT_EQ(std::make_pair(6u, 'x'), std::make_pair(size, buf[0]));
+  EXPECT_EQ(CM_OK, cfg.GetProcessConfigValue("five", buf, size));
+  EXPECT_EQ(std::make_pair(std::string("abcde"), 5u), std::make_pair(std::string(buf), size));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.ConfigProcess(nullptr, "v"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cfg.ConfigProcess("k", nullptr));
   size = sizeof buf;
