@@ -39,12 +39,17 @@ class HeartBeatTest : public ::testing::Test {
     TakeDelays();
   }
 
+  // One heartbeat; returns the delays it asked for.
+  std::vector<unsigned int> Beat() {
+    EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+    return TakeDelays();
+  }
+
   unsigned int DelayAfterTimer(long ms) {
     RecordingHandler h("h", nullptr);
     EXPECT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(ms), 1));
     TakeDelays();
-    EXPECT_EQ(CM_OK, hb->DoHeartBeat());
-    const auto delays = TakeDelays();
+    const auto delays = Beat();
     EXPECT_EQ(CM_OK, hb->GetTimerQueue()->CancelTimer(&h));
     return delays.size() == 1 ? delays[0] : 0xFFFFFFFFu;
   }
@@ -66,21 +71,17 @@ TEST_F(HeartBeatTest, DelayFollowsTheNextTimer) {
 }
 
 TEST_F(HeartBeatTest, NoTimerOrNoChangeAsksFor200) {
-  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
-  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());
+  EXPECT_EQ(std::vector<unsigned int>{200u}, Beat());
   RecordingHandler h("h", nullptr);
   ASSERT_EQ(CM_OK, hb->GetTimerQueue()->ScheduleTimer(&h, nullptr, Ms(100), 1));
   // A timer landing in an empty queue, then the on-demand notice: 10 ms each.
   EXPECT_EQ((std::vector<unsigned int>{10u, 10u}), TakeDelays());
-  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
-  EXPECT_EQ(std::vector<unsigned int>{105u}, TakeDelays());
+  EXPECT_EQ(std::vector<unsigned int>{105u}, Beat());
   clock.AdvanceMs(30);
-  EXPECT_EQ(CM_OK, hb->DoHeartBeat());  // same earliest as before
-  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());
+  EXPECT_EQ(std::vector<unsigned int>{200u}, Beat());  // same earliest as before
   clock.AdvanceMs(70);
-  EXPECT_EQ(CM_OK, hb->DoHeartBeat());
+  EXPECT_EQ(std::vector<unsigned int>{200u}, Beat());  // the timer fired: queue now empty
   EXPECT_EQ(1, h.Count());
-  EXPECT_EQ(std::vector<unsigned int>{200u}, TakeDelays());  // queue now empty
 }
 
 TEST_F(HeartBeatTest, PostAsksForZeroAndTheHeartbeatRunsTheEvent) {

@@ -9,8 +9,10 @@
 
 #include <cerrno>
 #include <future>
+#include <string>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 #include "cmutil/thread/CmThreadPriority.h"
 #include "common/CmTraceCapture.h"
@@ -18,17 +20,14 @@
 namespace {
 
 TEST(CmThreadPriorityTest, TextsAndPercentages) {
-  EXPECT_STREQ("Lowest", ThreadPriorityToString(0));
-  EXPECT_STREQ("TimeCritical", ThreadPriorityToString(5));
-  EXPECT_STREQ("Unknown", ThreadPriorityToString(9));
-  EXPECT_STREQ("Unknown", ThreadPriorityToString(-1));
-  EXPECT_EQ(0, ThreadPriorityToNative(0));
-  EXPECT_EQ(25, ThreadPriorityToNative(1));
-  EXPECT_EQ(90, ThreadPriorityToNative(4));
-  EXPECT_EQ(50, ThreadPriorityToNative(9));
-  EXPECT_STREQ("UserInteractive", ThreadPolicyToString(0));
-  EXPECT_STREQ("Background", ThreadPolicyToString(4));
-  EXPECT_STREQ("Unknown", ThreadPolicyToString(5));
+  using Texts = std::vector<std::string>;
+  EXPECT_EQ(
+      (Texts{"Lowest", "TimeCritical", "Unknown", "Unknown", "UserInteractive", "Background", "Unknown"}),
+      (Texts{ThreadPriorityToString(0), ThreadPriorityToString(5), ThreadPriorityToString(9),
+             ThreadPriorityToString(-1), ThreadPolicyToString(0), ThreadPolicyToString(4), ThreadPolicyToString(5)}));
+  EXPECT_EQ((std::vector<int>{0, 25, 90, 50}),
+            (std::vector<int>{ThreadPriorityToNative(0), ThreadPriorityToNative(1), ThreadPriorityToNative(4),
+                              ThreadPriorityToNative(9)}));
   const int kNiceOfPercent[][2] = {{-5, 19}, {0, 19}, {50, 0}, {99, -19}, {100, -20}, {150, -20}};
   for (const auto& row : kNiceOfPercent) EXPECT_EQ(row[1], ThreadPriorityPercentToNice(row[0])) << row[0];
 }

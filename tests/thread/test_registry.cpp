@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "cmutil/base/CmSingleton.h"
@@ -42,12 +43,10 @@ TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread) {
   EXPECT_EQ(nullptr, GetThread(13));
   TPCleanThreadList();
   EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
-  EXPECT_EQ(CM_OK, a->Join());  // both loops end because they were stopped
-  EXPECT_EQ(CM_OK, b->Join());
+  EXPECT_EQ(std::make_pair(CM_OK, CM_OK), std::make_pair(a->Join(), b->Join()));  // both loops end: they were stopped
   EXPECT_EQ(nullptr, GetThread(11));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, UnRegisterThread(a));  // the clean-up took it out
-  a->Destory(0);
-  b->Destory(0);
+  for (ACmThread* thread : {a, b}) thread->Destory(0);
 }
 
 // A trace sink that looks the registry up from another thread while the clean-up list
@@ -145,16 +144,6 @@ class CleanUpProbe : public CCmCleanUpBase {
   int m_id;
 };
 
-TEST(CCmCleanUpBaseTest, CleanupAllRunsInReverseRegistrationOrder) {
-  CCmCleanUpBase::CleanupAll();  // start from an empty list
-  std::vector<int> order;
-  for (int id = 1; id <= 3; ++id) new CleanUpProbe(&order, id);
-  CCmCleanUpBase::CleanupAll();
-  EXPECT_EQ((std::vector<int>{3, 2, 1}), order);
-  CCmCleanUpBase::CleanupAll();  // the list ended empty
-  EXPECT_EQ(3u, order.size());
-}
-
 struct CM_EXPORT SingletonPayload {
   SingletonPayload() { ++constructed; }
   ~SingletonPayload() { ++destroyed; }
@@ -164,7 +153,9 @@ struct CM_EXPORT SingletonPayload {
 std::atomic<int> SingletonPayload::constructed{0};
 std::atomic<int> SingletonPayload::destroyed{0};
 
-TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup) {
+// The singleton lives until the clean-up list is run, which then destroys its entries
+// newest first and ends empty.
+TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanupWhichRunsNewestFirst) {
   std::vector<SingletonPayload*> seen(8, nullptr);
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) threads.emplace_back([&, i] { seen[i] = CCmSingletonT<SingletonPayload>::Instance(); });
@@ -176,7 +167,13 @@ TEST(CCmSingletonTTest, OneInstanceAcrossThreadsUntilCleanup) {
   EXPECT_EQ(1, SingletonPayload::destroyed.load());
   EXPECT_NE(nullptr, CCmSingletonT<SingletonPayload>::Instance());  // created afresh
   EXPECT_EQ(2, SingletonPayload::constructed.load());
+  CCmCleanUpBase::CleanupAll();  // the list is empty from here
+  std::vector<int> order;
+  for (int id = 1; id <= 3; ++id) new CleanUpProbe(&order, id);
   CCmCleanUpBase::CleanupAll();
+  EXPECT_EQ((std::vector<int>{3, 2, 1}), order);
+  CCmCleanUpBase::CleanupAll();  // the list ended empty
+  EXPECT_EQ(3u, order.size());
 }
 
 // Sanitizer allocators (g++ and clang spell their presence differently) abort on

@@ -13,8 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
+#include <fstream>
 #include <new>
 #include <string>
 #include <thread>
@@ -48,9 +47,8 @@ __attribute__((no_sanitize("vptr"))) CmResult TryLockDead(CCmMutexThreadBase* m)
 TEST(CmMutexTest, OperationsAfterDestructionFailWithTrace) {
   CmTraceCapture cap;
   DestroyedMutex<CCmMutexThread> dead;
-  EXPECT_EQ(CM_ERROR_FAILURE, LockDead(dead.mutex));
-  EXPECT_EQ(CM_ERROR_FAILURE, UnLockDead(dead.mutex));
-  EXPECT_EQ(CM_ERROR_FAILURE, TryLockDead(dead.mutex));
+  EXPECT_EQ(std::vector<CmResult>(3, CM_ERROR_FAILURE),
+            (std::vector<CmResult>{LockDead(dead.mutex), UnLockDead(dead.mutex), TryLockDead(dead.mutex)}));
   for (const std::string op : {"Lock", "UnLock", "TryLock"})
     EXPECT_TRUE(cap.contains(0, "CCmMutexThreadBase::" + op + "() object instances already released [this=0x")) << op;
 }
@@ -154,16 +152,14 @@ TEST(CmConditionVariableTest, TimedWaitTimesOutAndSignalWakes) {
 // True once the kernel reports thread aTid asleep (state S). With the event's mutex free,
 // a thread inside CCmEventThread::Wait can sleep only in the condition wait.
 bool WaitUntilAsleep(long aTid) {
-  char path[64];
-  snprintf(path, sizeof(path), "/proc/self/task/%ld/stat", aTid);
+  const std::string path = "/proc/self/task/" + std::to_string(aTid) + "/stat";
   for (int i = 0; i < 100000; ++i) {
-    FILE* f = fopen(path, "r");
+    std::ifstream f(path);
     if (!f) return false;
-    char buf[512] = {0};
-    size_t n = fread(buf, 1, sizeof(buf) - 1, f);
-    fclose(f);
-    const char* close = n ? strrchr(buf, ')') : nullptr;  // the state follows the name
-    if (close && close[1] == ' ' && close[2] == 'S') return true;
+    std::string stat;
+    std::getline(f, stat);
+    const size_t close = stat.rfind(')');  // the state follows the name
+    if (close != std::string::npos && stat.compare(close, 3, ") S") == 0) return true;
     std::this_thread::yield();
   }
   return false;
@@ -232,9 +228,9 @@ TEST(CmReferenceControlTest, LastReleaseDeletesOnceAcrossThreads) {
   std::thread t(churn);
   churn();
   t.join();
-  EXPECT_EQ(1u, obj->GetReference());
-  EXPECT_EQ(2u, obj->AddReference());
-  EXPECT_EQ(1u, obj->ReleaseReference());
+  // Braces keep the calls in order.
+  EXPECT_EQ((std::vector<uint32_t>{1, 2, 1}),
+            (std::vector<uint32_t>{obj->GetReference(), obj->AddReference(), obj->ReleaseReference()}));
   EXPECT_EQ(0, deletions.load());
   EXPECT_EQ(0u, obj->ReleaseReference());
   EXPECT_EQ(1, deletions.load());

@@ -38,18 +38,25 @@ void StopJoinDestroy(ACmThread* thread) {
   thread->Destory(0);
 }
 
-/// Holds the loop thread inside an event until released.
+/// Holds a thread inside an event until released.
 class Gate {
  public:
   Gate() : m_entered(1), m_open(1) {}
-  explicit Gate(ACmThread* thread) : Gate() { Block(thread); }
-  void Block(ACmThread* thread) {
-    Post(thread, [this] {
+  explicit Gate(ACmThread* thread, std::function<void()> first = nullptr) : Gate() { Block(thread, std::move(first)); }
+  /// Posts an event that runs `first`, then holds the loop thread; returns once it holds.
+  void Block(ACmThread* thread, std::function<void()> first = nullptr) {
+    Post(thread, Hold(std::move(first)));
+    ASSERT_TRUE(Entered());
+  }
+  /// An action that runs `first`, then holds the thread running it until Open().
+  std::function<void()> Hold(std::function<void()> first = nullptr) {
+    return [this, first] {
+      if (first) first();
       m_entered.Finished();
       m_open.WaitUntilTimeout(kWaitMs);
-    });
-    ASSERT_TRUE(m_entered.WaitUntilTimeout(kWaitMs));
+    };
   }
+  bool Entered() { return m_entered.WaitUntilTimeout(kWaitMs); }
   void Open() { m_open.Finished(); }
 
  private:
@@ -95,8 +102,8 @@ TYPED_TEST(TaskThreadTest, StopRunsEverythingBeforeAndRefusesAfter) {
   EXPECT_EQ(CM_OK, task->Stop(nullptr));
   EXPECT_EQ(CM_ERROR_NOT_INITIALIZED, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, 100)));
   gate.Open();
-  EXPECT_EQ(CM_OK, task->Join());
-  EXPECT_EQ(CM_OK, task->Join());  // joined already: nothing to wait for, nothing failed
+  // The second join finds the thread joined already: nothing to wait for, nothing failed.
+  EXPECT_EQ(std::vector<CmResult>(2, CM_OK), (std::vector<CmResult>{task->Join(), task->Join()}));
   EXPECT_FALSE(cap.contains("failed"));
   std::vector<int> expected;
   for (int i = 0; i < 20; ++i) expected.push_back(i);
@@ -185,23 +192,18 @@ TYPED_TEST(TaskThreadTest, SendEventTimesOutAndTheEventStillRuns) {
 TYPED_TEST(TaskThreadTest, TimedOutSendAfterStopLeavesTheRunningEventAlone) {
   EventLog log;
   ACmThread* task = StartTask<TypeParam>("t-sendstop");
-  ThreadWaiter entered(1), release(1);
+  Gate gate;  // holds the sent event while it runs
   std::atomic<CmResult> sent{CM_ERROR_FAILURE};
   std::thread sender([&] {
     CCmTimeValue timeout(0L, 200000L);
-    sent = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_OK,
-                                                             [&] {
-                                                               entered.Finished();
-                                                               release.WaitUntilTimeout(kWaitMs);
-                                                             }),
-                                            &timeout);
+    sent = task->GetEventQueue()->SendEvent(new LoggingEvent(&log, 1, CM_OK, gate.Hold()), &timeout);
   });
-  ASSERT_TRUE(entered.WaitUntilTimeout(kWaitMs));
+  ASSERT_TRUE(gate.Entered());
   EXPECT_EQ(CM_OK, task->Stop(nullptr));  // well before the send's time-out
   sender.join();
   EXPECT_EQ(CM_ERROR_TIMEOUT, sent.load());
   EXPECT_TRUE(log.Destroyed().empty());  // still running
-  release.Finished();
+  gate.Open();
   EXPECT_EQ(CM_OK, task->Join());
   task->Destory(0);
   EXPECT_EQ(IdLists({1}, {1}), log.Both());
@@ -425,17 +427,11 @@ TEST(CmThreadTaskTest, NoTimerFiresAfterTheQueueStopped) {
   EventLog log;
   CCmThreadTask* task = StartTask<CCmThreadTask>("t-nostoptimer");
   CountingHandler handler(1);
-  ThreadWaiter entered(1), release(1);
-  Post(task, [&] {
-    task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 1000L), 1);
-    entered.Finished();
-    release.WaitUntilTimeout(kWaitMs);
-  });
-  ASSERT_TRUE(entered.WaitUntilTimeout(kWaitMs));
+  Gate gate(task, [&] { task->GetTimerQueue()->ScheduleTimer(&handler, &handler, CCmTimeValue(0L, 1000L), 1); });
   for (int i = 0; i < 6; ++i) ASSERT_EQ(CM_OK, task->GetEventQueue()->PostEvent(new LoggingEvent(&log, i)));
   task->Stop(nullptr);
   std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the timer falls due
-  release.Finished();
+  gate.Open();
   EXPECT_EQ(CM_OK, task->Join());
   EXPECT_EQ(0, handler.count.load());
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3, 4, 5}), log.Fired());
