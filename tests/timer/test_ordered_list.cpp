@@ -5,7 +5,6 @@
 
 #include "TimerTestSupport.h"
 #include "cmutil/timerqueue/CmTimerQueueOrderedList.h"
-#include "common/CmTraceCapture.h"
 
 namespace {
 
@@ -78,9 +77,7 @@ TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheF
   list.PushNode_l(Node(&b, 5));
   EXPECT_EQ(0, list.EraseNode_l(&a));
   EXPECT_EQ(1, list.EraseNode_l(&a));
-  CCmTimerQueueBase::CNode n;
-  ASSERT_EQ(0, list.PopFirstNode_l(n));
-  EXPECT_EQ(&b, n.m_pEh);
+  EXPECT_EQ((Order{{&b, 5}}), Drain(list));
   EXPECT_EQ(1, list.EraseNode_l(&b));
 }
 

@@ -58,8 +58,7 @@ TYPED_TEST(TimerQueueVariant, ZeroIntervalOneShotFiresOnceOnNextCheck) {
   ASSERT_EQ(1u, this->log.size());
   EXPECT_EQ(std::make_tuple(static_cast<void*>(&arg), this->clock.Now(), CCmTimeValue::get_tvMax()),
             std::make_tuple(this->log[0].arg, this->log[0].at, remain));
-  EXPECT_EQ(0, this->Check());
-  EXPECT_EQ(1, h.Count());
+  EXPECT_EQ((std::vector<int>{0, 1}), (std::vector<int>{this->Check(), h.Count()}));  // braced: in this order
 }
 
 TYPED_TEST(TimerQueueVariant, RefusesNullHandlerAndRepeatingZeroInterval) {
@@ -80,8 +79,7 @@ TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
     ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(ms), 1));
   }
   EXPECT_EQ(1, this->observer.Count("TimerQueue"));  // told of the first timer of an empty queue only
-  EXPECT_EQ(3, this->CheckAfter(35));
-  EXPECT_EQ(2, this->CheckAfter(20));
+  EXPECT_EQ((std::vector<int>{3, 2}), (std::vector<int>{this->CheckAfter(35), this->CheckAfter(20)}));
   EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), NamesOf(this->log));
   EXPECT_EQ(this->log[0].at, this->log[2].at);  // one pass, one time
 }
@@ -93,8 +91,7 @@ TYPED_TEST(TimerQueueVariant, MissedPeriodsAreSkippedNotBurst) {
   CCmTimeValue remain, earliest;
   EXPECT_EQ(1, this->CheckAfter(350, &remain, &earliest));
   EXPECT_EQ(std::make_pair(start + Ms(400), Ms(50)), std::make_pair(earliest, remain));
-  EXPECT_EQ(1, this->CheckAfter(50));
-  EXPECT_EQ(2, h.Count());
+  EXPECT_EQ((std::vector<int>{1, 2}), (std::vector<int>{this->CheckAfter(50), h.Count()}));
 }
 
 TYPED_TEST(TimerQueueVariant, CountedTimerRunsOutAndEmptiesTheQueue) {
@@ -138,8 +135,7 @@ TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&oneShot, nullptr, Ms(20), 1));
   EXPECT_EQ(2, this->CheckAfter(20));
   EXPECT_EQ((std::pair<CmResult, CmResult>(CM_OK, CM_ERROR_NOT_FOUND)), std::make_pair(repeatingRv, oneShotRv));
-  EXPECT_EQ(0, this->CheckAfter(100));
-  EXPECT_EQ(1, repeating.Count());
+  EXPECT_EQ((std::vector<int>{0, 1}), (std::vector<int>{this->CheckAfter(100), repeating.Count()}));
 }
 
 TYPED_TEST(TimerQueueVariant, CallbackCancelsAnotherDueTimerOfTheSamePass) {
@@ -148,8 +144,7 @@ TYPED_TEST(TimerQueueVariant, CallbackCancelsAnotherDueTimerOfTheSamePass) {
   first.SetAction([&](RecordingHandler*) { EXPECT_EQ(CM_OK, q->CancelTimer(&second)); });
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&first, nullptr, Ms(10), 1));
   ASSERT_EQ(CM_OK, q->ScheduleTimer(&second, nullptr, Ms(20), 1));
-  EXPECT_EQ(1, this->CheckAfter(30));
-  EXPECT_EQ(0, second.Count());
+  EXPECT_EQ((std::vector<int>{1, 0}), (std::vector<int>{this->CheckAfter(30), second.Count()}));
 }
 
 // A due timer leaves the slot it shares with two repeating timers that are not due yet:
@@ -188,12 +183,10 @@ TYPED_TEST(TimerQueueVariant, CancelOfTheEarliestInASharedSlotUpdatesTheEarliest
   const CCmTimeValue start = this->clock.Now();
   EXPECT_EQ(CM_OK, q->CancelTimer(&a));
   EXPECT_EQ(start + Ms(15), q->GetEarliestTime());
-  EXPECT_EQ(0, this->CheckAfter(12));
-  EXPECT_EQ(std::make_pair(0, 0), std::make_pair(b.Count(), c.Count()));
+  EXPECT_EQ((std::vector<int>{0, 0, 0}), (std::vector<int>{this->CheckAfter(12), b.Count(), c.Count()}));
   EXPECT_EQ(CM_OK, q->CancelTimer(&b));
   EXPECT_EQ(start + Ms(16), q->GetEarliestTime());
-  EXPECT_EQ(1, this->CheckAfter(4));
-  EXPECT_EQ(1, c.Count());
+  EXPECT_EQ((std::vector<int>{1, 1}), (std::vector<int>{this->CheckAfter(4), c.Count()}));
 }
 
 // About 2,000 live timers (far more than one pool block of the wheel), one-shot,
@@ -306,10 +299,9 @@ TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
     queue.ScheduleTimer(handlers.back().get(), nullptr, Ms(due.back()), 1);
   }
   for (int i = 0; i < 200; i += 3) EXPECT_EQ(CM_OK, queue.CancelTimer(handlers[i].get()));
-  for (int i = 1; i < 200; i += 7) {  // reschedule some: remove + re-insert
-    if (i % 3 != 0) {
-      EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(handlers[i].get(), nullptr, Ms(due[i] = dist(rng)), 1));
-    }
+  for (int i = 1; i < 200; i += 7) {  // reschedule some live ones: remove + re-insert
+    if (i % 3 == 0) continue;
+    EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(handlers[i].get(), nullptr, Ms(due[i] = dist(rng)), 1));
   }
   EXPECT_EQ(200u - 67u, queue.GetCount());
   clock.AdvanceMs(1000);
@@ -339,12 +331,9 @@ TEST_F(TimerWheel, AnEarlierTimerStoredBehindALaterOneFiresAloneAndNothingFiresT
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&sooner, nullptr, CCmTimeValue(0L, 12000L), 1));
   const CCmTimeValue start = clock.Now();
   EXPECT_EQ(start + CCmTimeValue(0L, 12000L), CmTimerWheelInspector::CachedEarliest(queue));
-  EXPECT_EQ(1, CheckAfter(12));
-  EXPECT_EQ(std::make_pair(1, 0), std::make_pair(sooner.Count(), later.Count()));
+  EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{CheckAfter(12), sooner.Count(), later.Count()}));
   EXPECT_EQ(start + CCmTimeValue(0L, 15000L), CmTimerWheelInspector::CachedEarliest(queue));
-  EXPECT_EQ(1, CheckAfter(3));
-  EXPECT_EQ(0, CheckAfter(5));
-  EXPECT_EQ(1, later.Count());
+  EXPECT_EQ((std::vector<int>{1, 0, 1}), (std::vector<int>{CheckAfter(3), CheckAfter(5), later.Count()}));
   EXPECT_EQ(start + CCmTimeValue(0L, 30000L), queue.GetEarliestTime());
 }
 
@@ -363,8 +352,7 @@ TEST_F(TimerWheel, ASlotsNextRevolutionTimerDoesNotHideAnEarlierOneElsewhere) {
   EXPECT_EQ(1, queue.CheckExpire(&remain, nullptr));
   EXPECT_EQ(std::make_tuple(1, start + Ms(1500), Ms(500)),
             std::make_tuple(overdue.Count(), queue.GetEarliestTime(), remain));
-  EXPECT_EQ(1, CheckAfter(500));
-  EXPECT_EQ(std::make_pair(1, 0), std::make_pair(soon.Count(), nextLap.Count()));
+  EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{CheckAfter(500), soon.Count(), nextLap.Count()}));
   EXPECT_EQ(start + Ms(30015), queue.GetEarliestTime());
 }
 
@@ -385,9 +373,7 @@ TEST_F(TimerWheel, FarTimerMovesToItsNearListWhenARescanReachesIt) {
   EXPECT_EQ(1u, CmTimerWheelInspector::NearCount(queue, farSlot));
   EXPECT_EQ(farAt, CmTimerWheelInspector::CachedEarliest(queue));
 
-  EXPECT_EQ(0, CheckAfter(4989));
-  EXPECT_EQ(1, CheckAfter(1));
-  EXPECT_EQ(1, far.Count());
+  EXPECT_EQ((std::vector<int>{0, 1, 1}), (std::vector<int>{CheckAfter(4989), CheckAfter(1), far.Count()}));
 }
 
 TEST_F(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
@@ -395,14 +381,11 @@ TEST_F(TimerWheel, QueueOfOnlyFarTimersStillFiresThem) {
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(31000), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(45000), 1));
   ASSERT_EQ(CM_OK, queue.ScheduleTimer(&c, nullptr, Ms(75000), 1));
-  CCmTimeValue remain;
-  EXPECT_EQ(1, CheckAfter(31000, &remain));
-  // After the pop no near timer is left; the far ones keep the earliest time.
-  EXPECT_EQ(Ms(14000), remain);
-  EXPECT_EQ(1, CheckAfter(14000, &remain));
-  EXPECT_EQ(Ms(30000), remain);
-  EXPECT_EQ(1, CheckAfter(30000, &remain));
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), remain);
+  // After each pop no near timer is left; the far ones keep the earliest time.
+  CCmTimeValue r1, r2, r3;
+  EXPECT_EQ((std::vector<int>{1, 1, 1}),
+            (std::vector<int>{CheckAfter(31000, &r1), CheckAfter(14000, &r2), CheckAfter(30000, &r3)}));
+  EXPECT_EQ(std::make_tuple(Ms(14000), Ms(30000), CCmTimeValue::get_tvMax()), std::make_tuple(r1, r2, r3));
   EXPECT_EQ(std::make_tuple(1, 1, 1), std::make_tuple(a.Count(), b.Count(), c.Count()));
 }
 

@@ -38,15 +38,14 @@ TEST_P(TimerStressOnQueueType, RandomScheduleCancelRescheduleFromTwoThreads) {
   TaskThread owner("t-stress", true, 1201);
   constexpr int kSlots = 64;
   constexpr int kOpsPerDriver = 5000;
-  std::vector<std::unique_ptr<StressSlot>> slots;
-  for (int i = 0; i < kSlots; ++i) slots.emplace_back(new StressSlot);
+  std::vector<StressSlot> slots(kSlots);  // built in place, never moved
 
   std::atomic<int> cancels{0}, schedules{0}, destroys{0}, ownThread{0};
   auto driver = [&](unsigned seed) {
     std::mt19937 rng(seed);
     std::uniform_int_distribution<int> pick(0, kSlots - 1), op(0, 11), ms(1, 4), count(0, 3);
     for (int i = 0; i < kOpsPerDriver; ++i) {
-      StressSlot& s = *slots[pick(rng)];
+      StressSlot& s = slots[pick(rng)];
       std::lock_guard<std::mutex> lock(s.opMutex);
       const int what = op(rng);
       const CCmTimeValue interval(0L, ms(rng) * 1000L);
@@ -92,17 +91,17 @@ TEST_P(TimerStressOnQueueType, RandomScheduleCancelRescheduleFromTwoThreads) {
   second.join();
 
   for (auto& s : slots) {
-    std::lock_guard<std::mutex> lock(s->opMutex);
-    s->handle->Cancel();
-    s->live = false;
+    std::lock_guard<std::mutex> lock(s.opMutex);
+    s.handle->Cancel();
+    s.live = false;
   }
   EXPECT_EQ(CM_OK, owner.Run([] {}));
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
 
   int violations = 0, fired = 0;
   for (auto& s : slots) {
-    violations += s->violations.load();
-    fired += s->fired.load();
+    violations += s.violations.load();
+    fired += s.fired.load();
   }
   EXPECT_EQ(0, violations);
   EXPECT_GT(fired, 0);
