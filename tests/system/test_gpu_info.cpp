@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "cmutil/system/CmSystemInfo.h"
 #include "common/CmFsTree.h"
 #include "common/CmTraceCapture.h"
@@ -54,10 +56,8 @@ TEST(GpuInfo, CapturedTrees) {
 }
 
 TEST(GpuInfo, HostileAndMissingSources) {
-  struct Case {
-    const char* firstName;  // "": no GPU, and the query fails
-    CmFsTree::Files files;
-  } cases[] = {
+  // the first GPU's name ("": no GPU, and the query fails) and the files
+  const std::pair<const char*, CmFsTree::Files> cases[] = {
       {"", {}},                                 // no drm folder
       {"", {{"/sys/class/drm/version", "x"}}},  // an empty one
       {"GPU 0000:0000",                         // garbage ids
@@ -73,14 +73,14 @@ TEST(GpuInfo, HostileAndMissingSources) {
         {"/sys/class/drm/card0/device/driver/x", ""},
         {"/sys/class/drm/card0/device/product_name", "Radeon Pro W6800\n"}}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.files.empty() ? "no drm folder" : c.files[0].first);
-    CmFsTree tree(c.files);
+  for (const auto& [firstName, files] : cases) {
+    SCOPED_TRACE(files.empty() ? "no drm folder" : files[0].first);
+    CmFsTree tree(files);
     CmTraceCapture capture;
     Gpus g = read_gpus(7);
-    const bool found = *c.firstName != '\0';
+    const bool found = *firstName != '\0';
     EXPECT_EQ(found ? CM_OK : CM_ERROR_GENERIC, g.result);
-    EXPECT_EQ(c.firstName, g.names.empty() ? std::string() : g.names[0]);
+    EXPECT_EQ(firstName, g.names.empty() ? std::string() : g.names[0]);
     EXPECT_EQ(!found, capture.contains(0, "getGpuInfo: fail to get gpu"));
     EXPECT_EQ(std::make_pair(false, 7LL), g.usage);  // none reports a usage
   }
@@ -100,9 +100,8 @@ TEST(GpuInfo, UtilisationIsTheClampedMaximumAndSuspendedCardsAreIdle) {
     ASSERT_EQ(0, symlink(("../../.." + card.second.substr(4)).c_str(), at.c_str()));
     ASSERT_EQ(0, symlink("../../../../bus/pci/drivers/amdgpu", (tree.path() + card.second + "/driver").c_str()));
   }
-  long long usage = 0;
-  EXPECT_TRUE(kel_get_GPU_usage(usage));
-  EXPECT_EQ(100, usage);  // 120 clamped; the suspended card counts 0, its 90 unread
+  long long usage = 0;  // 120 clamped; the suspended card counts 0, its 90 unread
+  EXPECT_EQ(std::make_pair(true, 100LL), std::make_pair(kel_get_GPU_usage(usage), usage));
   tree.Write(a + "/gpu_busy_percent", "12");
   EXPECT_EQ(12, kel_get_GPU_usage());
 
@@ -132,18 +131,16 @@ TEST(GpuInfo, PciIdsLookup) {
   const std::string ids =  // a comment and a blank line inside a vendor do not end it
       "# comment\n10de  NVIDIA Corporation\n# note\n\n\t20b0  GA100\n\t\t10de 1450  A100 SXM4\n"
       "1002  Advanced Micro Devices\n\t73bF  Navi 21\nC 03  Display controller\n";
-  struct Case {
-    unsigned vendor, device;
-    bool found;
-    const char *vendorName, *deviceName;
-  } cases[] = {{0x10de, 0x20b0, true, "NVIDIA Corporation", "GA100"},
-               {0x10de, 0x1450, true, "NVIDIA Corporation", ""},  // a subsystem line is no device
-               {0x1002, 0x73bf, true, "Advanced Micro Devices", "Navi 21"},
-               {0x8086, 0x1234, false, "", ""}};
-  for (const Case& c : cases) {
+  // vendor and device ids; whether found, and the names
+  const std::tuple<unsigned, unsigned, bool, std::string, std::string> cases[] = {
+      {0x10de, 0x20b0, true, "NVIDIA Corporation", "GA100"},
+      {0x10de, 0x1450, true, "NVIDIA Corporation", ""},  // a subsystem line is no device
+      {0x1002, 0x73bf, true, "Advanced Micro Devices", "Navi 21"},
+      {0x8086, 0x1234, false, "", ""}};
+  for (const auto& [vendorId, deviceId, found, vendorName, deviceName] : cases) {
     std::string vendor = "x", device = "x";
-    EXPECT_EQ(c.found, cm_pci_ids_lookup(ids, c.vendor, c.device, vendor, device)) << std::hex << c.device;
-    EXPECT_EQ(std::make_pair(std::string(c.vendorName), std::string(c.deviceName)), std::make_pair(vendor, device));
+    EXPECT_EQ(found, cm_pci_ids_lookup(ids, vendorId, deviceId, vendor, device)) << std::hex << deviceId;
+    EXPECT_EQ(std::tie(vendorName, deviceName), std::tie(vendor, device));
   }
   std::string vendor, device;
   for (const char* bad : {"", "10de", "10de\n\t20b0", "zzzz  x\n", "\t\t\t", "10de  N\n\t"})

@@ -22,7 +22,6 @@
 #include "platform/CmMonitorPlatform.h"
 #include "system/CmKelPerfsStatsTestHook.h"
 #include "system/CmMonitorParsers.h"
-#include "system/CmThreadCpuSampler.h"
 
 namespace {
 
@@ -37,49 +36,38 @@ std::string task_stat(int tid, const std::string& name, int utime, int stime) {
 }
 
 TEST(MonitorParsers, StatLinesFoldIrqAndStealIntoSystemAndIowaitIntoIdle) {
-  struct Case {
-    const char* text;
-    bool ok;
-    CmCpuTicks total;
-    size_t cores;
-    unsigned lastIndex;
-  };
-  const Case cases[] = {
+  // text; whether the total parses, and its ticks; cores; the last core's index
+  const std::tuple<const char*, bool, CmCpuTicks, size_t, unsigned> cases[] = {
       // user nice system idle iowait irq softirq steal guest guest_nice
       {"cpu  10 2 3 40 5 6 7 8 9 9\ncpu0 1 1 1 1\ncpu3 2 2 2 2 2\nintr 5\n", true, {10, 2, 24, 45}, 2, 3},
       {"cpu 1 2 3\ncpu0 1 2 3\ncpuX 1 2 3 4\n", false, {}, 0, 0},         // too few numbers, no index
       {"intr 1 2 3 4\ncpu0 1 2 3 4x\ncpu1  4 3 2 1\n", false, {}, 1, 1},  // a glued token ends the line
       {"", false, {}, 0, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [text, ok, total, count, lastIndex] : cases) {
     CmCpuTicks t;
-    EXPECT_EQ(c.ok, cm_parse_stat_total(c.text, t)) << c.text;
-    if (c.ok) {
-      EXPECT_EQ(std::tie(c.total.user, c.total.nice, c.total.system, c.total.idle),
-                std::tie(t.user, t.nice, t.system, t.idle));
+    EXPECT_EQ(ok, cm_parse_stat_total(text, t)) << text;
+    if (ok) {
+      EXPECT_EQ(std::tie(total.user, total.nice, total.system, total.idle), std::tie(t.user, t.nice, t.system, t.idle));
     }
     CmCoreTicks cores[4];
-    ASSERT_EQ(c.cores, cm_parse_stat_cores(c.text, cores, 4)) << c.text;
-    EXPECT_EQ(c.lastIndex, c.cores ? cores[c.cores - 1].index : 0u);
+    ASSERT_EQ(count, cm_parse_stat_cores(text, cores, 4)) << text;
+    EXPECT_EQ(lastIndex, count ? cores[count - 1].index : 0u);
   }
 }
 
 TEST(MonitorParsers, TaskStatCountsFieldsAfterTheLastParenthesis) {
-  struct Case {
-    std::string text;
-    bool ok;
-    uint64_t utime, stime;
-  };
-  const Case cases[] = {
+  // text; whether it parses, utime, stime
+  const std::tuple<std::string, bool, uint64_t, uint64_t> cases[] = {
       {task_stat(7, "a) b (c", 31, 4), true, 31, 4},        {task_stat(7, "))", 0, 99), true, 0, 99},
       {"7 (x) S 1 1 1 0 -1 4 100 0 0 0 12", false, 0, 0},  // stime missing
       {"7 x S 1 1 1 0 -1 4 100 0 0 0 1 2", false, 0, 0},   // no parenthesis
       {"7 (x) S 1 1 1 0 -1 4 100 0 0 0 -1 2", false, 0, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [text, ok, utime, stime] : cases) {
     uint64_t u = 0, s = 0;
-    EXPECT_EQ(c.ok, cm_parse_task_stat_times(c.text, u, s)) << c.text;
-    EXPECT_EQ(std::make_pair(c.utime, c.stime), std::make_pair(u, s)) << c.text;
+    EXPECT_EQ(ok, cm_parse_task_stat_times(text, u, s)) << text;
+    EXPECT_EQ(std::make_pair(utime, stime), std::make_pair(u, s)) << text;
   }
   EXPECT_EQ("a) b (c", cm_trim_comm("a) b (c\n", 15));
   EXPECT_EQ("0123456789abcde", cm_trim_comm("0123456789abcdefgh\n", 15));
@@ -90,13 +78,8 @@ TEST(MonitorParsers, TaskStatCountsFieldsAfterTheLastParenthesis) {
 }
 
 TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
-  struct Step {
-    int advanceMs;
-    const char* stat;
-    int utime;
-    float total, process;
-  };
-  const Step steps[] = {
+  // ms advanced, /proc/stat, the process's utime; the total and process percent then
+  const std::tuple<int, const char*, int, float, float> steps[] = {
       {0, "cpu  100 50 100 1000 0 0 0 0 0 0\n", 10, 0, 0},         // first refresh: no previous sample
       {200, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 0, 0},      // 200 ms later: not refreshed
       {800, "cpu  200 500 150 1050 0 0 0 0 0 0\n", 60, 75, 50},    // busy 150 of 200; 500 ms CPU in 1 s
@@ -107,17 +90,17 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
       {{"/proc/meminfo", "MemTotal: 1000 kB\nMemAvailable: 250 kB\n"}, {"/proc/self/status", "VmRSS:\t42 kB\n"}});
   CmFakeClock clock(5000);
   IKELSystemResourceMonitor* monitor = nullptr;
-  for (const Step& s : steps) {
-    clock.AdvanceMs(s.advanceMs);
-    tree.Write("/proc/stat", s.stat);
-    tree.Write("/proc/self/stat", task_stat(1, "self", s.utime, 0));
+  for (const auto& [advanceMs, stat, utime, wantTotal, wantProcess] : steps) {
+    clock.AdvanceMs(advanceMs);
+    tree.Write("/proc/stat", stat);
+    tree.Write("/proc/self/stat", task_stat(1, "self", utime, 0));
     monitor = getKELSystemResourceMonitor();
     float total = -1, process = -1;
     unsigned int totalInt = 0;
     EXPECT_TRUE(monitor->getTotalCPUUsage(total) && monitor->getProcessUsage(process) &&
                 monitor->getTotalCPUUsage(totalInt));
-    EXPECT_THAT((Floats{total, process}), AreFloats({s.total, s.process})) << s.advanceMs;
-    EXPECT_EQ(static_cast<unsigned>(s.total), totalInt);
+    EXPECT_THAT((Floats{total, process}), AreFloats({wantTotal, wantProcess})) << advanceMs;
+    EXPECT_EQ(static_cast<unsigned>(wantTotal), totalInt);
   }
   float percent = 0;
   unsigned long long used = 0, all = 0, mine = 0;
@@ -137,38 +120,30 @@ TEST(ResourceMonitor, RefreshesAtMostOncePerIntervalAndLeavesNiceOut) {
 
 // A source that opens but cannot be read (here a folder) is not reported as read.
 TEST(MonitorSources, AnUnreadableSourceIsNotRead) {
-  CmFsTree tree;
-  tree.Write("/proc/stat/folder", "");
-  CmRereadFile stat("/proc/stat");
+  CmFsTree tree(CmFsTree::Files{{"/proc/stat/folder", ""}});
   std::string text;
-  EXPECT_FALSE(stat.Read(text));
+  EXPECT_FALSE(CmRereadFile("/proc/stat").Read(text));
 }
 
 TEST(PerfsStats, RoundCpuCapsTheSumBelowCoresTimesHundred) {
-  struct Case {
-    int cores;
-    float in, out;
-    bool traced;
-  };
-  const Case cases[] = {{8, 850, 799.99f, false}, {8, 500, 500, false}, {1, 100, 99.99f, false}, {0, 850, 850, true}};
-  for (const Case& c : cases) {
+  // cores, the sum in and out, whether it is traced
+  const std::tuple<int, float, float, bool> cases[] = {
+      {8, 850, 799.99f, false}, {8, 500, 500, false}, {1, 100, 99.99f, false}, {0, 850, 850, true}};
+  for (const auto& [cores, in, out, traced] : cases) {
     CmTraceCapture capture;
-    float v = c.in;
-    CKelPerfsStats::RoundCpu(c.cores, v);
-    EXPECT_FLOAT_EQ(c.out, v);
-    EXPECT_EQ(c.traced, capture.contains("CKelPerfsStats::RoundCpu, rate = "));
+    float v = in;
+    CKelPerfsStats::RoundCpu(cores, v);
+    EXPECT_FLOAT_EQ(out, v);
+    EXPECT_EQ(traced, capture.contains("CKelPerfsStats::RoundCpu, rate = "));
   }
 }
 
 TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
-  struct Case {
-    int busyTicks11, busyTicks12;
-    float process;
-  };
-  // Two cores: the average is (90 + 50) / 2 = 70 in the second sample.
-  const Case cases[] = {{50, 20, 35},    // 70 % of one core over two cores
-                        {190, 20, 70}};  // 210 % caps at 199.99, then at the machine average
-  for (const Case& c : cases) {
+  // Busy ticks of threads 11 and 12, and the process percent. Two cores: the average is
+  // (90 + 50) / 2 = 70 in the second sample.
+  const std::tuple<int, int, float> cases[] = {{50, 20, 35},    // 70 % of one core over two cores
+                                               {190, 20, 70}};  // 210 % caps at 199.99, then at the machine average
+  for (const auto& [busyTicks11, busyTicks12, process] : cases) {
     CmFsTree tree({{"/proc/stat", "cpu  1 1 1 1\ncpu0 60 10 20 10 0 0 0 0 0 0\ncpu1 100 0 0 0\n"},
                    {"/proc/meminfo", "MemTotal: 2000 kB\nMemAvailable: 500 kB\n"},
                    {"/proc/self/status", "VmRSS: 77 kB\nvoluntary_ctxt_switches:\t100\n"},
@@ -198,8 +173,8 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
 
     clock.AdvanceMs(1000);
     tree.Write("/proc/stat", "cpu  1 1 1 1\ncpu0 60 10 20 10\ncpu1 110 0 0 10\n");
-    tree.Write("/proc/self/task/11/stat", task_stat(11, "a) b (c", 5 + c.busyTicks11, 5));
-    tree.Write("/proc/self/task/12/stat", task_stat(12, "worker", 1 + c.busyTicks12, 0));
+    tree.Write("/proc/self/task/11/stat", task_stat(11, "a) b (c", 5 + busyTicks11, 5));
+    tree.Write("/proc/self/task/12/stat", task_stat(12, "worker", 1 + busyTicks12, 0));
     tree.Write("/proc/self/status", "VmRSS: 77 kB\nvoluntary_ctxt_switches:\t300\n");
     tree.Write("/sys/class/powercap/intel-rapl:0/energy_uj", "3000000\n");
     CKelPerfsStatsTestHook::Sample(stats);
@@ -208,7 +183,7 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
     ASSERT_EQ(2, cpu.threadCount);
     // The first core: no ticks passed, the last usage stands. Then the first thread's usage.
     EXPECT_THAT((Floats{cpu.cores[0], cpu.cores[1], cpu.average, cpu.process, cpu.threads[0].usage}),
-                AreFloats({90, 50, 70, c.process, static_cast<float>(c.busyTicks11)}));
+                AreFloats({90, 50, 70, process, static_cast<float>(busyTicks11)}));
     EXPECT_STREQ("a) b (c", cpu.threads[0].name);
     EXPECT_STREQ("worker", cpu.threads[1].name);
     // 200 switches in 1000 ms; 2 J in 1 s: 2000 nJ per microsecond.
@@ -237,11 +212,8 @@ CmFsTree::Files SysClassFiles(const std::string& list) {
 // Temperature and fan on hand-made hwmon and thermal trees: the preferred CPU sensor,
 // else thermal zones by type; a sensor that does not read as a number is skipped.
 TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
-  struct Case {
-    double celsius;
-    unsigned rpm;
-    const char* tree;
-  } cases[] = {
+  // degrees, fan RPM, the files
+  const std::tuple<double, unsigned, const char*> cases[] = {
       // coretemp: the package over its cores
       {52, 1200,
        "hwmon0/name=coretemp;hwmon0/temp1_label=Core 0;hwmon0/temp1_input=80000;hwmon0/temp2_label=Package id 0;"
@@ -260,11 +232,11 @@ TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
        "thermal_zone1/type=x86_pkg_temp;thermal_zone1/temp=55000"},
       {0, 0, "thermal_zone0/type=acpitz"},  // nothing readable
   };
-  for (const Case& c : cases) {
-    CmFsTree tree(SysClassFiles(c.tree));
+  for (const auto& [celsius, rpm, files] : cases) {
+    CmFsTree tree(SysClassFiles(files));
     CKelPerfsStats stats;
-    EXPECT_DOUBLE_EQ(c.celsius, stats.get_cpu_temperature()) << c.tree;
-    EXPECT_EQ(c.rpm, stats.get_fan_speed()) << c.tree;
+    EXPECT_DOUBLE_EQ(celsius, stats.get_cpu_temperature()) << files;
+    EXPECT_EQ(rpm, stats.get_fan_speed()) << files;
   }
 }
 

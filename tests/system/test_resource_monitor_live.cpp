@@ -1,20 +1,13 @@
 // The sampler on the live machine: timer-driven samples on a task thread, start/stop by
-// count from several threads, and a busy thread found first in the busiest list.
+// count from several threads.
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
-#include <atomic>
-#include <cstring>
 #include <thread>
 #include <vector>
 
 #include "cmutil/system/CmKelPerfsStats.h"
-#include "cmutil/thread/CmThread.h"
-#include "cmutil/thread/CmThreadSingletonFactory.h"
 #include "common/CmTaskThread.h"
-#include "common/CmTraceCapture.h"
-#include "system/CmThreadCpuSampler.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cmutil/system/CmStaticPerformanceScore.h"
@@ -13,13 +14,8 @@
 namespace {
 
 TEST(CpuBrand, ParsesIntelAndRyzenLayouts) {
-  struct Case {
-    const char* brand;
-    bool result, intel;
-    const char *series, *model;
-    uint32_t number;
-    const char* text;
-  } cases[] = {
+  // brand; result, whether Intel, series, model, number and its text
+  const std::tuple<const char*, bool, bool, std::string, std::string, uint32_t, std::string> cases[] = {
       {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", true, true, "Core(TM)", "i7", 8750, "8750H"},
       {"12th Gen Intel(R) Core(TM) i7-12700H", true, true, "Gen", "i7", 12700, "12700H"},  // the dash token fifth
       {"Intel(R) Core(TM) m3-7Y30 CPU @ 1.00GHz", true, true, "Core(TM)", "m3", 7030, "7030"},
@@ -37,16 +33,15 @@ TEST(CpuBrand, ParsesIntelAndRyzenLayouts) {
       {"AMD EPYC 7B13", true, false, "", "", 0, "0"},
       {"Apple M2", true, false, "", "", 0, "0"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [brand, wantResult, wantIntel, wantSeries, wantModel, wantNumber, wantText] : cases) {
     std::string model = "x", series = "x";
     uint32_t number = 77;
-    bool intel = !c.intel;
+    bool intel = !wantIntel;
     char text[64] = {};
-    const bool result = getCpuModelAndGeneration(c.brand, model, number, intel, series, text);
-    EXPECT_EQ(
-        std::make_tuple(c.result, c.intel, std::string(c.series), std::string(c.model), c.number, std::string(c.text)),
-        std::make_tuple(result, intel, series, model, number, std::string(text)))
-        << c.brand;
+    const bool result = getCpuModelAndGeneration(brand, model, number, intel, series, text);
+    EXPECT_EQ(std::tie(wantResult, wantIntel, wantSeries, wantModel, wantNumber, wantText),
+              std::make_tuple(result, intel, series, model, number, std::string(text)))
+        << brand;
   }
 }
 
@@ -77,18 +72,16 @@ class StaticScore : public ::testing::Test {
 };
 
 TEST_F(StaticScore, BandsPerLevelFamilyAndCores) {
-  struct Case {
-    KelCurrentOS os;
-    uint32_t cores;
-    int level, minimum, maximum;
-  } cases[] = {{KelOSLinux, 8, 0, 50, 60},  {KelOSLinux, 8, 4, 90, 100}, {KelOSLinux, 8, 5, 100, 128},
-               {KelOSWin, 15, 5, 100, 110}, {KelOSWin, 16, 5, 110, 120}, {KelOSWin, 31, 5, 110, 120},
-               {KelOSWin, 32, 5, 120, 128}, {KelOSMac, 64, 5, 100, 128}};
-  for (const Case& c : cases) {
-    With("", c.cores, c.os);
+  // family, cores, level; the band's minimum and maximum
+  const std::tuple<KelCurrentOS, uint32_t, int, int, int> cases[] = {
+      {KelOSLinux, 8, 0, 50, 60},  {KelOSLinux, 8, 4, 90, 100}, {KelOSLinux, 8, 5, 100, 128},
+      {KelOSWin, 15, 5, 100, 110}, {KelOSWin, 16, 5, 110, 120}, {KelOSWin, 31, 5, 110, 120},
+      {KelOSWin, 32, 5, 120, 128}, {KelOSMac, 64, 5, 100, 128}};
+  for (const auto& [os, cores, level, wantMinimum, wantMaximum] : cases) {
+    With("", cores, os);
     int minimum = 0, maximum = 0;
-    EXPECT_EQ(CM_OK, score_->GetLimitScore(minimum, maximum, static_cast<kel::KelPerformanceLevel>(c.level)));
-    EXPECT_EQ(std::make_pair(c.minimum, c.maximum), std::make_pair(minimum, maximum)) << c.level;
+    EXPECT_EQ(CM_OK, score_->GetLimitScore(minimum, maximum, static_cast<kel::KelPerformanceLevel>(level)));
+    EXPECT_EQ(std::make_pair(wantMinimum, wantMaximum), std::make_pair(minimum, maximum)) << level;
   }
   CmTraceCapture capture;
   int minimum = 0, maximum = 0;
@@ -99,14 +92,8 @@ TEST_F(StaticScore, BandsPerLevelFamilyAndCores) {
 }
 
 TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
-  struct Case {
-    const char* brand;
-    KelCurrentOS os;
-    uint32_t cores;
-    _tagKelSPCParamOffset offset;
-    std::vector<int> params;
-    int level, expected;
-  } cases[] = {
+  // brand, family, cores, parameter offsets and values; level and score
+  const std::tuple<const char*, KelCurrentOS, uint32_t, _tagKelSPCParamOffset, std::vector<int>, int, int> cases[] = {
       {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 86},
       {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 0, 50},
       {"Intel(R) Core(TM) i7-8750H CPU @ 2.20GHz", KelOSLinux, 6, {}, {0, 0, 0, 0, 0, 0, 0}, 1, 60},
@@ -131,9 +118,9 @@ TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
       {"Intel(R) Core(TM) i7-99999K", KelOSLinux, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 80},
       {"Mystery CPU", KelOSMac, 8, {}, {0, 0, 0, 0, 0, 0, 0}, 3, 80},
   };
-  for (const Case& c : cases) {
-    With(c.brand, c.cores, c.os, 8000, c.offset, c.params);
-    EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.brand << " level " << c.level;
+  for (const auto& [brand, os, cores, offset, params, level, expected] : cases) {
+    With(brand, cores, os, 8000, offset, params);
+    EXPECT_EQ(expected, ScoreAt(level)) << brand << " level " << level;
   }
   // Core M is the m3 class: the same number scores the same.
   With("Intel(R) Core(TM) M-5Y71 CPU @ 1.20GHz", 2, KelOSLinux);
@@ -145,18 +132,15 @@ TEST_F(StaticScore, DesktopScoresOfWorkedExamples) {
 }
 
 TEST_F(StaticScore, MobileFamiliesAndTheRememberedScore) {
-  struct Case {
-    KelCurrentOS os;
-    uint32_t cpuClass;
-    int level, expected;
-  } cases[] = {{KelOSIPhone, 2, 1, 67}, {KelOSIPhone, 12, 3, 84}, {KelOSIPhone, 17, 5, 102},
-               {KelOSIPhone, 4, 1, 69}, {KelOSIPad, 2, 2, 70},    {KelOSIPad, 14, 4, 94},
-               {KelOSIPad, 17, 5, 102}, {KelOSIPad, 1, 2, 70},    {KelOSTvOS, 14, 4, 95},
-               {KelOSTvOS, 1, 1, 64},   {KelOSTvOS, 4, 5, 100},   {KelOSVisionOS, 15, 5, 104},
-               {KelOSIPhone, 4, 0, 50}};
-  for (const Case& c : cases) {
-    With("", 4, c.os, 8000, {}, std::vector<int>(7, 0), c.cpuClass);
-    EXPECT_EQ(c.expected, ScoreAt(c.level)) << c.os << " level " << c.level;
+  // family, CPU class, level, score
+  const std::tuple<KelCurrentOS, uint32_t, int, int> cases[] = {
+      {KelOSIPhone, 2, 1, 67}, {KelOSIPhone, 12, 3, 84}, {KelOSIPhone, 17, 5, 102}, {KelOSIPhone, 4, 1, 69},
+      {KelOSIPad, 2, 2, 70},   {KelOSIPad, 14, 4, 94},   {KelOSIPad, 17, 5, 102},   {KelOSIPad, 1, 2, 70},
+      {KelOSTvOS, 14, 4, 95},  {KelOSTvOS, 1, 1, 64},    {KelOSTvOS, 4, 5, 100},    {KelOSVisionOS, 15, 5, 104},
+      {KelOSIPhone, 4, 0, 50}};
+  for (const auto& [os, cpuClass, level, expected] : cases) {
+    With("", 4, os, 8000, {}, std::vector<int>(7, 0), cpuClass);
+    EXPECT_EQ(expected, ScoreAt(level)) << os << " level " << level;
   }
   // Android: Init runs again after configuring, so the class comes through an override.
   With("", 4, KelOSAndroid);
@@ -206,8 +190,7 @@ TEST_F(StaticScore, OverridesConfigurationAndFamilies) {
   const char* texts[] = {"", "android", "linux", "win", "win-uwp", "mac", "ios-iphone", "ios-ipad", "tvos", "visionos"};
   for (uint32_t family = 1; family <= 9; ++family) {
     info->m_currOS = static_cast<KelCurrentOS>(family);
-    EXPECT_EQ(CM_OK, score_->GetOSType(os, text));
-    EXPECT_EQ(texts[family], text);
+    EXPECT_EQ(std::make_pair(CM_OK, std::string(texts[family])), std::make_pair(score_->GetOSType(os, text), text));
   }
   info->m_currOS = static_cast<KelCurrentOS>(12);
   EXPECT_EQ(CM_OK, score_->GetOSType(os, text));

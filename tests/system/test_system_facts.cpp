@@ -84,11 +84,8 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
   const char* kCppcMin = "/sys/devices/system/cpu/cpu0/acpi_cppc/lowest_freq";
   const char* kBase = "/sys/devices/system/cpu/cpu0/cpufreq/base_frequency";
   const char* kNominal = "/sys/devices/system/cpu/cpu0/acpi_cppc/nominal_freq";
-  struct Case {
-    CmFsTree::Files files;
-    unsigned mhz;
-    bool minFailed, defaulted, abnormal;
-  } cases[] = {
+  // files; MHz; whether the minimum failed, the default was taken, the value was abnormal
+  const std::tuple<CmFsTree::Files, unsigned, bool, bool, bool> cases[] = {
       {{{kMin, "800999\n"}, {kBase, "3000000\n"}}, 800, false, false, false},  // kHz, cut to whole MHz
       {{{kMin, "500000"}}, 500, false, false, false},                          // the floor itself, no newline
       {{{kCppcMin, "1200\n"}}, 1200, false, false, false},
@@ -100,19 +97,19 @@ TEST(SystemFacts, FrequencySourcesFallBackAndClampWithTheirTraces) {
       {{{"/proc/cpuinfo", "garbage"}}, 2800, true, true, false},
       {{}, 2800, true, true, false},
   };
-  for (const Case& c : cases) {
-    CmFsTree tree(c.files);
+  for (const auto& [files, want, minFailed, defaulted, abnormal] : cases) {
+    CmFsTree tree(files);
     CmTraceCapture capture;
     unsigned mhz = 0;
     EXPECT_EQ(0, get_cpu_frequency(mhz));
-    SCOPED_TRACE(testing::Message() << "expecting " << c.mhz);
-    EXPECT_EQ(c.mhz, mhz);
-    EXPECT_EQ(c.minFailed, capture.contains("get_cpu_frequency hw.cpufrequency_min failed with error: "));
-    EXPECT_EQ(c.defaulted, capture.contains("get_cpu_frequency error result=-1"));
-    EXPECT_EQ(c.defaulted, capture.contains("get_cpu_frequency error , set cpu frequency to default(2800)"));
-    EXPECT_EQ(c.abnormal, capture.contains("get_cpu_frequency cpu_frequency is abnormal, frequency = 400, set cpu "
-                                           "frequency to default = 2800"));
-    EXPECT_TRUE(capture.contains("get_cpu_frequency cpu_frequency = " + std::to_string(c.mhz)));
+    SCOPED_TRACE(testing::Message() << "expecting " << want);
+    EXPECT_EQ(want, mhz);
+    EXPECT_EQ(minFailed, capture.contains("get_cpu_frequency hw.cpufrequency_min failed with error: "));
+    EXPECT_EQ(defaulted, capture.contains("get_cpu_frequency error result=-1"));
+    EXPECT_EQ(defaulted, capture.contains("get_cpu_frequency error , set cpu frequency to default(2800)"));
+    EXPECT_EQ(abnormal, capture.contains("get_cpu_frequency cpu_frequency is abnormal, frequency = 400, set cpu "
+                                         "frequency to default = 2800"));
+    EXPECT_TRUE(capture.contains("get_cpu_frequency cpu_frequency = " + std::to_string(want)));
   }
 }
 
@@ -123,23 +120,17 @@ TEST(SystemFacts, RegexParseTakesTheFirstGroupOfAWholeMatch) {
   std::string out = "kept";
   for (const char* text : {"model: X1 extra", "no model"}) EXPECT_EQ(0, regex_parse_info(text, "model: (\\w+)", out));
   EXPECT_EQ("kept", out);
-  regex_parse_info("model: X1", "model: (\\w+)", out);
-  EXPECT_EQ("X1", out);
-  regex_parse_info("abc", "a(x)?bc", out);
-  EXPECT_EQ("", out);
+  EXPECT_EQ(std::make_pair(0, std::string("X1")),
+            std::make_pair(regex_parse_info("model: X1", "model: (\\w+)", out), out));
+  EXPECT_EQ(std::make_pair(0, std::string()), std::make_pair(regex_parse_info("abc", "a(x)?bc", out), out));
   regex_parse_info("abc", "(", out);
   EXPECT_TRUE(capture.contains(1, "regex_parse_info bad pattern (: "));
 }
 
 TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
   const char* kOnline = "/sys/devices/system/cpu/online";
-  struct Case {
-    struct {
-      int result;
-      unsigned physical, threads;
-    } want;
-    CmFsTree::Files files;
-  } cases[] = {
+  // (result, physical cores, threads per core) and the files
+  const std::tuple<std::tuple<int, unsigned, unsigned>, CmFsTree::Files> cases[] = {
       // No topology: distinct (physical id, core id) pairs of cpuinfo.
       {{0, 2, 2},
        {{kOnline, "0-3\n"},
@@ -164,29 +155,24 @@ TEST(SystemFacts, CoreCountsFromTopologyCpuinfoOrNothing) {
       {{1, 77, 77}, {{kOnline, "x\n"}}},
       {{1, 77, 77}, {}},
   };
-  for (const Case& c : cases) {
-    CmFsTree tree(c.files);
+  for (const auto& [want, files] : cases) {
+    CmFsTree tree(files);
     CmTraceCapture capture;
     unsigned physical = 77, threads = 77;
     const int rc = get_cpu_core(physical, threads);
-    EXPECT_EQ(std::tie(c.want.result, c.want.physical, c.want.threads), std::tie(rc, physical, threads));
-    if (c.want.result == 0) {
+    EXPECT_EQ(want, std::tie(rc, physical, threads));
+    if (std::get<0>(want) == 0) {
       EXPECT_TRUE(capture.contains("get_cpu_core cpu_performace_core_num failed with error: 2"));
-      EXPECT_TRUE(
-          capture.contains("get_cpu_core cpu_performace_core_num = 0, cpu_efficiency_core_num = 0, old "
-                           "physical_core_num = " +
-                           std::to_string(c.want.physical)));
-      EXPECT_TRUE(capture.contains("get_cpu_core new physical_core_num = " + std::to_string(c.want.physical)));
+      EXPECT_TRUE(capture.contains("get_cpu_core cpu_performace_core_num = 0, cpu_efficiency_core_num = 0, old " +
+                                   ("physical_core_num = " + std::to_string(std::get<1>(want)))));
+      EXPECT_TRUE(capture.contains("get_cpu_core new physical_core_num = " + std::to_string(std::get<1>(want))));
     }
   }
 }
 
 TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
-  struct Case {
-    const char* meminfo;
-    int result;
-    unsigned long long usedKib, totalKib, memoryMb;
-  } cases[] = {
+  // meminfo; result, used and total kB; MB
+  const std::tuple<const char*, int, unsigned long long, unsigned long long, unsigned long long> cases[] = {
       // Outputs keep their low 32 bits: 2^32 + 5 kB reads as 5.
       {"MemTotal: 4294967301 kB\nMemAvailable: 4294967296 kB\n", 0, 5, 5, 4398046},
       {"MemTotal: 1000 kB\nMemAvailable: 5000 kB\n", 0, 0, 1000, 1},  // never below 0
@@ -196,40 +182,35 @@ TEST(SystemFacts, MemoryReadersDegradeOnBadMeminfo) {
       {"MemTot", -1, 0, 0, 0},
       {nullptr, -1, 0, 0, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [meminfo, result, usedKib, totalKib, memoryMb] : cases) {
     CmFsTree tree;
-    if (c.meminfo) tree.Write("/proc/meminfo", c.meminfo);
+    if (meminfo) tree.Write("/proc/meminfo", meminfo);
     float percent = -1;
     unsigned long long used = 9, total = 9, mb = 9;
     const int rc = get_memory_usage(percent, used, total), sizeRc = get_memory_size(mb);
-    EXPECT_EQ(std::make_tuple(c.result, c.usedKib, c.totalKib, 0, c.memoryMb),
-              std::make_tuple(rc, used, total, sizeRc, mb));
+    EXPECT_EQ(std::make_tuple(result, usedKib, totalKib, 0, memoryMb), std::make_tuple(rc, used, total, sizeRc, mb));
     EXPECT_EQ(total ? used * 100.0f / total : 0.0f, percent);
   }
 }
 
 TEST(SystemFacts, OsVersionRecordFromTheKernelRelease) {
-  struct Case {
-    const char* release;
-    bool valid;
-    uint32_t major, minor, patch;
-    const char* text;
-  } cases[] = {
+  // release; whether valid, major, minor, patch; the text
+  const std::tuple<const char*, bool, uint32_t, uint32_t, uint32_t, const char*> cases[] = {
       {"6.1.0-18-amd64\n", true, 6, 1, 0, "6.1.0"}, {"6.18\n", true, 6, 18, 0, "6.18.0"},
       {"5.15.0.1.2", true, 5, 15, 0, "5.15.0"},     {"99999999999.1.1", true, 0xffffffff, 1, 1, "4294967295.1.1"},
       {"linux-6.1", false, 0, 0, 0, "0.0.0"},       {nullptr, false, 0, 0, 0, "0.0.0"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text);
+  for (const auto& [release, wantValid, wantMajor, wantMinor, wantPatch, text] : cases) {
+    SCOPED_TRACE(text);
     CmFsTree tree;
-    if (c.release) tree.Write("/proc/sys/kernel/osrelease", c.release);
+    if (release) tree.Write("/proc/sys/kernel/osrelease", release);
     uint32_t major = 7, minor = 7, patch = 7;
     int64_t m = -1;
     const bool valid = TvxGetOSVersionNumber(major, minor, patch);
     getMacSystemVersion(&m, nullptr, nullptr);
-    EXPECT_EQ(std::make_tuple(c.valid, c.major, c.minor, c.patch, int64_t{c.major}, 100u),
+    EXPECT_EQ(std::make_tuple(wantValid, wantMajor, wantMinor, wantPatch, int64_t{wantMajor}, 100u),
               std::make_tuple(valid, major, minor, patch, m, TvxGetOSVersion()));
-    EXPECT_EQ((std::vector<std::string>{c.text, "unknown", std::string("linux,") + c.text + ","}),
+    EXPECT_EQ((std::vector<std::string>{text, "unknown", std::string("linux,") + text + ","}),
               (std::vector<std::string>{kel_get_osver(), kel_get_osarch(), kel_get_osinfo()}));
   }
 }
