@@ -31,30 +31,15 @@ ACmThread* StartRegistered(const char* name, int type) {
   return task;
 }
 
-TEST(CmThreadRegistryTest, CleanThreadListStopsEveryRegisteredThread) {
-  CmTraceCapture cap;
-  ACmThread* a = StartRegistered("reg-c1", 11);
-  ACmThread* b = StartRegistered("reg-c2", 12);
-  ACmThread* gone = StartRegistered("reg-c3", 13);
-  EXPECT_EQ(gone, GetThread(13));
-  gone->Stop(nullptr);
-  EXPECT_EQ(CM_OK, gone->Join());
-  gone->Destory(0);  // takes itself out of the registry
-  EXPECT_EQ(nullptr, GetThread(13));
-  TPCleanThreadList();
-  EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
-  EXPECT_EQ(std::make_pair(CM_OK, CM_OK), std::make_pair(a->Join(), b->Join()));  // both loops end: they were stopped
-  EXPECT_EQ(nullptr, GetThread(11));
-  EXPECT_EQ(CM_ERROR_NOT_FOUND, UnRegisterThread(a));  // the clean-up took it out
-  for (ACmThread* thread : {a, b}) thread->Destory(0);
-}
-
-// A trace sink that looks the registry up from another thread while the clean-up list
-// trace is written: it gets through at once only if the registry mutex is not held then.
+// A trace sink that passes every line on to the capture and, when the clean-up list is
+// traced, looks the registry up from another thread: the look-up gets through at once
+// only if the registry mutex is not held then.
+CmTraceSink g_captureSink = nullptr;
 std::atomic<int> g_probeResult{0};  // 0 not run, 1 got through, 2 blocked
 std::thread* g_probeThread = nullptr;
 
-void ProbingSink(int, const char* text, int len) {
+void ProbingSink(int level, const char* text, int len) {
+  g_captureSink(level, text, len);
   std::string line(text, static_cast<size_t>(len));
   if (line.find("CleanThreadList, list size=") == std::string::npos || g_probeThread) return;
   std::shared_ptr<ThreadWaiter> through = std::make_shared<ThreadWaiter>(1);
@@ -65,20 +50,30 @@ void ProbingSink(int, const char* text, int len) {
   g_probeResult = through->WaitUntilTimeout(2000) ? 1 : 2;
 }
 
-TEST(CmThreadRegistryTest, CleanThreadListTracesBeforeTakingTheMutex) {
+TEST(CmThreadRegistryTest, CleanThreadListTracesBeforeTakingTheMutexAndStopsEveryRegisteredThread) {
   CmTraceCapture cap;
-  ACmThread* a = StartRegistered("reg-t1", 21);
-  g_probeResult = 0;
+  ACmThread* a = StartRegistered("reg-c1", 11);
+  ACmThread* b = StartRegistered("reg-c2", 12);
+  ACmThread* gone = StartRegistered("reg-c3", 13);
+  EXPECT_EQ(gone, GetThread(13));
+  gone->Stop(nullptr);
+  EXPECT_EQ(CM_OK, gone->Join());
+  gone->Destory(0);  // takes itself out of the registry
+  EXPECT_EQ(nullptr, GetThread(13));
+  g_captureSink = g_util_trace_sink.load();
   set_util_external_trace_sink(&ProbingSink);
   TPCleanThreadList();
-  set_util_external_trace_sink(nullptr);  // the capture restores its own sink later
+  set_util_external_trace_sink(g_captureSink);
   ASSERT_NE(nullptr, g_probeThread);
   g_probeThread->join();
   delete g_probeThread;
   g_probeThread = nullptr;
   EXPECT_EQ(1, g_probeResult.load());
-  EXPECT_EQ(CM_OK, a->Join());
-  a->Destory(0);
+  EXPECT_TRUE(cap.contains(2, "CleanThreadList, list size=2"));
+  EXPECT_EQ(std::make_pair(CM_OK, CM_OK), std::make_pair(a->Join(), b->Join()));  // both loops end: they were stopped
+  EXPECT_EQ(nullptr, GetThread(11));
+  EXPECT_EQ(CM_ERROR_NOT_FOUND, UnRegisterThread(a));  // the clean-up took it out
+  for (ACmThread* thread : {a, b}) thread->Destory(0);
 }
 
 TEST(ThreadWaiterTest, FinishesOnTheExpectedReportOnly) {
