@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -43,6 +44,8 @@ class TimerQueueVariant : public ::testing::Test {
   CountingObserver observer;
   std::unique_ptr<CCmTimerQueueBase> queue;
   std::vector<Firing> log;
+  // The on-demand queue tells its observer of every new timer, refusals and replacements aside.
+  const int onDemandNotices = std::is_same<Q, CCmTimerQueueOnDemand>::value;
 };
 
 using Variants =
@@ -69,6 +72,7 @@ TYPED_TEST(TimerQueueVariant, RefusesNullHandlerAndRepeatingZeroInterval) {
   EXPECT_TRUE(cap.contains("Assert failed: aInterval > CCmTimeValue::get_tvZero() || aCount == 1"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, this->queue->CancelTimer(nullptr));
   EXPECT_EQ(CCmTimeValue::get_tvMax(), this->queue->GetEarliestTime());
+  EXPECT_EQ(0, this->observer.Count("TimerQueueOnDemand"));
 }
 
 TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
@@ -78,7 +82,9 @@ TYPED_TEST(TimerQueueVariant, FiresInExpiryOrderWithOneTimeForThePass) {
     handlers.emplace_back(new RecordingHandler(std::to_string(ms), &this->log));
     ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(handlers.back().get(), nullptr, Ms(ms), 1));
   }
-  EXPECT_EQ(1, this->observer.Count("TimerQueue"));  // told of the first timer of an empty queue only
+  // Told of the first timer of an empty queue only; the on-demand queue also of each new one.
+  EXPECT_EQ(std::make_pair(1, 5 * this->onDemandNotices),
+            std::make_pair(this->observer.Count("TimerQueue"), this->observer.Count("TimerQueueOnDemand")));
   EXPECT_EQ((std::vector<int>{3, 2}), (std::vector<int>{this->CheckAfter(35), this->CheckAfter(20)}));
   EXPECT_EQ((std::vector<std::string>{"10", "20", "30", "40", "50"}), NamesOf(this->log));
   EXPECT_EQ(this->log[0].at, this->log[2].at);  // one pass, one time
@@ -108,6 +114,7 @@ TYPED_TEST(TimerQueueVariant, RescheduleReplacesTheSingleTimer) {
   int a = 1, b = 2;
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&h, &a, Ms(50), 1));
   EXPECT_EQ(CM_ERROR_FOUND, this->queue->ScheduleTimer(&h, &b, Ms(200), 2));
+  EXPECT_EQ(this->onDemandNotices, this->observer.Count("TimerQueueOnDemand"));  // none for the replacement
   // Braced lists run their elements in order: the checks follow one another.
   EXPECT_EQ((std::vector<int>{0, 1, 1, 0}), (std::vector<int>{this->CheckAfter(100), this->CheckAfter(100),
                                                               this->CheckAfter(200), this->CheckAfter(200)}));
@@ -271,19 +278,7 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
   EXPECT_GT(maxLive, 512u);
 }
 
-// ---- quirks of the ordered variants ----
-
-TEST(TimerQueueQuirks, OnDemandNoticeOnlyForNewTimers) {
-  CmFakeClock clock;
-  CountingObserver observer;
-  CCmTimerQueueOnDemand queue(&observer);
-  RecordingHandler a("a", nullptr), b("b", nullptr);
-  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(10), 1));
-  EXPECT_EQ(CM_ERROR_FOUND, queue.ScheduleTimer(&a, nullptr, Ms(20), 1));
-  EXPECT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(30), 1));
-  EXPECT_EQ(CM_ERROR_INVALID_ARG, queue.ScheduleTimer(nullptr, nullptr, Ms(30), 1));
-  EXPECT_EQ(2, observer.Count("TimerQueueOnDemand"));
-}
+// ---- quirks of the min-heap ----
 
 TEST(TimerQueueQuirks, MinHeapKeepsOrderAfterRemoveAndRebuild) {
   CmFakeClock clock;
