@@ -92,12 +92,11 @@ struct Seen {
 };
 
 // A unit that records what it sees. Forward mode: hands the input on through the output
-// channel equal to its input channel modulo 4 (by _DeliverDataToNextModule), returns
-// null. Emit mode: returns the input with one more reference (delivered on output 0 by
-// Process). Otherwise it swallows the item.
+// channel equal to its input channel modulo 4 (by _DeliverDataToNextModule). Otherwise it
+// swallows the item. It never returns a result.
 class RecordingUnit : public ProcessUnit {
  public:
-  enum Mode { kSwallow, kForward, kEmit };
+  enum Mode { kSwallow, kForward };
   explicit RecordingUnit(Mode aMode = kSwallow, Latch* aDone = nullptr, size_t aExpected = 0)
       : m_mode(aMode), m_pDone(aDone), m_nExpected(aExpected) {}
 
@@ -118,15 +117,9 @@ class RecordingUnit : public ProcessUnit {
       m_seen.push_back(s);
       n = m_seen.size();
     }
-    IProcessData* out = nullptr;
-    if (m_mode == kForward) {
-      _DeliverDataToNextModule(aData, static_cast<unsigned short>(aChannel % 4));
-    } else if (m_mode == kEmit) {
-      aData->AddRef();
-      out = aData;
-    }
+    if (m_mode == kForward) _DeliverDataToNextModule(aData, static_cast<unsigned short>(aChannel % 4));
     if (m_pDone && n == m_nExpected) m_pDone->CountDown();
-    return out;
+    return nullptr;
   }
 
  private:
@@ -156,10 +149,9 @@ class Ref {
   T* m_p;
 };
 
-// Exposes the protected hooks of ProcessModule to the tests.
+// Lets the tests allow several inputters on one channel.
 class TestModule : public ProcessModule {
  public:
-  using ProcessModule::_PushProcessDataToQueue;
   void AllowSharedInput(bool aAllow) { m_bAllowSharedInput = aAllow; }
 };
 

@@ -100,7 +100,7 @@ TEST_F(PipelineThreadsTest, ConcurrentProducersOnSeparateChannels) {
             std::make_tuple(next[3], next[8], s.module->GetInputSampleCount(3)));
 }
 
-TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches) {
+TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndEachDrainTakesAtMostEight) {
   TaskThread worker("pl-batch");
   ASSERT_TRUE(worker.ok());
   Sink s("sink", worker.get());
@@ -109,15 +109,21 @@ TEST_F(PipelineThreadsTest, QueuedDeliveryPostsOneEventPerItemAndDrainsInBatches
   EXPECT_EQ(std::make_tuple(20u, 20u, size_t{0}),
             std::make_tuple(s.module->GetProcessModuleQueueSize(2),
                             worker.get()->GetEventQueue()->GetPendingEventsCount(), s.unit->Count()));
+  // Drained by hand while the worker is held (the unit runs on this thread): 8, 8, the
+  // last 4, then an empty queue, which still drains fine.
+  for (unsigned left : {12u, 4u, 0u, 0u}) {
+    EXPECT_EQ(CM_OK, s.module->_DrainQueueData(2));
+    EXPECT_EQ(left, s.module->GetProcessModuleQueueSize(2));
+  }
+  EXPECT_EQ(CM_ERROR_FAILURE, s.module->_DrainQueueData(16));
+  // The 20 drain events then find the queue empty and process nothing more.
   m_release.CountDown();
   ASSERT_TRUE(worker.Flush());
   ASSERT_EQ(20u, s.unit->Count());
-  // The first drain event took 8 items (queue 19 .. 12 after each pop), the second the
-  // next 8, the third the last 4; the remaining events found the queue empty.
   const auto seen = s.unit->Seen_();
   for (uint32_t i = 0; i < 20; ++i)
-    EXPECT_EQ(std::make_pair(i, 19u - i), std::make_pair(seen[i].seq, seen[i].queueSizeAfterPop));
-  EXPECT_EQ(0u, s.module->GetProcessModuleQueueSize(2));
+    EXPECT_EQ(std::make_tuple(i, 2, 19u - i),
+              std::make_tuple(seen[i].seq, int{seen[i].channel}, seen[i].queueSizeAfterPop));
 }
 
 TEST_F(PipelineThreadsTest, UnlinkWhileRunningStopsDelivery) {

@@ -12,14 +12,6 @@ using namespace pipetest;
 
 namespace {
 
-// (seq, input channel) of every item the unit saw, in order.
-using Arrivals = std::vector<std::pair<uint32_t, int>>;
-Arrivals ArrivalsAt(RecordingUnit* aUnit) {
-  Arrivals out;
-  for (const Seen& s : aUnit->Seen_()) out.emplace_back(s.seq, s.channel);
-  return out;
-}
-
 using ProcessModuleTest = LeakCheckedTest;
 
 TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothingNotStartedForwardsEveryChannelToOutputZero) {
@@ -37,7 +29,9 @@ TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothingNotStartedForwardsEveryCha
   ASSERT_EQ(CM_OK, src->AddDeliver(out1.module.get(), 0, 1));
 
   for (unsigned short ch : {0, 5, 15}) EXPECT_EQ(CM_OK, Deliver(src, ch, ch));
-  EXPECT_EQ((Arrivals{{0, 3}, {5, 3}, {15, 3}}), ArrivalsAt(out0.unit.get()));
+  std::vector<std::pair<uint32_t, int>> arrivals;  // (seq, input channel) at out0, in order
+  for (const Seen& s : out0.unit->Seen_()) arrivals.emplace_back(s.seq, s.channel);
+  EXPECT_EQ((std::vector<std::pair<uint32_t, int>>{{0, 3}, {5, 3}, {15, 3}}), arrivals);
   // Not started: the unit is bypassed, and nothing leaves on output 1.
   EXPECT_EQ(std::make_tuple(size_t{0}, size_t{0}, 1u, 3u, 0u),
             std::make_tuple(srcUnit->Count(), out1.unit->Count(), src->GetInputSampleCount(5),
@@ -51,36 +45,10 @@ TEST_F(ProcessModuleTest, InvalidDeliveryCountsNothingNotStartedForwardsEveryCha
   EXPECT_EQ(std::make_pair(size_t{0}, size_t{4}), std::make_pair(srcUnit->Count(), out0.unit->Count()));
 }
 
-TEST_F(ProcessModuleTest, UnitOutputGoesToOutputZeroDeliversInLinkOrderOnce) {
-  Sink m("m", nullptr, new RecordingUnit(RecordingUnit::kEmit));
-  std::vector<int> order;  // every module runs on this thread
-  struct OrderUnit : ProcessUnit {
-    OrderUnit(int aId, std::vector<int>* aOrder) : id(aId), order(aOrder) {}
-    IProcessData* _Process(IProcessData*, unsigned short) override {
-      order->push_back(id);
-      return nullptr;
-    }
-    int id;
-    std::vector<int>* order;
-  };
-  Ref<TestModule> a(new TestModule), b(new TestModule), c(new TestModule);
-  int id = 1;
-  for (TestModule* x : {a.get(), b.get(), c.get()}) StartModule(x, new OrderUnit(id++, &order));
-  ASSERT_EQ(CM_OK, m.module->AddDeliver(b.get(), 0, 0));
-  ASSERT_EQ(CM_OK, m.module->AddDeliver(a.get(), 0, 0));
-  ASSERT_EQ(CM_OK, m.module->AddDeliver(c.get(), 0, 1));  // output 1: not used by Process
-  TestData* d = new TestData(1);
-  m.module->DeliverData(d, 0);
-  EXPECT_EQ(1u, d->GetReference());  // the emitted reference was released after delivery
-  d->Release();
-  EXPECT_EQ((std::vector<int>{2, 1}), order);
-}
-
 TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
   TaskThread t("pm-cache");
   ASSERT_TRUE(t.ok());
-  Sink m;
-  m.module->SetProcessModuleThread(t.get());
+  Sink m("sink", t.get());
 
   // The first item on channel 2 comes from the module thread itself: no queue, and that
   // decision stays for the channel.
@@ -107,48 +75,6 @@ TEST_F(ProcessModuleTest, ThreadIsCallerMeansSynchronousAndDecisionIsCached) {
   EXPECT_TRUE(IsThreadEqual(t.id(), m.unit->Seen_()[2].thread));
 }
 
-TEST_F(ProcessModuleTest, MissingEventQueueAssertsAndKeepsItemQueued) {
-  struct NoQueueThread : ACmThread {
-    void OnThreadRun() override {}
-    ~NoQueueThread() override {}
-  };
-  NoQueueThread* never = new NoQueueThread;  // not created: its id is 0, not the caller's
-  CmTraceCapture cap;
-  Sink m;
-  m.module->SetProcessModuleThread(never);
-  const int64_t before = cm_get_assertions_count();
-  TestData* d = new TestData(1);
-  EXPECT_EQ(CM_OK, m.module->DeliverData(d, 1));
-  EXPECT_TRUE(cap.contains("Assert failed: pEventQueue != NULL"));
-  // Queued once, and the queue holds its own reference.
-  EXPECT_EQ(std::make_tuple(before + 1, 1u, 2u, size_t{0}),
-            std::make_tuple(cm_get_assertions_count(), m.module->GetProcessModuleQueueSize(1), d->GetReference(),
-                            m.unit->Count()));
-  d->Release();
-  m.module->SetProcessModuleThread(nullptr);
-  m.module.reset();  // destruction releases the queued item
-  EXPECT_EQ(m_liveBefore, LiveData().load());
-  delete never;
-}
-
-TEST_F(ProcessModuleTest, DrainTakesAtMostEightPerCall) {
-  Sink m;
-  for (uint32_t i = 0; i < 20; ++i) {
-    TestData* d = new TestData(i);
-    m.module->_PushProcessDataToQueue(d, 6);
-    d->Release();
-  }
-  EXPECT_EQ(20u, m.module->GetProcessModuleQueueSize(6));
-  for (unsigned left : {12u, 4u, 0u, 0u}) {  // the last drain finds it empty: still CM_OK
-    EXPECT_EQ(CM_OK, m.module->_DrainQueueData(6));
-    EXPECT_EQ(left, m.module->GetProcessModuleQueueSize(6));
-  }
-  EXPECT_EQ(CM_ERROR_FAILURE, m.module->_DrainQueueData(16));
-  Arrivals expected;
-  for (uint32_t i = 0; i < 20; ++i) expected.emplace_back(i, 6);
-  EXPECT_EQ(expected, ArrivalsAt(m.unit.get()));
-}
-
 TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   struct Log : IProcessModuleEventNotify {
     std::vector<uint32_t> values;
@@ -160,13 +86,11 @@ TEST_F(ProcessModuleTest, StatusRulesAndEvents) {
   Ref<TestModule> m(new TestModule);
   ASSERT_EQ(CM_OK, m->AddObserver(&status, PROCESS_MODULE_LISTEN_STATUS));
   EXPECT_EQ(PROCESS_MODULE_STATUS_CREATED, m->GetProcessModuleStatus());
-  EXPECT_EQ(CM_ERROR_FAILURE, m->Start());
-  EXPECT_EQ(CM_ERROR_FAILURE, m->Stop());
+  // Braced lists call left to right: Start, Stop, then Start, Start (no change, no event), Stop.
+  EXPECT_EQ(std::vector<CmResult>(2, CM_ERROR_FAILURE), (std::vector<CmResult>{m->Start(), m->Stop()}));
   EXPECT_EQ(CM_OK, m->InitModule());
   EXPECT_EQ(PROCESS_MODULE_STATUS_INITED, m->GetProcessModuleStatus());
-  EXPECT_EQ(CM_OK, m->Start());
-  EXPECT_EQ(CM_OK, m->Start());  // no change, no event
-  EXPECT_EQ(CM_OK, m->Stop());
+  EXPECT_EQ(std::vector<CmResult>(3, CM_OK), (std::vector<CmResult>{m->Start(), m->Start(), m->Stop()}));
   EXPECT_EQ(PROCESS_MODULE_STATUS_STOPPED, m->GetProcessModuleStatus());
   EXPECT_EQ(CM_OK, m->Start());
   EXPECT_EQ(PROCESS_MODULE_STATUS_STARTED, m->GetProcessModuleStatus());
@@ -234,27 +158,41 @@ TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
 }
 
 TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQueuedItems) {
-  // A module whose thread's queue refuses posts keeps every item queued; destroying the
-  // module must release each of them exactly once.
+  // A module whose thread has no event queue, or whose queue refuses posts, keeps every
+  // item queued; destroying the module must release each of them exactly once.
+  struct NoQueueThread : ACmThread {
+    void OnThreadRun() override {}
+    ~NoQueueThread() override {}
+  };
+  NoQueueThread* never = new NoQueueThread;  // not created: its id is 0, not the caller's
   TaskThread live("pm-live");
   ASSERT_TRUE(live.ok());
-  Sink s;
+  CmTraceCapture cap;
+  Sink s("sink", never);
   TestModule* m = s.module.get();
+  const int64_t before = cm_get_assertions_count();
+  TestData* d = new TestData(99);
+  EXPECT_EQ(CM_OK, m->DeliverData(d, 1));
+  EXPECT_TRUE(cap.contains("Assert failed: pEventQueue != NULL"));
+  // Queued once, and the queue holds its own reference.
+  EXPECT_EQ(std::make_tuple(before + 1, 1u, 2u),
+            std::make_tuple(cm_get_assertions_count(), m->GetProcessModuleQueueSize(1), d->GetReference()));
+  d->Release();
   m->SetProcessModuleThread(live.get());
   live.get()->Stop();  // the queue is stopped: drain events are destroyed unfired
-  CmTraceCapture cap;
   for (uint32_t i = 0; i < 50; ++i) {
-    TestData* d = new TestData(i);
+    d = new TestData(i);
     EXPECT_EQ(CM_OK, m->DeliverData(d, static_cast<unsigned short>(i % 16)));
     EXPECT_EQ(2u, d->GetReference());
     d->Release();
   }
   EXPECT_TRUE(cap.contains(1, "ProcessModule::DeliverData, PostEvent failed, rv="));
   EXPECT_TRUE(cap.contains(1, " channel_id=3 queue_size=1 [this="));
-  EXPECT_EQ(std::make_tuple(50u, 4u, m_liveBefore + 50),
+  EXPECT_EQ(std::make_tuple(51u, 4u, m_liveBefore + 51),
             std::make_tuple(m->_GetProcessDataToQueueSize(), m->GetProcessModuleQueueSize(0), LiveData().load()));
-  s.module.reset();
+  s.module.reset();  // destruction releases the queued items; none reached the unit
   EXPECT_EQ(std::make_pair(m_liveBefore, size_t{0}), std::make_pair(LiveData().load(), s.unit->Count()));
+  delete never;
 }
 
 }  // namespace
