@@ -49,7 +49,7 @@ int recording_logger(const char* format, va_list args) {
 
 }  // namespace
 
-TEST_F(SafeLib, MemcpyChecksInOrder) {
+TEST_F(SafeLib, MemcpyChecksInOrderAndOverlap) {
   char dest[8] = "xxxxxxx";
   const char src[8] = "abcdefg";
   expectRefused(memcpy_s(nullptr, 8, src, 1), "memcpy_s: dest is NULL");
@@ -58,6 +58,13 @@ TEST_F(SafeLib, MemcpyChecksInOrder) {
   expectRefused(memcpy_s(dest, 4, src, 5), "memcpy_s: n exceeds dmax");
   expectRefused(memcpy_s(dest, 8, nullptr, 5), "memcpy_s: src is NULL");
   EXPECT_STREQ(dest, "xxxxxxx");  // untouched by every violation
+  char buf[32] = {};
+  // Overlap, dest after src: src + n beyond dest.
+  expectRefused(memcpy_s(buf + 4, 8, buf, 5), "memcpy_s: overlap undefined");
+  EXPECT_EQ(memcpy_s(buf + 4, 8, buf, 4), 0);  // touches, does not overlap
+  // Overlap, dest before src: the whole dmax counts, not only n.
+  expectRefused(memcpy_s(buf, 16, buf + 10, 2), "memcpy_s: overlap undefined");
+  EXPECT_EQ(memcpy_s(buf, 10, buf + 10, 2), 0);
 
   EXPECT_EQ(memcpy_s(dest, 8, src, 3), 0);
   EXPECT_EQ(std::string(dest, 3), "abc");
@@ -84,16 +91,6 @@ TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
     }
 }
 
-TEST_F(SafeLib, MemcpyOverlapGuardsTheWholeCapacityBelowSource) {
-  char buf[32] = {};
-  // dest after src and src + n beyond dest
-  expectRefused(memcpy_s(buf + 4, 8, buf, 5), "memcpy_s: overlap undefined");
-  EXPECT_EQ(memcpy_s(buf + 4, 8, buf, 4), 0);  // touches, does not overlap
-  // dest before src: the whole dmax counts, not only n
-  expectRefused(memcpy_s(buf, 16, buf + 10, 2), "memcpy_s: overlap undefined");
-  EXPECT_EQ(memcpy_s(buf, 10, buf + 10, 2), 0);
-}
-
 TEST_F(SafeLib, MemcmpViolationsSetDiff) {
   const char a[] = "abc", b[] = "abd";
   int diff = 99;
@@ -114,7 +111,7 @@ TEST_F(SafeLib, MemcmpViolationsSetDiff) {
   EXPECT_TRUE(memcmp_s(a, 3, a, 3, &diff) == 0 && diff == 0) << diff;
 }
 
-TEST_F(SafeLib, StrcpyNeedsRoomForTheTerminator) {
+TEST_F(SafeLib, StrcpyRoomForTheTerminatorAndOverlap) {
   char dest[8];
   std::memset(dest, '#', sizeof dest);
   expectRefused(strcpy_s(dest, 7, "1234567"), "strcpy_s: not enough space for src");
@@ -126,9 +123,7 @@ TEST_F(SafeLib, StrcpyNeedsRoomForTheTerminator) {
   expectRefused(strcpy_s(dest, 0, "a"), "strcpy_s: dmax is 0");
   expectRefused(strcpy_s(dest, kHuge, "a"), "strcpy_s: dmax exceeds max");
   expectRefused(strcpy_s(dest, 8, nullptr), "strcpy_s: src is null");
-}
 
-TEST_F(SafeLib, StrcpyOverlapRules) {
   char buf[32] = "abcdef";
   expectRefused(strcpy_s(buf, 32, buf), "strcpy_s: overlap undefined");      // the same pointer is an overlap here
   expectRefused(strcpy_s(buf + 3, 20, buf), "strcpy_s: overlap undefined");  // dest inside src
@@ -154,12 +149,11 @@ TEST_F(SafeLib, StrncpyTruncationIsReportedAndDone) {
 TEST_F(SafeLib, ZeroSizesAndNullPointers) {
   char dest[8] = "dddddd";
   const char src[8] = "ssssss";
+  // expectRefused() wants exactly one violation: the accepted calls before it report none.
   EXPECT_EQ(memcpy_s(dest, 0, src, 0), 0);  // nothing to copy
-  EXPECT_TRUE(g_violations.empty());
   expectRefused(memcpy_s(dest, 8, nullptr, 0), "memcpy_s: src is NULL");
   EXPECT_STREQ(dest, "dddddd");
   EXPECT_EQ(std::make_pair(0, 0), std::make_pair(memset_s(dest, 0, 'x', 0), memset_s(dest, 8, 'x', 0)));
-  EXPECT_TRUE(g_violations.empty());
   EXPECT_STREQ(dest, "dddddd");
   expectRefused(memset_s(nullptr, 0, 'x', 0), "memset_s: s is null");
   EXPECT_EQ(std::make_tuple(size_t{0}, size_t{0}, size_t{0}),

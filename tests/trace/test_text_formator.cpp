@@ -31,32 +31,23 @@ TEST_F(TextFormator, HexSwitchCoversOneIntegerOnly) {
   EXPECT_EQ(str(), "ff255");
   text.reset();
   EXPECT_EQ(std::make_pair(std::string(), 0u), std::make_pair(str(), text.tell()));
-  // Decimal cancels a pending switch; unknown ordix values are ignored.
+  // Decimal cancels a pending switch; unknown ordix values are ignored; a pointer clears it.
   text << CCmTextFormator::hex << CCmTextFormator::decimal << 255 << " " << CCmTextFormator::hex
-       << static_cast<CCmOrdix>(7) << 255;
-  EXPECT_EQ(str(), "255 ff");
+       << static_cast<CCmOrdix>(7) << 255 << " " << CCmTextFormator::hex << static_cast<void*>(nullptr) << 16;
+  EXPECT_EQ(str(), "255 ff 0x016");
 }
 
-TEST_F(TextFormator, IntegersOfEveryWidth) {
+// Integers of every width; pointers in lower hex without leading zeros; floats cut to three digits.
+TEST_F(TextFormator, IntegersPointersAndFloats) {
   text << static_cast<char>(65) << " " << static_cast<short>(-7) << " " << INT_MIN << " "
        << static_cast<unsigned char>(200) << " " << static_cast<unsigned short>(65535) << " " << UINT_MAX << " "
-       << LONG_MIN << " " << ULONG_MAX << " " << 100;  // 100 is a whole pair: the pair loop must take it
-  EXPECT_EQ(str(), "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615 100");
-}
-
-TEST_F(TextFormator, PointersAreLowerHexWithoutLeadingZeros) {
+       << LONG_MIN << " " << ULONG_MAX << " " << 100 << " ";  // 100 is a whole pair: the pair loop must take it
   text << reinterpret_cast<void*>(0x1234) << " " << static_cast<void*>(nullptr) << " "
-       << reinterpret_cast<const void*>(0xABCDEF);
-  EXPECT_EQ(str(), "0x1234 0x0 0xabcdef");
-  // A pointer clears a pending hex switch.
-  text.reset();
-  text << CCmTextFormator::hex << static_cast<void*>(nullptr) << 16;
-  EXPECT_EQ(str(), "0x016");
-}
-
-TEST_F(TextFormator, FloatsTruncateToThreeDigits) {
+       << reinterpret_cast<const void*>(0xABCDEF) << " ";
   text << 1.9999f << " " << -1.5 << " " << 2.5 << " " << 0.0019 << " " << -0.25 << " " << std::nan("");
-  EXPECT_EQ(str(), "1.999 -1.500 2.500 0.001 -0.250 NaN");
+  EXPECT_EQ(str(),
+            "65 -7 -2147483648 200 65535 4294967295 -9223372036854775808 18446744073709551615 100 "
+            "0x1234 0x0 0xabcdef 1.999 -1.500 2.500 0.001 -0.250 NaN");
 }
 
 TEST(NumberText, FtoaBeyondIntRangeDoesNotCrash) {
