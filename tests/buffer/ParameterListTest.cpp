@@ -10,20 +10,6 @@
 
 namespace {
 
-TEST(ParameterList, StreamsTheExampleBytes) {
-  CCmParameterList list;
-  ASSERT_EQ(CM_OK, list.AddParameter(new CCmParameterByIndex(7, "x")));
-  ASSERT_EQ(CM_OK, list.AddParameter(new CCmParameterByIndex(1, 5)));
-  unsigned int len = 0;
-  EXPECT_TRUE(list.GetStreamLength(len) == CM_OK && len == 4u + 9u + 8u) << len;
-  CCmMessageBlock mb(64u);
-  CCmByteStreamNetwork os(mb);
-  ASSERT_EQ(CM_OK, list.StreamTo(os));
-  EXPECT_EQ(V({0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00, 0x00,
-               0x00, 0x05, 0x00, 0x00, 0x00, 0x07, 0x07, 0x00, 0x01, 0x78}),
-            Bytes(mb));
-}
-
 // The parameter of aIndex holds aExpected, read back as the same type.
 template <class T>
 void ExpectParameter(const CCmParameterList& aList, unsigned int aIndex, T aExpected) {
@@ -32,6 +18,36 @@ void ExpectParameter(const CCmParameterList& aList, unsigned int aIndex, T aExpe
   T read{};
   EXPECT_EQ(CM_OK, p->GetValue().Get(read));
   EXPECT_EQ(aExpected, read);
+}
+
+// Streams a two-entry list, then parses its bytes with the count raised to 3 into a list
+// that holds entries already: parsing stops at the missing entry and keeps the rest.
+TEST(ParameterList, StreamsTheExampleBytesAndParsingKeepsWhatCameBeforeABadEntry) {
+  CCmParameterList list;
+  ASSERT_EQ(CM_OK, list.AddParameter(new CCmParameterByIndex(7, "x")));
+  ASSERT_EQ(CM_OK, list.AddParameter(new CCmParameterByIndex(1, 5)));
+  unsigned int len = 0;
+  EXPECT_TRUE(list.GetStreamLength(len) == CM_OK && len == 4u + 9u + 8u) << len;
+  CCmMessageBlock mb(64u);
+  CCmByteStreamNetwork os(mb);
+  ASSERT_EQ(CM_OK, list.StreamTo(os));
+  V wire = Bytes(mb);
+  ASSERT_EQ(V({0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00, 0x00,
+               0x00, 0x05, 0x00, 0x00, 0x00, 0x07, 0x07, 0x00, 0x01, 0x78}),
+            wire);
+
+  CmTraceCapture cap;
+  wire[3] = 3;
+  CCmParameterList back;
+  back.AddParameter(new CCmParameterByIndex(1, "replaced"));
+  back.AddParameter(new CCmParameterByIndex(50, 50));
+  EXPECT_EQ(CM_ERROR_FAILURE, Parse(wire, back));
+  EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
+  EXPECT_EQ(3u, back.GetCount());  // 1 (replaced), 7, and the old 50
+  ExpectParameter(back, 1, 5);
+  const CCmParameterByIndex* p = nullptr;
+  EXPECT_EQ(CM_OK, back.GetParameter(7, p));
+  EXPECT_EQ(CM_OK, back.GetParameter(50, p));
 }
 
 TEST(ParameterList, EveryTypeStreamsAndParsesBack) {
@@ -80,23 +96,6 @@ TEST(ParameterList, IndexZeroFailsTheStream) {
   EXPECT_EQ(CM_ERROR_FAILURE, list.StreamTo(os));
   EXPECT_TRUE(cap.contains("Assert failed: m_dwIndex != 0"));
   EXPECT_TRUE(cap.contains("Assert failed: IS_KEL_OK(ret)"));
-}
-
-TEST(ParameterList, ParsingStopsAtTheFirstBadEntryAndKeepsTheRest) {
-  CmTraceCapture cap;
-  // Count 3, but only two entries follow.
-  V wire = {0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00, 0x00,
-            0x00, 0x05, 0x00, 0x00, 0x00, 0x07, 0x07, 0x00, 0x01, 0x78};
-  CCmParameterList list;
-  list.AddParameter(new CCmParameterByIndex(1, "replaced"));
-  list.AddParameter(new CCmParameterByIndex(50, 50));
-  EXPECT_EQ(CM_ERROR_FAILURE, Parse(wire, list));
-  EXPECT_TRUE(cap.contains("Assert failed: m_nType != CM_DATA_UNKNOW"));
-  EXPECT_EQ(3u, list.GetCount());  // 1 (replaced), 7, and the old 50
-  ExpectParameter(list, 1, 5);
-  const CCmParameterByIndex* p = nullptr;
-  EXPECT_EQ(CM_OK, list.GetParameter(7, p));
-  EXPECT_EQ(CM_OK, list.GetParameter(50, p));
 }
 
 TEST(ParameterList, HostileCountEndsAtTheEndOfInput) {
