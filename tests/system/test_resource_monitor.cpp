@@ -1,5 +1,6 @@
 // The resource monitor and the sampler on hand-made /proc and /sys trees, with a fake
-// clock and samples taken by hand, plus the parsers they read through.
+// clock and samples taken by hand, plus the parsers they read through; then the sampler
+// on the live machine.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 #include "cmutil/system/KELSystemResourceMonitor.h"
 #include "common/CmFakeClock.h"
 #include "common/CmFsTree.h"
+#include "common/CmTaskThread.h"
 #include "common/CmTraceCapture.h"
 #include "platform/CmMonitorPlatform.h"
 #include "system/CmKelPerfsStatsTestHook.h"
@@ -266,6 +268,29 @@ TEST(PerfsStats, LiveBusyThreadLeadsTheThreadList) {
   ASSERT_GE(cpu.threadCount, 1);
   EXPECT_STREQ("cm-spin", cpu.threads[0].name);
   EXPECT_GT(cpu.threads[0].usage, 1.0f);  // 100 ms of CPU in the seconds at most between samples
+}
+
+// Timer-driven samples on a task thread, started and stopped by count from several threads.
+TEST(PerfsStatsLive, StartAndStopFromSeveralThreadsWhileSampling) {
+  TaskThread task("t-perfs-test");
+  CKelPerfsStats stats;
+  stats.SetInterval(1);
+  std::vector<std::thread> callers;
+  for (int i = 0; i < 4; ++i)
+    callers.emplace_back([&] {
+      for (int round = 0; round < 25; ++round) {
+        stats.start(task.get());
+        _tagKelCPUUsage cpu;
+        stats.get_cpu_statistics(cpu);
+        stats.stop();
+      }
+    });
+  for (auto& t : callers) t.join();
+  EXPECT_TRUE(stats.is_stopped());
+  ASSERT_EQ(CM_OK, stats.start(task.get()));
+  EXPECT_TRUE(stats.WaitUntilReady(10000));
+  stats.stop();
+  EXPECT_TRUE(stats.is_stopped());
 }
 
 }  // namespace

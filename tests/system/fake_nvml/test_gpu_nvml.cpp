@@ -20,8 +20,7 @@ TEST(GpuServer, NvmlDevicesMergeIntoTheirCards) {
   EXPECT_EQ((std::vector<uint32_t>{0, 40960, 40960}), memory);
   EXPECT_EQ("NVIDIA A100-SXM4-40GB", getDefaultGpuName());
   long long usage = 0;
-  EXPECT_TRUE(kel_get_GPU_usage(usage));
-  EXPECT_EQ(100, usage);
+  EXPECT_EQ(std::make_pair(true, 100LL), std::make_pair(kel_get_GPU_usage(usage), usage));
   EXPECT_EQ(100.0f, getGpuUsage());
   cm_allow_nvml_under_root_for_test(false);
 }
