@@ -3,38 +3,32 @@
 // (nested ones too) and padding, as the kernel lays them out.
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
 struct Bytes {
   std::vector<uint8_t> data;
-  template <class T>
-  Bytes& put(T value) {
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(&value);
-    data.insert(data.end(), p, p + sizeof value);
-    return *this;
-  }
-  Bytes& pad() {
-    while (data.size() % 4) data.push_back(0);
-    return *this;
-  }
-  /// An attribute holding raw bytes.
-  Bytes& attr(uint16_t type, const void* value, size_t size) {
-    put<uint16_t>(static_cast<uint16_t>(4 + size)).put<uint16_t>(type);
+  Bytes& raw(const void* value, size_t size) {
     const uint8_t* p = static_cast<const uint8_t*>(value);
     data.insert(data.end(), p, p + size);
-    return pad();
+    return *this;
+  }
+  template <class T>
+  Bytes& put(T value) {
+    return raw(&value, sizeof value);
+  }
+  /// An attribute holding raw bytes, padded to four.
+  Bytes& attr(uint16_t type, const void* value, size_t size) {
+    put<uint16_t>(static_cast<uint16_t>(4 + size)).put<uint16_t>(type).raw(value, size);
+    while (data.size() % 4) data.push_back(0);
+    return *this;
   }
   template <class T>
   Bytes& attr(uint16_t type, T value) {
     return attr(type, &value, sizeof value);
   }
   Bytes& attr(uint16_t type, const Bytes& nested) { return attr(type, nested.data.data(), nested.data.size()); }
-  Bytes& append(const Bytes& other) {
-    data.insert(data.end(), other.data.begin(), other.data.end());
-    return *this;
-  }
+  Bytes& append(const Bytes& other) { return raw(other.data.data(), other.data.size()); }
 };
 
 /// A netlink message of type with seq around payload.

@@ -93,8 +93,7 @@ TEST(Wifi, RadioRepliesGiveTheStatistics) {
   empty.haveSsid = true;  // a hidden network: an SSID of no bytes
   WifiStats stats;
   cm_wifi_stats_from_link(empty, stats);
-  EXPECT_EQ("NotAvailable", stats.ssid);
-  EXPECT_EQ(WifiChFrequencyNotDetected, stats.band);
+  EXPECT_EQ(std::make_tuple("NotAvailable", WifiChFrequencyNotDetected), std::make_tuple(stats.ssid, stats.band));
 }
 
 TEST(Wifi, MalformedRepliesAreRefused) {

@@ -66,18 +66,14 @@ std::string Encode(const char* src, int size = 256) {
 }
 
 TEST(UrlStringEncode, EscapesStopsEarlyAndLeavesEmpty) {
-  EXPECT_EQ("a+b%26c", Encode("a b&c"));
-  EXPECT_EQ("AZaz09", Encode("AZaz09"));
-  EXPECT_EQ("%2f%3a%3f%3d%7e%2e%2d%5f", Encode("/:?=~.-_"));
-  EXPECT_EQ("%e9%ff%80", Encode("\xe9\xff\x80"));
-  // A byte below 16 ends the output.
-  EXPECT_EQ("a%a", Encode("a\nb c"));
-  EXPECT_EQ("x%1", Encode("x\x01yz"));
-  EXPECT_EQ("%10", Encode("\x10"));  // 16 has two digits: not cut
-  // The size test runs after each byte: output may overshoot by up to two characters.
-  EXPECT_EQ("ab", Encode("abcdef", 2));
-  EXPECT_EQ("a%26", Encode("a&bc", 2));
-  EXPECT_EQ("%26", Encode("&&&", 1));  // three characters and the terminator for size 1
+  EXPECT_EQ(std::make_tuple("a+b%26c", "AZaz09", "%2f%3a%3f%3d%7e%2e%2d%5f", "%e9%ff%80"),
+            std::make_tuple(Encode("a b&c"), Encode("AZaz09"), Encode("/:?=~.-_"), Encode("\xe9\xff\x80")));
+  // A byte below 16 ends the output; 16 has two digits and is not cut.
+  EXPECT_EQ(std::make_tuple("a%a", "x%1", "%10"), std::make_tuple(Encode("a\nb c"), Encode("x\x01yz"), Encode("\x10")));
+  // The size test runs after each byte: output may overshoot by up to two characters, and
+  // for size 1 gets three characters and the terminator.
+  EXPECT_EQ(std::make_tuple("ab", "a%26", "%26"),
+            std::make_tuple(Encode("abcdef", 2), Encode("a&bc", 2), Encode("&&&", 1)));
   // An empty source or no room leaves the destination empty.
   char buf[8] = "junk";
   EXPECT_EQ(buf, url_string_encode(const_cast<char*>(""), buf, 8));
