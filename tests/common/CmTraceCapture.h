@@ -69,6 +69,13 @@ class CmTraceCapture {
     m_lines.clear();
   }
 
+  // The sink this capture installs; a test's own sink may pass lines on to it.
+  static void sink(int level, const char* text, int len) {
+    std::lock_guard<std::mutex> lock(globalMutex());
+    if (CmTraceCapture* capture = active())
+      capture->m_lines.push_back({level, std::string(text, static_cast<size_t>(len))});
+  }
+
  private:
   static CmTraceCapture*& active() {
     static CmTraceCapture* capture = nullptr;
@@ -78,12 +85,6 @@ class CmTraceCapture {
   static std::mutex& globalMutex() {
     static std::mutex mutex;
     return mutex;
-  }
-
-  static void sink(int level, const char* text, int len) {
-    std::lock_guard<std::mutex> lock(globalMutex());
-    if (CmTraceCapture* capture = active())
-      capture->m_lines.push_back({level, std::string(text, static_cast<size_t>(len))});
   }
 
   CmTraceSink m_previousSink;

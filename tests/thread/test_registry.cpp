@@ -34,12 +34,11 @@ ACmThread* StartRegistered(const char* name, int type) {
 // A trace sink that passes every line on to the capture and, when the clean-up list is
 // traced, looks the registry up from another thread: the look-up gets through at once
 // only if the registry mutex is not held then.
-CmTraceSink g_captureSink = nullptr;
 std::atomic<int> g_probeResult{0};  // 0 not run, 1 got through, 2 blocked
 std::thread* g_probeThread = nullptr;
 
 void ProbingSink(int level, const char* text, int len) {
-  g_captureSink(level, text, len);
+  CmTraceCapture::sink(level, text, len);
   std::string line(text, static_cast<size_t>(len));
   if (line.find("CleanThreadList, list size=") == std::string::npos || g_probeThread) return;
   std::shared_ptr<ThreadWaiter> through = std::make_shared<ThreadWaiter>(1);
@@ -60,10 +59,9 @@ TEST(CmThreadRegistryTest, CleanThreadListTracesBeforeTakingTheMutexAndStopsEver
   EXPECT_EQ(CM_OK, gone->Join());
   gone->Destory(0);  // takes itself out of the registry
   EXPECT_EQ(nullptr, GetThread(13));
-  g_captureSink = g_util_trace_sink.load();
   set_util_external_trace_sink(&ProbingSink);
   TPCleanThreadList();
-  set_util_external_trace_sink(g_captureSink);
+  set_util_external_trace_sink(&CmTraceCapture::sink);
   ASSERT_NE(nullptr, g_probeThread);
   g_probeThread->join();
   delete g_probeThread;
