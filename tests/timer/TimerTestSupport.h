@@ -2,7 +2,6 @@
 // Shared helpers of the timer tests: the fake clock and a recording timer handler.
 
 #include <algorithm>
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
@@ -11,7 +10,6 @@
 #include "cmutil/base/CmTimeValue.h"
 #include "cmutil/timerqueue/CmTimerQueueBase.h"
 #include "common/CmFakeClock.h"
-#include "common/CmTraceCapture.h"
 
 inline CCmTimeValue Ms(long ms) { return CCmTimeValue(ms / 1000, (ms % 1000) * 1000); }
 

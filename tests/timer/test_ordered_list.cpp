@@ -42,9 +42,7 @@ TEST(CCmTimerQueueOrderedListTest, EqualExpiriesFireLatestScheduledFirst) {
   CCmTimerQueueOrderedList queue(nullptr);
   std::vector<Firing> log;
   RecordingHandler a("a", &log), b("b", &log), c("c", &log);
-  queue.ScheduleTimer(&a, nullptr, CCmTimeValue(1L), 1);
-  queue.ScheduleTimer(&b, nullptr, CCmTimeValue(1L), 1);
-  queue.ScheduleTimer(&c, nullptr, CCmTimeValue(1L), 1);
+  for (RecordingHandler* h : {&a, &b, &c}) queue.ScheduleTimer(h, nullptr, CCmTimeValue(1L), 1);
   clock.AdvanceMs(1000);
   EXPECT_EQ(3, queue.CheckExpire());
   EXPECT_EQ((std::vector<std::string>{"c", "b", "a"}), NamesOf(log));
@@ -74,8 +72,7 @@ TEST(CCmTimerQueueOrderedListTest, RebaseKeepsOrderAndLaterInsertsSearchFromTheF
   // Drained: sorted again, and a cancelled handler is gone for good.
   list.PushNode_l(Node(&a, 10));
   list.PushNode_l(Node(&b, 5));
-  EXPECT_EQ(0, list.EraseNode_l(&a));
-  EXPECT_EQ(1, list.EraseNode_l(&a));
+  EXPECT_EQ((std::vector<int>{0, 1}), (std::vector<int>{list.EraseNode_l(&a), list.EraseNode_l(&a)}));
   EXPECT_EQ((Order{{&b, 5}}), Drain(list));
   EXPECT_EQ(1, list.EraseNode_l(&b));
 }

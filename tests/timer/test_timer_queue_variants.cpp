@@ -128,8 +128,7 @@ TYPED_TEST(TimerQueueVariant, CancelRemovesAndUnknownIsNotFound) {
   ASSERT_EQ(CM_OK, this->queue->ScheduleTimer(&other, nullptr, Ms(30), 1));
   EXPECT_EQ(CM_OK, this->queue->CancelTimer(&h));
   EXPECT_EQ(CM_ERROR_NOT_FOUND, this->queue->CancelTimer(&h));
-  EXPECT_EQ(1, this->CheckAfter(40));
-  EXPECT_EQ(std::make_pair(0, 1), std::make_pair(h.Count(), other.Count()));
+  EXPECT_EQ((std::vector<int>{1, 0, 1}), (std::vector<int>{this->CheckAfter(40), h.Count(), other.Count()}));
 }
 
 TYPED_TEST(TimerQueueVariant, SelfCancelInsideCallback) {
@@ -249,6 +248,7 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
     now += advance;
     int expected = 0;
     size_t live = 0;
+    long long modelEarliest = -1;
     for (Model& m : model) {
       if (m.active && m.expiry <= now) {
         ++m.fired;
@@ -261,6 +261,7 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
         }
       }
       live += m.active;
+      if (m.active && (modelEarliest < 0 || m.expiry < modelEarliest)) modelEarliest = m.expiry;
     }
     maxLive = std::max(maxLive, live);
     EXPECT_EQ(expected, this->Check()) << "step " << step << " at " << now << " ms";
@@ -268,11 +269,8 @@ TYPED_TEST(TimerQueueVariant, ManyTimersMatchAReferenceModel) {
       ASSERT_EQ(model[i].fired, handlers[i]->Count())
           << "timer " << i << " exp " << model[i].expiry << " int " << model[i].interval << " left " << model[i].left
           << " active " << model[i].active;
-    long long modelEarliest = -1;
-    for (const Model& m : model)
-      if (m.active && (modelEarliest < 0 || m.expiry < modelEarliest)) modelEarliest = m.expiry;
-    const CCmTimeValue earliest = this->queue->GetEarliestTime();
-    ASSERT_EQ(modelEarliest < 0 ? CCmTimeValue::get_tvMax() : this->clock.Now() + Ms(modelEarliest - now), earliest)
+    ASSERT_EQ(modelEarliest < 0 ? CCmTimeValue::get_tvMax() : this->clock.Now() + Ms(modelEarliest - now),
+              this->queue->GetEarliestTime())
         << "step " << step;
   }
   EXPECT_GT(maxLive, 512u);
@@ -397,17 +395,14 @@ TEST_F(TimerWheel, FarListIsSortedAndRepeatingFarTimerReArms) {
 
 TEST_F(TimerWheel, CancellingTheEarliestRescansToTheNext) {
   RecordingHandler a("a", nullptr), b("b", nullptr), far("far", nullptr);
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&a, nullptr, Ms(100), 1));
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&b, nullptr, Ms(2500), 1));
-  ASSERT_EQ(CM_OK, queue.ScheduleTimer(&far, nullptr, Ms(40000), 1));
-  EXPECT_EQ(clock.Now() + Ms(100), queue.GetEarliestTime());
-  EXPECT_EQ(CM_OK, queue.CancelTimer(&a));
-  EXPECT_EQ(clock.Now() + Ms(2500), queue.GetEarliestTime());
-  EXPECT_EQ(CM_OK, queue.CancelTimer(&b));
-  EXPECT_EQ(clock.Now() + Ms(40000), queue.GetEarliestTime());
-  EXPECT_EQ(CM_OK, queue.CancelTimer(&far));
-  EXPECT_EQ(CCmTimeValue::get_tvMax(), queue.GetEarliestTime());
-  EXPECT_EQ(0u, queue.GetCount());
+  const std::pair<RecordingHandler*, long> timers[] = {{&a, 100}, {&b, 2500}, {&far, 40000}};
+  for (const auto& t : timers) ASSERT_EQ(CM_OK, queue.ScheduleTimer(t.first, nullptr, Ms(t.second), 1));
+  for (const auto& t : timers) {  // the earliest is cancelled each time
+    EXPECT_EQ(clock.Now() + Ms(t.second), queue.GetEarliestTime()) << t.second;
+    EXPECT_EQ(CM_OK, queue.CancelTimer(t.first));
+  }
+  EXPECT_EQ(std::make_pair(CCmTimeValue::get_tvMax(), size_t{0}),
+            std::make_pair(queue.GetEarliestTime(), queue.GetCount()));
 }
 
 TEST(TimerPointerIndex, MapSurvivesEraseAndGrowth) {

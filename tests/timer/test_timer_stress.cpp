@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "TimerThreadSupport.h"
-#include "cmutil/timerqueue/CmTimerQueueBase.h"
 
 namespace {
 
