@@ -66,16 +66,6 @@ TEST(CmThreadPriorityTest, DefaultPolicyFallsBackToNiceValue) {
   EXPECT_TRUE(cap.contains(2, "_SetNicePriority: tid="));
 }
 
-// Drops the right to raise priority from the calling thread's effective capabilities
-// (capabilities are per thread on Linux). False when that is not possible.
-bool DropNiceCapabilityOfThisThread() {
-  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct data[2] = {};
-  if (syscall(SYS_capget, &header, data) != 0) return false;
-  data[CAP_SYS_NICE / 32].effective &= ~(1u << (CAP_SYS_NICE % 32));
-  return syscall(SYS_capset, &header, data) == 0;
-}
-
 // Under a real-time policy the raw priority is the scheduler's own: set, then read back.
 TEST(CmThreadPriorityTest, RawPriorityUnderARealTimePolicyReadsBack) {
   int err = 0, read = -1, max = -1;
@@ -103,7 +93,13 @@ TEST(CmThreadPriorityTest, RaisingWithoutTheRightFailsWithTrace) {
   bool dropped = false;
   CmResult rv = CM_OK;
   std::thread t([&] {
-    dropped = DropNiceCapabilityOfThisThread();
+    // Drops the right to raise priority from this thread's effective capabilities
+    // (capabilities are per thread on Linux).
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    if (syscall(SYS_capget, &header, data) != 0) return;
+    data[CAP_SYS_NICE / 32].effective &= ~(1u << (CAP_SYS_NICE % 32));
+    dropped = syscall(SYS_capset, &header, data) == 0;
     if (dropped) rv = SetCurrentThreadPriority(KEL_THREAD_PRIORITY_TIME_CRITICAL);
   });
   t.join();
