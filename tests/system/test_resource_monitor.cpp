@@ -199,22 +199,10 @@ TEST(PerfsStats, SampleFromTreesPublishesCoresThreadsMemoryWakeupsAndEnergy) {
   }
 }
 
-// Files under /sys/class from "hwmon0/name=coretemp;thermal_zone0/temp=40000;...".
-CmFsTree::Files SysClassFiles(const std::string& list) {
-  CmFsTree::Files files;
-  std::istringstream in(list);
-  for (std::string item; std::getline(in, item, ';');) {
-    const size_t eq = item.find('=');
-    const char* folder = item.compare(0, 5, "hwmon") == 0 ? "/sys/class/hwmon/" : "/sys/class/thermal/";
-    files.emplace_back(folder + item.substr(0, eq), item.substr(eq + 1));
-  }
-  return files;
-}
-
 // Temperature and fan on hand-made hwmon and thermal trees: the preferred CPU sensor,
 // else thermal zones by type; a sensor that does not read as a number is skipped.
 TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
-  // degrees, fan RPM, the files
+  // degrees, fan RPM, the files under /sys/class/hwmon or /sys/class/thermal as "path=content;..."
   const std::tuple<double, unsigned, const char*> cases[] = {
       // coretemp: the package over its cores
       {52, 1200,
@@ -235,7 +223,13 @@ TEST(PerfsStats, TemperatureAndFanFromHwmonOrThermalZones) {
       {0, 0, "thermal_zone0/type=acpitz"},  // nothing readable
   };
   for (const auto& [celsius, rpm, files] : cases) {
-    CmFsTree tree(SysClassFiles(files));
+    CmFsTree tree;
+    std::istringstream in(files);
+    for (std::string item; std::getline(in, item, ';');) {
+      const size_t eq = item.find('=');
+      const char* folder = item.compare(0, 5, "hwmon") == 0 ? "/sys/class/hwmon/" : "/sys/class/thermal/";
+      tree.Write(folder + item.substr(0, eq), item.substr(eq + 1));
+    }
     CKelPerfsStats stats;
     EXPECT_DOUBLE_EQ(celsius, stats.get_cpu_temperature()) << files;
     EXPECT_EQ(rpm, stats.get_fan_speed()) << files;

@@ -47,7 +47,6 @@ TEST(CpuBrand, ParsesIntelAndRyzenLayouts) {
 
 class StaticScore : public ::testing::Test {
  protected:
-  void SetUp() override { score_ = CmStaticPerformanceScore::Instance(false); }
   void TearDown() override { CmStaticPerformanceScore::Instance(true); }
 
   // A fresh instance holding exactly these facts and, for family os, these parameters.

@@ -29,26 +29,6 @@ struct Facts {
   }
 };
 
-Facts read_facts() {
-  Facts f;
-  char text[256] = {};
-  CmSystemInformation info;  // the interface object over the readers
-  EXPECT_EQ(CM_OK, info.GetCPUCore(f.physical, f.threads));
-  get_cpu_core_levels(f.performance, f.efficiency);
-  EXPECT_EQ(CM_OK, info.GetCPUBrand(text, sizeof text));
-  f.brand = text;
-  EXPECT_EQ(CM_OK, info.GetCPUFrequency(f.mhz));
-  if (info.GetCPUArch(text, sizeof text) == CM_OK) f.arch = text;
-  info.GetMemorySize(f.memoryMb);
-  get_memory_usage(f.percent, f.usedKib, f.totalKib);
-  f.rssResult = get_process_memory(f.rssKib);
-  f.osver = kel_get_osver();
-  f.osinfo = kel_get_osinfo();
-  f.model = kel_get_devicemodel();
-  f.maker = kel_get_devicemanufacturer();
-  return f;
-}
-
 TEST(SystemFacts, CapturedTreesGiveEveryFact) {
   const Facts cases[] = {
       // A KVM guest: no cpufreq, no DMI, one thread per core; the current MHz stands in.
@@ -66,7 +46,22 @@ TEST(SystemFacts, CapturedTreesGiveEveryFact) {
   for (const Facts& want : cases) {
     SCOPED_TRACE(want.tree);
     CmFixtureRoot root(want.tree);
-    Facts f = read_facts();
+    Facts f;
+    char text[256] = {};
+    CmSystemInformation info;  // the interface object over the readers
+    EXPECT_EQ(CM_OK, info.GetCPUCore(f.physical, f.threads));
+    get_cpu_core_levels(f.performance, f.efficiency);
+    EXPECT_EQ(CM_OK, info.GetCPUBrand(text, sizeof text));
+    f.brand = text;
+    EXPECT_EQ(CM_OK, info.GetCPUFrequency(f.mhz));
+    if (info.GetCPUArch(text, sizeof text) == CM_OK) f.arch = text;
+    info.GetMemorySize(f.memoryMb);
+    get_memory_usage(f.percent, f.usedKib, f.totalKib);
+    f.rssResult = get_process_memory(f.rssKib);
+    f.osver = kel_get_osver();
+    f.osinfo = kel_get_osinfo();
+    f.model = kel_get_devicemodel();
+    f.maker = kel_get_devicemanufacturer();
     EXPECT_EQ(want.Tie(), f.Tie());
     EXPECT_EQ(std::make_pair("linux," + want.osver + "," + want.arch, want.rssKib ? 0 : -1),
               std::make_pair(f.osinfo, f.rssResult));
