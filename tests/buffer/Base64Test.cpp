@@ -31,8 +31,8 @@ TEST(Base64, Rfc4648Vectors) {
   }
 }
 
-// Random bytes of every length: the string codec round-trips them and the
-// caller-buffer codec gives the same text and the same bytes back.
+// Random bytes of every length: the text uses only the alphabet, the string codec
+// round-trips them and the caller-buffer codec gives the same text and bytes back.
 TEST(Base64, AllByteValuesAndLengthsRoundTripInBothCodecs) {
   std::mt19937 rng(12345);
   for (unsigned int len = 0; len < 300; ++len) {
@@ -40,6 +40,8 @@ TEST(Base64, AllByteValuesAndLengthsRoundTripInBothCodecs) {
     for (auto& c : bytes) c = static_cast<char>(rng());
     std::string text = Encode(bytes);
     EXPECT_EQ((len + 2) / 3 * 4, text.size());
+    EXPECT_EQ(std::string::npos,
+              text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="));
     EXPECT_EQ(bytes, Decode(text.c_str())) << len;
     std::string buf(xbase64_calc_encode_buf_size(len), '\0');
     int n = xbase64_encode(reinterpret_cast<const unsigned char*>(bytes.data()), len, &buf[0],
@@ -51,11 +53,6 @@ TEST(Base64, AllByteValuesAndLengthsRoundTripInBothCodecs) {
                                                     reinterpret_cast<unsigned char*>(&back[0]), len));
     EXPECT_EQ(bytes, back);
   }
-  std::string all;
-  for (int i = 0; i < 256; ++i) all.push_back(static_cast<char>(i));
-  std::string text = Encode(all);
-  EXPECT_EQ(std::string::npos,
-            text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="));
 }
 
 TEST(XBase64, DecodeIntoCallerBuffer) {

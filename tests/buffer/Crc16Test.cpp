@@ -45,8 +45,7 @@ TEST(Crc16, NullDataReturnsZeroAndKeepsTheRunningValue) {
   CmTraceCapture cap;
   unsigned short crc = 0x5555;
   EXPECT_TRUE(CalcCRC16(crc, nullptr, 4) == 0 && crc == 0x5555) << crc;
-  EXPECT_TRUE(cap.contains(0, "CmCrc16.cpp:"));
-  EXPECT_TRUE(cap.contains(0, "Assert failed: pData"));
+  EXPECT_TRUE(cap.contains(0, "CmCrc16.cpp:") && cap.contains(0, "Assert failed: pData"));
 }
 
 unsigned short Reference(const char* text) {

@@ -83,8 +83,7 @@ TEST(DataBlock, HeaderOverCallerStorageReleasedWithFree) {
 #endif
 
 TEST(DataBlockNoMalloc, ReadIsBoundedByTheEndNotByWrites) {
-  char buf[10];
-  memcpy(buf, "abcdefghij", 10);
+  char buf[10] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j'};
   CCmDataBlockNoMalloc cursor(buf, 10);
   char out[16] = {};
   unsigned int n = 99;
@@ -112,8 +111,7 @@ TEST(DataBlockNoMalloc, BadArguments) {
   char buf[4] = {};
   CCmDataBlockNoMalloc cursor(buf, 4);
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Read(nullptr, 1));
-  EXPECT_TRUE(cap.contains("CmDataBlockNoMalloc.cpp:"));
-  EXPECT_TRUE(cap.contains("Assert failed: aDst"));
+  EXPECT_TRUE(cap.contains("CmDataBlockNoMalloc.cpp:") && cap.contains("Assert failed: aDst"));
   EXPECT_EQ(CM_ERROR_INVALID_ARG, cursor.Write(nullptr, 1));
   EXPECT_TRUE(cap.contains("Assert failed: aSrc"));
 

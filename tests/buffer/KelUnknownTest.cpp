@@ -27,10 +27,8 @@ class KelUnknown : public ::testing::Test {
 
 TEST_F(KelUnknown, CountsQueriesAndDeletesAtZero) {
   CTestData* d = new CTestData();
-  EXPECT_EQ(0u, d->GetReference());
-  EXPECT_EQ(1u, d->AddRef());
-  EXPECT_EQ(2u, d->AddRef());
-  EXPECT_EQ(1u, d->Release());
+  EXPECT_EQ(std::vector<unsigned>({0, 1, 2, 1}),
+            (std::vector<unsigned>{d->GetReference(), d->AddRef(), d->AddRef(), d->Release()}));
   EXPECT_EQ(0, g_destroyed.load());
   EXPECT_EQ(CM_ERROR_NULL_POINTER, d->QueryInterface(kel::IID_IKelUnknown, nullptr));
 

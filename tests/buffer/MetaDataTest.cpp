@@ -11,18 +11,13 @@
 
 namespace {
 
-/// Streams `value` into a fresh block and returns the wire bytes.
-V Wire(const CCmMetaData& value, unsigned int room = 256) {
-  CCmMessageBlock mb(room);
-  CCmByteStreamNetwork os(mb);
-  EXPECT_EQ(CM_OK, value.StreamTo(os));
-  return Bytes(mb);
-}
-
-// Checks m's wire bytes and parses them into back.
+// Streams m into a fresh block, checks the wire bytes and parses them into back.
 void WireAndBack(const CCmMetaData& m, const V& wire, CCmMetaData& back) {
-  EXPECT_EQ(wire, Wire(m));
-  ASSERT_EQ(CM_OK, Parse(Wire(m), back));
+  CCmMessageBlock mb(256u);
+  CCmByteStreamNetwork os(mb);
+  EXPECT_EQ(CM_OK, m.StreamTo(os));
+  EXPECT_EQ(wire, Bytes(mb));
+  ASSERT_EQ(CM_OK, Parse(Bytes(mb), back));
 }
 
 // Sets v, checks the wire bytes, parses them back and reads the same value.
