@@ -127,16 +127,16 @@ TEST(TraceCore, FunctionNameCuttingAndLeadingIdComposition) {
 
 TEST(TraceCore, LeadingIdIsProcessNameAndMachine) {
   CmTraceCapture cap;
-  cm_set_leading_id_exec_source([] { return ""; });
-  cm_reset_leading_id_for_test();
-  const std::string unnamed = get_leading_id();
-  cm_set_leading_id_exec_source([] { return "C:\\Apps\\media.exe"; });
-  cm_reset_leading_id_for_test();
-  const std::string media = get_leading_id();
-  cm_set_leading_id_exec_source(nullptr);
-  cm_reset_leading_id_for_test();
   char host[256] = {};
   ASSERT_EQ(0, gethostname(host, sizeof host - 1));
+  // The leading id made afresh, the executable name taken from source (null: the real one).
+  auto leading_id = [](const char* (*source)()) {
+    cm_set_leading_id_exec_source(source);
+    cm_reset_leading_id_for_test();
+    return std::string(get_leading_id());
+  };
+  const std::string unnamed = leading_id([] { return ""; });
+  const std::string media = leading_id([] { return "C:\\Apps\\media.exe"; });
   EXPECT_EQ("util." + std::string(host) + ".", unnamed);  // an empty name is "util"
   EXPECT_EQ(media.rfind("media.", 0), 0u) << media;       // folder and ".exe" removed
   EXPECT_EQ(media.substr(5), unnamed.substr(4));          // the same machine part
@@ -148,8 +148,7 @@ TEST(TraceCore, LeadingIdIsProcessNameAndMachine) {
   CmScopedEnv env("CMUTIL_TEST_HOME", home.path().c_str());
   set_nimra_home_env("CMUTIL_TEST_HOME");
   enable_config_io_feature(true);
-  cm_reset_leading_id_for_test();
-  EXPECT_STREQ("cmutil_trace_tests.studio-7.", get_leading_id());
+  EXPECT_EQ("cmutil_trace_tests.studio-7.", leading_id(nullptr));  // the real name again
   enable_config_io_feature(false);
   set_nimra_home_env("HOME");
   cm_reset_leading_id_for_test();

@@ -50,14 +50,19 @@ std::vector<std::string> lines_of(const std::string& text) {
   return out;
 }
 
+// The record lines of a file without their "[date time pid= tid=] " prefix.
+std::vector<std::string> bodies(const std::string& path) {
+  std::vector<std::string> out = lines_of(records(path));
+  for (std::string& line : out) line.erase(0, line.find("] ") + 2);
+  return out;
+}
+
 void trace_line(int level, const std::string& text) {
   util_adapter_trace(level, "UTIL", text.c_str(), static_cast<int>(text.size()));
 }
 
-std::vector<std::string>* g_logstashLines = nullptr;
-void logstash_sink(int, const char* text, int len) {
-  if (g_logstashLines) g_logstashLines->push_back(std::string(text, static_cast<size_t>(len)));
-}
+std::vector<std::string> g_logstash;  // taken and emptied by the test that installs the sink
+void logstash_sink(int, const char* text, int len) { g_logstash.emplace_back(text, static_cast<size_t>(len)); }
 
 int64_t g_fakeSec = 0;
 void fake_clock(int64_t* sec, int32_t* usec) {
@@ -113,21 +118,18 @@ TEST(TraceFile, HeaderRecordFormsMarkerOverwriteAndSizeLimit) {
   EXPECT_TRUE(std::regex_match(
       l[0], std::regex("\\[\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3} pid=\\d+ tid=\\d+\\] first")))
       << l[0];
-  EXPECT_NE(std::string::npos, l[1].find("] [MOD] src:both"));
-  EXPECT_NE(std::string::npos, l[2].find("] src:source only"));
-  EXPECT_EQ(std::string::npos, l[2].find("[MOD]"));
-  EXPECT_NE(std::string::npos, l[3].find("] module without source"));
+  // A module shows only with a source; a source is followed by a colon.
+  std::vector<std::string> expected = {"first", "[MOD] src:both", "src:source only", "module without source"};
+  EXPECT_EQ(expected, bodies(path));
   EXPECT_EQ(kMarker, tail(path));  // the marker stands at the end
 
   T120_Write_Trace_Dev(dev, "MOD", "", "after");
   T120_Close_Trace_Dev(dev);  // closing flushes
-  std::string second = cm_read_file(path);
-  long offset2 = header_offset(second);
-  EXPECT_GT(offset2, offset1);
-  // The old marker was overwritten by the new record; only one marker remains.
-  EXPECT_EQ(std::string::npos, second.substr(0, static_cast<size_t>(offset2)).find("Current Trace Point"));
-  EXPECT_EQ(kMarker, second.substr(static_cast<size_t>(offset2)));
-  EXPECT_NE(std::string::npos, second.find("[MOD] :after\n"));
+  EXPECT_GT(header_offset(cm_read_file(path)), offset1);
+  // The old marker was overwritten by the new record; only one marker remains, at the end.
+  expected.push_back("[MOD] :after");
+  EXPECT_EQ(expected, bodies(path));
+  EXPECT_EQ(kMarker, tail(path));
   T120_Write_Trace_Dev(dev, "MOD", "", "ignored after close");  // an unknown handle is ignored
   EXPECT_EQ(std::string::npos, cm_read_file(path).find("ignored"));
 
@@ -210,13 +212,11 @@ TEST_F(TraceFilesTest, LevelsAreRoutedToTheirFiles) {
   trace_line(1, "a warning line");
   trace_line(0, "an error line");
   T120_Refresh_Settings(kCmTraceFileSizeLimit, 1);
-  const std::string info = records(m_trace->info_path()), error = records(m_trace->error_path()),
-                    warn = records(warnPath);
-  for (const char* line : {"an info line", "a warning line", "an error line"})
-    EXPECT_NE(std::string::npos, info.find(std::string("] [UTIL] :") + line + "\n")) << line;
-  EXPECT_EQ(3u, lines_of(info).size());  // every level; the error and warning files one each
-  EXPECT_TRUE(lines_of(error).size() == 1 && error.find("] [UTIL] :an error line\n") != std::string::npos) << error;
-  EXPECT_TRUE(lines_of(warn).size() == 1 && warn.find("] [UTIL] :a warning line\n") != std::string::npos) << warn;
+  // Every level goes to the information file; the error and warning files get one each.
+  EXPECT_EQ(std::vector<std::string>({"[UTIL] :an info line", "[UTIL] :a warning line", "[UTIL] :an error line"}),
+            bodies(m_trace->info_path()));
+  EXPECT_EQ(std::vector<std::string>{"[UTIL] :an error line"}, bodies(m_trace->error_path()));
+  EXPECT_EQ(std::vector<std::string>{"[UTIL] :a warning line"}, bodies(warnPath));
 }
 
 TEST_F(TraceFilesTest, RotationRunsThroughTenNumbers) {
@@ -266,14 +266,11 @@ TEST_F(TraceFilesTest, LocalMidnightStartsNewFiles) {
     EXPECT_NE(std::string::npos, oldInfo.find(part)) << part;
   // The information record comes before the date test, the error record after the
   // switch: the crossing message opens the new error file.
-  const std::string oldError = records(error0), newInfo = records(m_trace->info_path());
-  EXPECT_TRUE(lines_of(oldError).size() == 1 && oldError.find("before midnight") != std::string::npos) << oldError;
+  const std::string newInfo = records(m_trace->info_path());
+  EXPECT_EQ(std::vector<std::string>{"[UTIL] :before midnight"}, bodies(error0));
   EXPECT_TRUE(lines_of(newInfo).size() == 1 && newInfo.find("[03/15/2026 00:00:01.250 pid=") != std::string::npos)
       << newInfo;
-  std::vector<std::string> newError = lines_of(records(m_trace->error_path()));
-  ASSERT_EQ(2u, newError.size());
-  EXPECT_TRUE(newError[0].find("after midnight") != std::string::npos &&
-              newError[1].find("next day") != std::string::npos);
+  EXPECT_EQ(std::vector<std::string>({"[UTIL] :after midnight", "[UTIL] :next day"}), bodies(m_trace->error_path()));
 }
 
 TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
@@ -283,15 +280,13 @@ TEST_F(TraceFilesTest, UnusableFolderLosesNoCallerData) {
     CmScopedEnv state("XDG_STATE_HOME", blocker.c_str());
     m_trace->reset_for_test();
     EXPECT_EQ("", m_trace->info_path());
-    std::vector<std::string> got;
-    g_logstashLines = &got;
     set_util_logstash_external_trace_sink(&logstash_sink);
     cm_set_trace_option(CM_TRACE_ROUTE_FILE | CM_TRACE_ROUTE_LOGSTASH);
     trace_line(0, "still delivered");
     trace_line(2, "also delivered");
     set_util_logstash_external_trace_sink(nullptr);
-    g_logstashLines = nullptr;
-    EXPECT_EQ(got, (std::vector<std::string>{"[UTIL] still delivered", "[UTIL] also delivered"}));
+    EXPECT_EQ(std::exchange(g_logstash, {}),
+              (std::vector<std::string>{"[UTIL] still delivered", "[UTIL] also delivered"}));
   }
   {
     CmScopedEnv state("XDG_STATE_HOME", nullptr);
