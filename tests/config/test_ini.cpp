@@ -32,7 +32,6 @@ std::string scan(const std::string& content, const char* section, const char* ke
 class IniParamTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    m_home = std::make_unique<CmScopedEnv>("CMUTIL_TEST_HOME", m_dir.path().c_str());
     set_nimra_home_env("CMUTIL_TEST_HOME");
     set_nimra_config_file_name("nimra.cfg");
     enable_config_io_feature(true);
@@ -45,7 +44,7 @@ class IniParamTest : public ::testing::Test {
   void writeConfig(const std::string& content) { m_dir.write("conf/nimra.cfg", content); }
 
   CmTempDir m_dir;
-  std::unique_ptr<CmScopedEnv> m_home;
+  CmScopedEnv m_home{"CMUTIL_TEST_HOME", m_dir.path().c_str()};
 };
 
 int g_lookupCalls = 0;
@@ -97,9 +96,8 @@ TEST(ReadInitFile, BoundedCopyAndLongLines) {
   EXPECT_EQ(0, memcmp(out, "0123XXXX", 8));  // exactly `size` bytes, not terminated
   fclose(f);
 
-  // A 3000-byte line is read in pieces; the tail piece with "=" is a line of its own.
-  std::string longLine(2047, 'a');
-  std::string ini = "[S]\n" + longLine + "tail=ok\nk=v\n";
+  // A long line is read in pieces; the tail piece with "=" is a line of its own.
+  const std::string ini = "[S]\n" + std::string(2047, 'a') + "tail=ok\nk=v\n";
   EXPECT_EQ("ok", scan(ini, "S", "tail"));
   EXPECT_EQ("v", scan(ini, "S", "k"));
   EXPECT_FALSE(read_init_file(nullptr, "S", "k", out, 4));
@@ -127,10 +125,9 @@ TEST_F(IniParamTest, TheSwitchGuardsTheFreeLookups) {
   writeConfig("[Trace]\nflag = TRUE\nn = 5\n");
   enable_config_io_feature(false);
   char out[64] = {0};
-  EXPECT_FALSE(get_string_param("Trace", "n", out, sizeof out));
-  EXPECT_FALSE(get_bool_param("Trace", "flag", false));
-  EXPECT_TRUE(get_bool_param("Trace", "flag", true));
-  EXPECT_EQ(0, get_int_param("Trace", "n"));
+  EXPECT_EQ(std::make_tuple(false, false, true, 0),
+            std::make_tuple(get_string_param("Trace", "n", out, sizeof out), get_bool_param("Trace", "flag", false),
+                            get_bool_param("Trace", "flag", true), get_int_param("Trace", "n")));
   std::string path = get_config_file_name();
   EXPECT_FALSE(get_string_param_from_configfile(path.c_str(), "Trace", "n", out, sizeof out));
   EXPECT_TRUE(get_string_param_from_ini_force(path.c_str(), "Trace", "n", out, sizeof out));

@@ -106,8 +106,7 @@ TEST(JsonValue, ModelOperations) {
   EXPECT_EQ(std::make_pair(size_t{3}, std::string("set")), std::make_pair(obj.size(), obj["y"].ToString()));
 
   json::Array a;
-  a.push_back(Value(1));
-  a.push_back(Value(3));
+  for (int x : {1, 3}) a.push_back(Value(x));
   a.insert(1, Value(2));
   a.insert(99, Value(4));
   EXPECT_EQ("[1,2,3,4]", json::SerializeArray(a));
@@ -167,10 +166,6 @@ TEST(JsonValue, WrongAccessIsReportedNotFatal) {
 }
 
 TEST(JsonRead, DeepNestingIsRefusedNotOverflowed) {
-  std::string deep(100000, '[');
-  deep += std::string(100000, ']');
-  EXPECT_TRUE(json::Deserialize(deep).IsNull());
-  std::string ok(200, '[');
-  ok += "1" + std::string(200, ']');
-  EXPECT_EQ(json::kArray, json::Deserialize(ok).GetType());
+  EXPECT_TRUE(json::Deserialize(std::string(100000, '[') + std::string(100000, ']')).IsNull());
+  EXPECT_EQ(json::kArray, json::Deserialize(std::string(200, '[') + "1" + std::string(200, ']')).GetType());
 }

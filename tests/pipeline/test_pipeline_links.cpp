@@ -42,10 +42,9 @@ TEST_F(PipelineLinksTest, CrossLinkingInOppositeDirectionsDoesNotDeadlock) {
   std::atomic<int> failures{0};
   auto cycle = [&failures](TestModule* from, TestModule* to) {
     for (int i = 0; i < kRounds; ++i) {
-      if (from->AddDeliver(to, 0, 0) != CM_OK) ++failures;
-      if (from->RemoveDeliver(to) != CM_OK) ++failures;
-      if (from->AddDeliver(to, 2, 1) != CM_OK) ++failures;
-      if (from->RemoveDeliver(2, 1) != CM_OK) ++failures;
+      for (CmResult rv :
+           {from->AddDeliver(to, 0, 0), from->RemoveDeliver(to), from->AddDeliver(to, 2, 1), from->RemoveDeliver(2, 1)})
+        failures += rv != CM_OK;
     }
   };
   RunTogether([&] { cycle(a.get(), b.get()); }, [&] { cycle(b.get(), a.get()); });

@@ -120,24 +120,19 @@ TEST_F(ProcessModuleTest, ObserverMayUnregisterDuringNotification) {
 
 TEST_F(ProcessModuleTest, OneInputterPerChannel) {
   CmTraceCapture cap;
-  Ref<TestModule> a(new TestModule), b(new TestModule), next(new TestModule);
+  Ref<TestModule> a(new TestModule), b(new TestModule), next(new TestModule), shared(new TestModule);
+  shared->AllowSharedInput(true);
   ASSERT_EQ(CM_OK, a->AddDeliver(next.get(), 3, 0));
   EXPECT_EQ(CM_ERROR_FAILURE, b->AddDeliver(next.get(), 3, 0));
   EXPECT_TRUE(cap.contains("ProcessModule::AddInputer exist same inputer for nChannelId=3"));
   EXPECT_TRUE(cap.contains("ProcessModule::AddDeliver fail add inputter"));
-  // The same module on another output of a is refused too (its channel 3 is taken).
-  EXPECT_EQ(CM_ERROR_FAILURE, a->AddDeliver(next.get(), 3, 1));
-  EXPECT_EQ(CM_OK, b->AddDeliver(next.get(), 4, 0));
-
-  // After unlinking, the channel is free again.
-  EXPECT_EQ(CM_OK, a->RemoveDeliver(3, 0));
-  EXPECT_EQ(CM_OK, b->AddDeliver(next.get(), 3, 2));
-
-  // Shared input allowed: several inputters on one channel.
-  Ref<TestModule> shared(new TestModule);
-  shared->AllowSharedInput(true);
-  EXPECT_EQ(CM_OK, a->AddDeliver(shared.get(), 0, 0));
-  EXPECT_EQ(CM_OK, b->AddDeliver(shared.get(), 0, 0));
+  // In order (a braced list calls left to right): the same module on another output of a
+  // is refused too (its channel 3 is taken); another channel is fine; after unlinking,
+  // channel 3 is free again; with shared input allowed, several inputters on one channel.
+  EXPECT_EQ((std::vector<CmResult>{CM_ERROR_FAILURE, CM_OK, CM_OK, CM_OK, CM_OK, CM_OK}),
+            (std::vector<CmResult>{a->AddDeliver(next.get(), 3, 1), b->AddDeliver(next.get(), 4, 0),
+                                   a->RemoveDeliver(3, 0), b->AddDeliver(next.get(), 3, 2),
+                                   a->AddDeliver(shared.get(), 0, 0), b->AddDeliver(shared.get(), 0, 0)}));
 }
 
 TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
