@@ -9,9 +9,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -61,10 +58,11 @@ local_addr_t* make_list(const char* entries) {
   return list;
 }
 
+const prune_local_addr_options strict = {false, false, false};
+
 // With the third option off, kept IPv6 removes the 464XLAT group and sets the flag,
 // even when that group is empty.
 TEST(LocalAddressPrune, DecisionsInOrder) {
-  const prune_local_addr_options strict = {false, false, false};
   // name, list, options, what is kept, xlat removed
   const std::tuple<const char*, const char*, const prune_local_addr_options*, std::string, bool> cases[] = {
       {"xlat dropped beside real IPv6", "127.0.0.1 lo 0 0, 192.168.1.5 en0 0 0, 192.0.0.2 v4 0 0, 2600::5 en0 1 F",
@@ -159,7 +157,6 @@ TEST(LocalAddressKernel, KindsLifetimesAndPruningOnLo) {
                                            : "bad") +
              "\n";
     }
-    const prune_local_addr_options strict = {false, false, false};
     bool removed = false;
     prune_local_addr(&list, &strict, &removed);
     out += "pruned: " + describe(list) + (removed ? " (xlat removed)" : "");

@@ -3,8 +3,6 @@
 #include <string>
 #include <tuple>
 
-#include "cmutil/base/CmError.h"
-#include "cmutil/trace/CmTrace.h"
 #include "cmutil/url/CmHttpUrl.h"
 #include "common/CmTraceCapture.h"
 
