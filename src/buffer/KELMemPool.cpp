@@ -192,9 +192,9 @@ void KELMemFixSizePoolInternal::SpillHalf(KELMemPoolShard& aShard) {
   aShard.m_Count.store(KELMemPoolShard::kCapacity - half, std::memory_order_relaxed);
 }
 
-void KELMemFixSizePoolInternal::TraceHandOver(const char* aWhat, unsigned char* pData) {
-  CM_DEBUG_TRACE("KEL_MEM_POOL " << aWhat << ", size_in_pool=" << GetFreeCount() << ",cur_size=" << GetCurBlockSize()
-                                 << ",pData=" << static_cast<void*>(pData));
+void KELMemFixSizePoolInternal::FormatHandOver(const char* aWhat, unsigned char* pData) {
+  CM_TRACE_AT(kHandOverTraceLevel, "KEL_MEM_POOL " << aWhat << ", size_in_pool=" << GetFreeCount() << ",cur_size="
+                                                   << GetCurBlockSize() << ",pData=" << static_cast<void*>(pData));
 }
 
 void KELMemFixSizePoolInternal::DestroyMemPool() {
