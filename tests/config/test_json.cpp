@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -79,6 +80,17 @@ TEST(JsonWrite, RoundTrip) {
   Value v = json::Deserialize(text);
   EXPECT_EQ(text, json::Serialize(v));
   EXPECT_TRUE(v == json::Deserialize(json::Serialize(v)));
+  // A long text grows its string many times over: each element still reads as it does alone.
+  json::Object item;
+  item["max"] = Value(std::numeric_limits<double>::max());  // 316 characters in fixed form
+  item["s"] = Value(std::string(100, 'x'));
+  json::Array many;
+  for (int i = 0; i < 3000; ++i) many.push_back(Value(item));
+  const std::string one = json::SerializeValue(Value(item));
+  std::string expected = "[" + one;
+  for (int i = 1; i < 3000; ++i) expected += "," + one;
+  EXPECT_EQ(expected + "]", json::Serialize(Value(many)));
+  EXPECT_EQ(431u, one.size());  // 316 of them the number
 }
 
 TEST(JsonValue, ModelOperations) {
