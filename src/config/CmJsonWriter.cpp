@@ -67,14 +67,14 @@ class Writer {
   }
 
   void WriteObject(const Object& o) {
-    char open = '{';
+    Put('{');
+    bool first = true;
     for (const auto& kv : o) {
-      Put(open);
-      open = ',';
+      if (!first) Put(',');
+      first = false;
       PutQuoted(kv.first, "\":", 2);
       Write(kv.second);
     }
-    if (open == '{') Put('{');
     Put('}');
   }
 
@@ -96,7 +96,7 @@ class Writer {
     std::memcpy(Room(n), p, n);
     m_used += n;
   }
-  /// '"', the text, then the closing bytes (a quote, or a quote and a colon).
+  // '"', the text, then the closing bytes (a quote, or a quote and a colon).
   void PutQuoted(const std::string& s, const char* close, size_t closeLen) {
     char* d = Room(s.size() + 1 + closeLen);
     d[0] = '"';
