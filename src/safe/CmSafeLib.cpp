@@ -66,7 +66,54 @@ bool cpu_has_avx2() {
   return __builtin_cpu_supports("avx2");
 }
 
+/// 512-bit vectors only on processors known to run them at the full clock: several Intel
+/// generations lower the core's clock for a while after 512-bit instructions, which would
+/// slow every other thread on that core far more than a string copy gains.
+bool cpu_runs_avx512_at_full_clock() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_is("amd");
+}
+
 const bool kHasAvx2 = cpu_has_avx2();
+const bool kHasAvx512 = cpu_runs_avx512_at_full_clock();
+
+/// One bit per zero byte of the 64-byte aligned block.
+__attribute__((target("avx512f,avx512bw"), always_inline)) inline uint64_t zero_bytes(const char* block) {
+  return _mm512_cmpeq_epi8_mask(_mm512_load_si512(block), _mm512_setzero_si512());
+}
+
+/// Length of s, at most max, 128 bytes per step. Every load is a 64-byte aligned block
+/// (two per step, 128-byte aligned), so none reaches into a page past the one holding the
+/// terminator or the last byte allowed; bytes before s and after the terminator are
+/// masked off. The sanitizers are told not to watch this over-read, the same one the C
+/// library's own scans make.
+__attribute__((target("avx512f,avx512bw"), no_sanitize_address, no_sanitize_thread)) size_t length_avx512(const char* s,
+                                                                                                          size_t max) {
+  const size_t head = addr(s) & 63;
+  uint64_t found = zero_bytes(s - head) >> head;
+  size_t done = 0;
+  if (found == 0) {
+    done = 64 - head;
+    if (done < max && ((addr(s) + done) & 64) != 0) {  // one more block to reach 128-byte alignment
+      found = zero_bytes(s + done);
+      if (found == 0) done += 64;
+    }
+  }
+  if (found == 0) {
+    for (; done < max; done += 128) {
+      const __m512i low = _mm512_min_epu8(_mm512_load_si512(s + done), _mm512_load_si512(s + done + 64));
+      if (_mm512_test_epi8_mask(low, low) != ~uint64_t{0}) break;
+    }
+    if (done >= max) return max;
+    found = zero_bytes(s + done);
+    if (found == 0) {
+      done += 64;
+      found = zero_bytes(s + done);
+    }
+  }
+  const size_t length = done + static_cast<size_t>(__builtin_ctzll(found));
+  return length < max ? length : max;
+}
 
 /// Copies n >= 64 bytes with 32-byte loads and destination-aligned stores. The first
 /// and last 64 bytes are loaded before anything is stored and written last, so the
@@ -86,7 +133,47 @@ __attribute__((target("avx2"))) void copy_avx2(unsigned char* d, const unsigned 
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + n - 32), tail1);
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), head);
 }
+
+/// Copies n >= 128 bytes with 64-byte loads and destination-aligned stores, the ends
+/// loaded first and stored last as in copy_avx2. A load waits for an earlier store to
+/// the same offset within a page when the source sits off the destination's 64-byte
+/// grid; measured on 4 KiB copies, running backward avoids that when the destination
+/// lies less than half a page past a page multiple from the source. Otherwise, and on
+/// the grid, forward is as fast or faster. One store more at the end (two tail blocks)
+/// measured a third slower.
+__attribute__((target("avx512f"))) void copy_avx512(unsigned char* d, const unsigned char* s, size_t n) {
+  const __m512i head0 = _mm512_loadu_si512(s), head1 = _mm512_loadu_si512(s + 64);
+  const __m512i tail = _mm512_loadu_si512(s + n - 64);
+  const uintptr_t offset = (addr(d) - addr(s)) % 4096;
+  if (offset < 2048 && offset % 64 != 0) {
+    for (size_t i = n - (addr(d + n) & 63); i > 128;) {
+      i -= 128;
+      const __m512i b = _mm512_loadu_si512(s + i + 64), a = _mm512_loadu_si512(s + i);
+      _mm512_store_si512(d + i + 64, b);
+      _mm512_store_si512(d + i, a);
+    }
+    _mm512_storeu_si512(d + 64, head1);
+  } else {
+    size_t i = 64 - (addr(d) & 63);
+    for (; i + 128 < n; i += 128) {
+      const __m512i a = _mm512_loadu_si512(s + i), b = _mm512_loadu_si512(s + i + 64);
+      _mm512_store_si512(d + i, a);
+      _mm512_store_si512(d + i + 64, b);
+    }
+    if (i + 64 < n) _mm512_store_si512(d + i, _mm512_loadu_si512(s + i));
+  }
+  _mm512_storeu_si512(d, head0);
+  _mm512_storeu_si512(d + n - 64, tail);
+}
 #endif
+
+/// strnlen with the 512-bit scan where the processor has it.
+inline size_t bounded_length(const char* s, size_t max) {
+#if defined(__x86_64__)
+  if (kHasAvx512) return length_avx512(s, max);
+#endif
+  return strnlen(s, max);
+}
 
 /// Copies n bytes. From about 2 KiB on, the C library copies with the string-move
 /// instruction, which some processors run slower than a vector loop while the data
@@ -100,8 +187,8 @@ inline void copy_long(void* dest, const void* src, size_t n) {
   const auto* s = static_cast<const unsigned char*>(src);
 #if defined(__x86_64__)
   constexpr size_t kVectorCopyMax = 64 * 1024;
-  if (n >= 2048 && n <= kVectorCopyMax && kHasAvx2) {
-    copy_avx2(d, s, n);
+  if (n >= 2048 && n <= kVectorCopyMax && (kHasAvx512 || kHasAvx2)) {
+    kHasAvx512 ? copy_avx512(d, s, n) : copy_avx2(d, s, n);
     return;
   }
 #endif
@@ -194,7 +281,7 @@ int strcpy_s(char* dest, size_t dmax, const char* src) {
   if (dmax == 0) return str_violation("strcpy_s: dmax is 0", nullptr);
   if (beyond_max(dmax)) return str_violation("strcpy_s: dmax exceeds max", nullptr);
   if (src == nullptr) return str_violation("strcpy_s: src is null", nullptr);
-  const size_t slen = strnlen(src, dmax);
+  const size_t slen = bounded_length(src, dmax);
   if (slen >= dmax) return str_violation("strcpy_s: not enough space for src", nullptr);
   const uintptr_t d = addr(dest), s = addr(src);
   if ((d > s && d <= s + slen) || d == s || (s > d && d + slen >= s)) {
@@ -210,7 +297,7 @@ int strncpy_s(char* dest, size_t dmax, const char* src, size_t n) {
   if (beyond_max(dmax)) return str_violation("strncpy_s: dmax exceeds max", nullptr);
   if (src == nullptr) return str_violation("strncpy_s: src is null", nullptr);
   if (beyond_max(n)) return str_violation("strncpy_s: n exceeds max", nullptr);
-  const size_t slen = strnlen(src, dmax);
+  const size_t slen = bounded_length(src, dmax);
   size_t count = n;
   bool truncated = false;
   if (n >= dmax) {
@@ -233,7 +320,7 @@ int strncpy_s(char* dest, size_t dmax, const char* src, size_t n) {
   return 0;
 }
 
-size_t strnlen_s(const char* s, size_t maxlen) { return s == nullptr ? 0 : strnlen(s, maxlen); }
+size_t strnlen_s(const char* s, size_t maxlen) { return s == nullptr ? 0 : bounded_length(s, maxlen); }
 
 constraint_handler_t set_constraint_handler_s(constraint_handler_t handler) {
   constraint_handler_t previous = safe_constraint_handler;

@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -73,12 +75,12 @@ TEST_F(SafeLib, MemcpyChecksInOrderAndOverlap) {
 }
 
 // Copies on both sides of the short-copy size, of 2 KiB and of 64 KiB (vector loop
-// between), with the destination 16 bytes (copied backward past 64 KiB), 1 KiB and an odd
-// count of bytes past a page multiple from the source.
+// between), with the destination 16 bytes (copied backward past 64 KiB), 1 KiB, an odd
+// count of bytes and most of a page past a page multiple from the source.
 TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
   std::vector<char> area(160 * 1024);
   for (size_t n : {1, 4, 15, 32, 33, 2047, 2049, 4096, 5999, 65536, 70001})
-    for (size_t gap : {16, 1024, 1047}) {
+    for (size_t gap : {16, 1024, 1047, 3000}) {
       char* src = area.data();
       char* dst = src + (n + 4095) / 4096 * 4096 + gap;
       for (size_t i = 0; i < n; ++i) src[i] = static_cast<char>('a' + i % 23);
@@ -89,6 +91,34 @@ TEST_F(SafeLib, CopiesOfEveryLengthClassAndPlacement) {
       ASSERT_EQ(0, strcpy_s(dst, n, src));
       EXPECT_STREQ(src, dst) << n << " " << gap;
     }
+}
+
+// Texts that end at the last byte before an inaccessible page, from every start
+// alignment: the length stops at the terminator or at the bound, whichever comes first,
+// and nothing reads past the text's page.
+TEST_F(SafeLib, LengthStopsAtTerminatorOrBoundBeforeAnUnmappedPage) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  void* mapped = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(mapped, MAP_FAILED);
+  auto* const end = static_cast<char*>(mapped) + page;
+  ASSERT_EQ(0, mprotect(end, page, PROT_NONE));
+  std::memset(end - page, 'x', page - 1);
+  end[-1] = '\0';
+  char copy[320];
+  for (size_t len = 0; len < 300; ++len) {
+    const char* text = end - 1 - len;
+    for (size_t bound : {len, len + 1, len + page}) {
+      EXPECT_EQ(strnlen_s(text, bound), len) << len << " " << bound;
+    }
+    if (len > 0) {
+      EXPECT_EQ(strnlen_s(text, len - 1), len - 1) << len;
+    }
+    ASSERT_EQ(0, strcpy_s(copy, sizeof copy, text));
+    EXPECT_EQ(std::string(copy), std::string(text)) << len;
+  }
+  end[-1] = 'x';  // no terminator at all: the bound ends the scan at the page's end
+  for (size_t len = 1; len < 300; ++len) EXPECT_EQ(strnlen_s(end - len, len), len) << len;
+  munmap(mapped, 2 * page);
 }
 
 TEST_F(SafeLib, MemcmpViolationsSetDiff) {
