@@ -206,6 +206,14 @@ inline void copy_long(void* dest, const void* src, size_t n) {
   std::memcpy(d, s, n);
 }
 
+/// Copies n bytes between blocks that do not overlap, short ones inline.
+inline void copy_bytes(void* dest, const void* src, size_t n) {
+  if (n <= 32)
+    copy_short(dest, src, n);
+  else
+    copy_long(dest, src, n);
+}
+
 }  // namespace
 
 extern "C" {
@@ -219,10 +227,7 @@ int memcpy_s(void* dest, size_t dmax, const void* src, size_t n) {
   const uintptr_t d = addr(dest), s = addr(src);
   if ((d > s && s + n > d) || (d < s && s < d + dmax)) return mem_violation("memcpy_s: overlap undefined", nullptr);
   if (d == s || n == 0) return 0;
-  if (n <= 32)
-    copy_short(dest, src, n);
-  else
-    copy_long(dest, src, n);
+  copy_bytes(dest, src, n);
   return 0;
 }
 
@@ -287,7 +292,7 @@ int strcpy_s(char* dest, size_t dmax, const char* src) {
   if ((d > s && d <= s + slen) || d == s || (s > d && d + slen >= s)) {
     return str_violation("strcpy_s: overlap undefined", nullptr);
   }
-  copy_long(dest, src, slen + 1);
+  copy_bytes(dest, src, slen + 1);
   return 0;
 }
 
