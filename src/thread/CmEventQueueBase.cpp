@@ -103,11 +103,12 @@ CCmTimeValue CCmEventQueueBase::s_tvReportInterval(0L, 500000L);
 CCmEventQueueBase::CCmEventQueueBase(bool)
     : m_pTail(&m_Stub),
       m_dwPosted(0),
-      m_bIsStopped(false),
       m_llLastReportUs(cm_clock_wall_us()),
+      m_bIsStopped(false),
       m_Tid(0),
       m_pHead(&m_Stub),
       m_dwTaken(0),
+      m_dwPostedSeen(0),
       m_pLoopHook(nullptr),
       m_szThreadName{} {}
 
@@ -226,7 +227,11 @@ ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int* aRe
   ICmEvent** ppLink = &pFirst;
   // One pass never takes more than was pending on entry: under a steady flood an
   // unbounded take would never return to its caller.
-  unsigned int dwPending = PendingCount();
+  // The posted count lives on the posters' line: read it only when the count last seen
+  // does not already cover this pass (it only grows, so an old reading stays a bound).
+  const unsigned int dwTakenBefore = m_dwTaken.load(std::memory_order_relaxed);
+  if (m_dwPostedSeen - dwTakenBefore < aMaxCount) m_dwPostedSeen = m_dwPosted.load(std::memory_order_acquire);
+  unsigned int dwPending = m_dwPostedSeen - dwTakenBefore;
   if (aMaxCount > dwPending) aMaxCount = dwPending;
   unsigned int dwTaken = 0;
   while (dwTaken < aMaxCount) {
@@ -237,7 +242,7 @@ ICmEvent* CCmEventQueueBase::TakeBatch(unsigned int aMaxCount, unsigned int* aRe
     ++dwTaken;
   }
   *ppLink = nullptr;
-  if (dwTaken) m_dwTaken.store(m_dwTaken.load(std::memory_order_relaxed) + dwTaken, std::memory_order_release);
+  if (dwTaken) m_dwTaken.store(dwTakenBefore + dwTaken, std::memory_order_release);
   if (aRemain) *aRemain = PendingCount();
   return pFirst;
 }

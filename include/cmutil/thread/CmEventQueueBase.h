@@ -192,9 +192,12 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// Events ever posted; raised by a post before it links its event, so that the owner
   /// may briefly count an event that it cannot see yet, never the other way round.
   std::atomic<unsigned int> m_dwPosted;
-  std::atomic<bool> m_bIsStopped;
   /// Wall clock (microseconds) of the last queue-length check.
   std::atomic<int64_t> m_llLastReportUs;
+
+  /// Read by every post and every pass of the owner's loop, written almost never: a line
+  /// of their own keeps those reads off the line that posts write.
+  alignas(64) std::atomic<bool> m_bIsStopped;
   std::atomic<CM_THREAD_ID> m_Tid;
 
   /// Oldest node of the list (the stub or an event); owner thread only.
@@ -202,6 +205,8 @@ class CM_EXPORT CCmEventQueueBase : public ICmEventQueue {
   /// Events ever taken out of the list; written by the owner only. The pending count is
   /// m_dwPosted - m_dwTaken: posters and the owner each write a line of their own.
   std::atomic<unsigned int> m_dwTaken;
+  /// The posted count as the owner last read it (owner thread only).
+  unsigned int m_dwPostedSeen;
   LoopHook m_pLoopHook;
   char m_szThreadName[512];
 
