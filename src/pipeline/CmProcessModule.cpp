@@ -65,10 +65,7 @@ bool ProcessModule::_DeliverDataToProcessUnit(IProcessData* aData, unsigned shor
 }
 
 CmResult ProcessModule::_PushProcessDataToQueue(IProcessData* aData, unsigned short aChannel) {
-  CCmFutexGuard guard(m_pImpl->queueLock);
-  std::deque<QueuedData>& q = m_pImpl->queues[aChannel];
-  q.emplace_back(aData);
-  m_pImpl->queueSizes[aChannel].store(static_cast<uint32_t>(q.size()), std::memory_order_release);
+  m_pImpl->PushBack(aData, aChannel);
   return CM_OK;
 }
 
@@ -88,9 +85,6 @@ CmResult ProcessModule::_DrainQueueData() {
 
 CmResult ProcessModule::_ProcessQueueData(unsigned short aChannel) {
   if (aChannel >= PROCESS_MODULE_MAX_INPUT_CHANNELS) return CM_ERROR_FAILURE;
-  // Most drain events find their item already taken by an earlier event's batch: skip
-  // the lock then. A push racing with this read has its own event still to come.
-  if (m_pImpl->queueSizes[aChannel].load(std::memory_order_acquire) == 0) return CM_ERROR_FAILURE;
   QueuedData item = m_pImpl->PopFront(aChannel);
   if (!item.get()) return CM_ERROR_FAILURE;
   if (!_DeliverDataToProcessUnit(item.get(), aChannel)) DeliverDataToNextModule(item.get(), 0);
@@ -175,7 +169,7 @@ unsigned int ProcessModule::GetProcessModuleQueueSize(unsigned short aChannel) {
 
 unsigned int ProcessModule::_GetProcessDataToQueueSize(unsigned short aChannel) {
   if (aChannel >= PROCESS_MODULE_MAX_INPUT_CHANNELS) return 0;
-  return m_pImpl->queueSizes[aChannel].load(std::memory_order_relaxed);
+  return m_pImpl->Size(aChannel);
 }
 
 unsigned int ProcessModule::_GetProcessDataToQueueSize() {

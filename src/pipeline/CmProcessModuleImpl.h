@@ -214,10 +214,20 @@ struct ProcessModule::Impl {
   alignas(64) std::atomic<uint8_t> queueDecided[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   std::atomic<uint8_t> queueNeeded[PROCESS_MODULE_MAX_INPUT_CHANNELS];
 
-  alignas(64) std::deque<QueuedData> queues[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(queueLock);
-  // Sizes mirrored outside the lock so that size queries and traces need not lock.
-  std::atomic<uint32_t> queueSizes[PROCESS_MODULE_MAX_INPUT_CHANNELS];
-  CCmFutexLock queueLock;
+  // Each channel's queue is two lists with a lock each, so that delivering threads and
+  // the module thread touch shared lines once per batch instead of once per item:
+  // items are pushed to the incoming list, and popped from the front of the outgoing
+  // list, which takes the whole incoming list when it runs dry. Outgoing items are
+  // always the older ones, so the order stays that of the pushes.
+  alignas(64) std::deque<QueuedData> incoming[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(pushLock);
+  // Items ever pushed and ever popped: their difference is the queue's size, read
+  // without either lock by size queries and traces.
+  std::atomic<uint32_t> pushed[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  CCmFutexLock pushLock;
+
+  alignas(64) std::deque<QueuedData> outgoing[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(popLock);
+  std::atomic<uint32_t> popped[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  CCmFutexLock popLock;
 
   alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
   std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
@@ -233,19 +243,42 @@ struct ProcessModule::Impl {
     for (unsigned i = 0; i < PROCESS_MODULE_MAX_INPUT_CHANNELS; ++i) {
       queueDecided[i].store(0, std::memory_order_relaxed);
       queueNeeded[i].store(0, std::memory_order_relaxed);
-      queueSizes[i].store(0, std::memory_order_relaxed);
+      pushed[i].store(0, std::memory_order_relaxed);
+      popped[i].store(0, std::memory_order_relaxed);
     }
     options.max_load_factor(1.0f);
   }
 
-  // Removes the front item of a channel under the queue lock; empty holder when none.
+  // Appends an item, with a new reference, to a channel's queue.
+  void PushBack(IProcessData* aData, unsigned short aChannel) {
+    CCmFutexGuard guard(pushLock);
+    incoming[aChannel].emplace_back(aData);
+    pushed[aChannel].store(pushed[aChannel].load(std::memory_order_relaxed) + 1, std::memory_order_release);
+  }
+
+  // Removes the oldest item of a channel; empty holder when none.
   QueuedData PopFront(unsigned short aChannel) {
-    CCmFutexGuard guard(queueLock);
-    std::deque<QueuedData>& q = queues[aChannel];
-    if (q.empty()) return QueuedData(nullptr);
+    CCmFutexGuard guard(popLock);
+    std::deque<QueuedData>& q = outgoing[aChannel];
+    const uint32_t poppedBefore = popped[aChannel].load(std::memory_order_relaxed);
+    if (q.empty()) {
+      // Nothing pushed since the last pop: leave the delivering threads' lock alone. A
+      // push racing with this read has its own drain event still to come.
+      if (pushed[aChannel].load(std::memory_order_acquire) == poppedBefore) return QueuedData(nullptr);
+      CCmFutexGuard pushGuard(pushLock);
+      q.swap(incoming[aChannel]);
+      if (q.empty()) return QueuedData(nullptr);
+    }
     QueuedData item(std::move(q.front()));
     q.pop_front();
-    queueSizes[aChannel].store(static_cast<uint32_t>(q.size()), std::memory_order_release);
+    popped[aChannel].store(poppedBefore + 1, std::memory_order_release);
     return item;
+  }
+
+  // Items waiting in a channel: popped is read first, so that the difference is never
+  // negative.
+  uint32_t Size(unsigned short aChannel) const {
+    const uint32_t gone = popped[aChannel].load(std::memory_order_acquire);
+    return pushed[aChannel].load(std::memory_order_acquire) - gone;
   }
 };
