@@ -16,6 +16,32 @@ ProcessModule::~ProcessModule() {
   m_pImpl.reset();
 }
 
+// ---------------------------------------------------------------- reference count
+
+namespace {
+// The count as callers see it: the pending drain events' shared reference counted once
+// per event.
+unsigned int PerEventCount(unsigned int aHeld, uint32_t aPending) {
+  return aPending != 0 && aHeld != 0 ? aHeld - 1 + aPending : aHeld;
+}
+}  // namespace
+
+unsigned int ProcessModule::AddRef() {
+  const unsigned int held = KelAddRef();
+  return PerEventCount(held, m_pImpl->pendingDrains.load(std::memory_order_acquire));
+}
+
+unsigned int ProcessModule::Release() {
+  // Read before: once the reference is given back, the module may be gone.
+  const uint32_t pending = m_pImpl->pendingDrains.load(std::memory_order_acquire);
+  const unsigned int held = KelRelease();
+  return PerEventCount(held, pending);
+}
+
+unsigned int ProcessModule::GetReference() {
+  return PerEventCount(KelGetReference(), m_pImpl->pendingDrains.load(std::memory_order_acquire));
+}
+
 // ---------------------------------------------------------------- data path
 
 CmResult ProcessModule::DeliverData(IProcessData* aData, unsigned short aChannel) {
@@ -29,8 +55,9 @@ CmResult ProcessModule::DeliverData(IProcessData* aData, unsigned short aChannel
       CM_ASSERTE_RETURN(pThread != NULL, CM_OK);
       ICmEventQueue* pEventQueue = pThread->GetEventQueue();
       CM_ASSERTE_RETURN(pEventQueue != NULL, CM_OK);
-      CmResult rv = pEventQueue->PostEvent(new CCmInvokeEvent<DrainCall>(DrainCall(this, aChannel)),
-                                           ICmEventQueue::EPRIORITY_NORMAL);
+      CmResult rv =
+          pEventQueue->PostEvent(new CCmInvokeEvent<DrainCall>(DrainCall(this, aChannel, &m_pImpl->pendingDrains)),
+                                 ICmEventQueue::EPRIORITY_NORMAL);
       if (CM_FAILED(rv)) {
         // The item stays queued; a later drain event of this channel takes it.
         CM_WARNING_TRACE_THIS("ProcessModule::DeliverData, PostEvent failed, rv="

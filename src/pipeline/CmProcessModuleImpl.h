@@ -102,18 +102,23 @@ class LinkSnapshot {
 };
 
 // The callable of a drain event: _DrainQueueData(channel) on the module thread. While
-// the event exists it holds a reference on a reference-counted module, so an owner may
-// release the module with items still in flight; the module then goes with the last
-// event. A module nobody holds a reference on (count 0) is not counted: its owner must
-// keep it alive until its thread has run the events.
+// the event exists it keeps a reference-counted module alive, so an owner may release
+// the module with items still in flight; the module then goes with the last event. The
+// events count themselves in aPending, a counter on a line of its own, and hold one
+// module reference among them all: taken when the first becomes pending, given back
+// when the last goes. A module nobody holds a reference on (count 0) is not counted:
+// its owner must keep it alive until its thread has run the events.
 class DrainCall {
  public:
-  DrainCall(ProcessModule* aModule, unsigned short aChannel)
-      : m_pModule(aModule), m_wChannel(aChannel), m_bCounted(aModule->GetReference() > 0) {
-    if (m_bCounted) m_pModule->AddRef();
+  DrainCall(ProcessModule* aModule, unsigned short aChannel, std::atomic<uint32_t>* aPending)
+      : m_pModule(aModule), m_pPending(aPending), m_wChannel(aChannel), m_bCounted(aModule->GetReference() > 0) {
+    if (m_bCounted && m_pPending->fetch_add(1, std::memory_order_acq_rel) == 0) m_pModule->AddRef();
   }
   DrainCall(DrainCall&& aOther) noexcept
-      : m_pModule(aOther.m_pModule), m_wChannel(aOther.m_wChannel), m_bCounted(aOther.m_bCounted) {
+      : m_pModule(aOther.m_pModule),
+        m_pPending(aOther.m_pPending),
+        m_wChannel(aOther.m_wChannel),
+        m_bCounted(aOther.m_bCounted) {
     aOther.m_bCounted = false;
     aOther.m_pModule = nullptr;
   }
@@ -121,12 +126,13 @@ class DrainCall {
   DrainCall& operator=(const DrainCall&) = delete;
   DrainCall& operator=(DrainCall&&) = delete;
   ~DrainCall() {
-    if (m_bCounted) m_pModule->Release();
+    if (m_bCounted && m_pPending->fetch_sub(1, std::memory_order_acq_rel) == 1) m_pModule->Release();
   }
   void operator()() { m_pModule->_DrainQueueData(m_wChannel); }
 
  private:
   ProcessModule* m_pModule;
+  std::atomic<uint32_t>* m_pPending;
   unsigned short m_wChannel;
   bool m_bCounted;
 };
@@ -238,6 +244,10 @@ struct ProcessModule::Impl {
   ProcessConfig config;
   std::atomic<uint32_t> status{PROCESS_MODULE_STATUS_CREATED};
   std::unordered_map<uint32_t, ProcessModuleValue> options;
+
+  // Drain events pending (see DrainCall): written by every post and every fired event,
+  // so it is kept off the lines above and off the module's own count.
+  alignas(64) std::atomic<uint32_t> pendingDrains{0};
 
   Impl() {
     for (unsigned i = 0; i < PROCESS_MODULE_MAX_INPUT_CHANNELS; ++i) {

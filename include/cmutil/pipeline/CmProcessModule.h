@@ -147,7 +147,16 @@ class CM_EXPORT ProcessModule : public IProcessModule,
   /// the unit, the links and every queued item.
   ~ProcessModule() override;
 
-  KEL_IMPLEMENT_UNKNOWN()
+  /// The reference count. Drain events pending on the module thread share one
+  /// reference (taken by the first, given back by the last), so that posting an item
+  /// does not move the count's cache line between threads; the count returned still
+  /// holds one reference per pending drain event.
+  unsigned int AddRef() override;
+  unsigned int Release() override;
+  unsigned int GetReference() override;
+  CmResult QueryInterface(const kel::_tagUUID& aIid, void** aPpv) override {
+    return kel::CKelUnknownImpl::KelQueryInterface(this, aIid, aPpv);
+  }
 
   /// Null data or channel >= 16: CM_ERROR_INVALID_ARG, nothing counted. Otherwise
   /// counts the input and routes the item (see the overview); CM_OK. On the queued
