@@ -31,11 +31,11 @@
 ///   queued item until it is processed, popped or the module dies.
 /// - Delivers, inputters and the module thread are plain pointers, not owned: unlink a
 ///   module before it dies, and keep the module thread alive while the module is
-///   started. Each drain event posted to the module thread holds a reference on the
-///   module (when the module is reference counted, i.e. its count is above 0), so the
-///   last Release may come while items are in flight; the module then dies on its
-///   thread after the last event. A module used without references must outlive the
-///   events posted to its thread.
+///   started. The drain events pending on the module thread keep the module alive
+///   (when it is reference counted, i.e. its count is above 0; the count then includes
+///   one reference per pending event), so the last Release may come while items are
+///   in flight; the module then dies on its thread after the last event. A module
+///   used without references must outlive the events posted to its thread.
 /// - Options, the unit and the thread are set-up values: set them before data flows.
 ///   Options are not locked against concurrent DeliverData calls. The unit may be
 ///   replaced while data flows (a call in progress keeps the old unit alive until it
