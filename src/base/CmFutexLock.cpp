@@ -1,5 +1,6 @@
 #include "base/CmFutexLock.h"
 
+#include "base/CmCpuRelax.h"
 #include "platform/CmPlatform.h"
 
 namespace {
@@ -7,12 +8,6 @@ namespace {
 /// Tries of the contended path before a waiter parks: about the time a holder needs
 /// for a short section, so that a brief overlap does not cost two system calls.
 const int kSpinTries = 40;
-
-inline void CpuRelax() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
-}
 
 inline uint32_t* FutexWord(std::atomic<uint32_t>& aState) {
   static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "a futex word is 32 bits");
@@ -23,7 +18,7 @@ inline uint32_t* FutexWord(std::atomic<uint32_t>& aState) {
 
 void CCmFutexLock::LockContended() {
   for (int i = 0; i < kSpinTries; ++i) {
-    CpuRelax();
+    CmCpuRelax();
     uint32_t expected = kFree;
     if (m_State.load(std::memory_order_relaxed) == kFree &&
         m_State.compare_exchange_weak(expected, kHeld, std::memory_order_acquire, std::memory_order_relaxed))

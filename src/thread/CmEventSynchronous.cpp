@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "base/CmCpuRelax.h"
 #include "cmutil/base/CmAssert.h"
 #include "cmutil/trace/CmTraceMacros.h"
 #include "platform/CmPlatform.h"
@@ -51,11 +52,8 @@ void RecordWatch(bool aPaid) {
 // The signal's value once it is set or aUntilNs has passed.
 int WatchUntil(const std::atomic<int>& aSignal, long long aUntilNs) {
   int nValue;
-  while ((nValue = aSignal.load(std::memory_order_acquire)) != kSignalSet && cm_platform_monotonic_ns() < aUntilNs) {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-  }
+  while ((nValue = aSignal.load(std::memory_order_acquire)) != kSignalSet && cm_platform_monotonic_ns() < aUntilNs)
+    CmCpuRelax();
   return nValue;
 }
 
