@@ -16,7 +16,7 @@ const int kSignalClear = 0;
 const int kSignalSet = 1;
 const int kSignalSleeping = 2;
 
-// A sender watches for its result a few microseconds before it sleeps. A result that
+// A sender watches for its result, up to kWatchNs, before it sleeps. A result that
 // comes within the watch saves the sender's own wake-up (tens of microseconds on a
 // virtual machine), and a sender that stays awake finds the target still awake for its
 // next send. On a busy machine the watch takes a processor the target may need and ends
