@@ -233,6 +233,9 @@ struct ProcessModule::Impl {
 
   alignas(64) std::deque<QueuedData> outgoing[PROCESS_MODULE_MAX_INPUT_CHANNELS] CM_GUARDED_BY(popLock);
   std::atomic<uint32_t> popped[PROCESS_MODULE_MAX_INPUT_CHANNELS];
+  // Items ever moved from the incoming list to the outgoing one: equal to popped when
+  // the outgoing list is empty.
+  std::atomic<uint32_t> moved[PROCESS_MODULE_MAX_INPUT_CHANNELS];
   CCmFutexLock popLock;
 
   alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
@@ -255,6 +258,7 @@ struct ProcessModule::Impl {
       queueNeeded[i].store(0, std::memory_order_relaxed);
       pushed[i].store(0, std::memory_order_relaxed);
       popped[i].store(0, std::memory_order_relaxed);
+      moved[i].store(0, std::memory_order_relaxed);
     }
     options.max_load_factor(1.0f);
   }
@@ -268,16 +272,24 @@ struct ProcessModule::Impl {
 
   // Removes the oldest item of a channel; empty holder when none.
   QueuedData PopFront(unsigned short aChannel) {
+    // Most drains end on an empty queue: see that without taking a lock. Counters only
+    // grow and popped never passes pushed, so equal readings mean empty at the second.
+    // A push racing with this has its own drain event still to come.
+    const uint32_t poppedSeen = popped[aChannel].load(std::memory_order_acquire);
+    if (moved[aChannel].load(std::memory_order_acquire) == poppedSeen &&
+        pushed[aChannel].load(std::memory_order_acquire) == poppedSeen)
+      return QueuedData(nullptr);
+
     CCmFutexGuard guard(popLock);
     std::deque<QueuedData>& q = outgoing[aChannel];
     const uint32_t poppedBefore = popped[aChannel].load(std::memory_order_relaxed);
     if (q.empty()) {
-      // Nothing pushed since the last pop: leave the delivering threads' lock alone. A
-      // push racing with this read has its own drain event still to come.
+      // Nothing pushed since the last pop: leave the delivering threads' lock alone.
       if (pushed[aChannel].load(std::memory_order_acquire) == poppedBefore) return QueuedData(nullptr);
       CCmFutexGuard pushGuard(pushLock);
       q.swap(incoming[aChannel]);
       if (q.empty()) return QueuedData(nullptr);
+      moved[aChannel].store(poppedBefore + static_cast<uint32_t>(q.size()), std::memory_order_release);
     }
     QueuedData item(std::move(q.front()));
     q.pop_front();
