@@ -161,7 +161,7 @@ CmResult ProcessModule::DeliverDataToNextModule(IProcessData* aData, unsigned sh
   _UpdateStatOutputOneProcessedSample(aData, nOutputChannelId);
   if (nOutputChannelId >= PROCESS_MODULE_MAX_OUTPUT_CHANNELS) return CM_ERROR_FAILURE;
   LinkSnapshot targets;
-  {
+  if (!m_pImpl->deliverMirror.Read(nOutputChannelId, targets)) {
     CCmFutexGuard guard(m_pImpl->linkLock);
     targets.Assign(m_pImpl->delivers[nOutputChannelId]);
   }

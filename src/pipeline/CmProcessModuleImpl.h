@@ -74,6 +74,8 @@ struct DeliverEntry {
 // entries live on the stack and the hot path allocates nothing.
 class LinkSnapshot {
  public:
+  static constexpr size_t kInline = 8;
+
   void Assign(const std::vector<DeliverEntry>& aList) {
     m_nSize = aList.size();
     if (m_nSize <= m_Small.size()) {
@@ -83,6 +85,12 @@ class LinkSnapshot {
       m_Large = aList;
       m_pData = m_Large.data();
     }
+  }
+  // The inline entries, to be filled by the caller, then kept with UseInline.
+  DeliverEntry* InlineEntries() { return m_Small.data(); }
+  void UseInline(size_t aSize) {
+    m_nSize = aSize;
+    m_pData = m_Small.data();
   }
   void Append(const std::vector<DeliverEntry>& aList) {
     std::vector<DeliverEntry> all(begin(), end());
@@ -95,10 +103,64 @@ class LinkSnapshot {
   const DeliverEntry* end() const { return m_pData + m_nSize; }
 
  private:
-  std::array<DeliverEntry, 8> m_Small{};
+  std::array<DeliverEntry, kInline> m_Small{};
   std::vector<DeliverEntry> m_Large;
   const DeliverEntry* m_pData = nullptr;
   size_t m_nSize = 0;
+};
+
+// A copy of every deliver list that delivering threads read without the link lock: each
+// item sent on would otherwise take and give back that lock. A sequence lock: writers
+// hold the link lock and keep the sequence odd while they change the copy; a reader
+// that saw it odd or changed reads the list under the lock instead. Lists longer than
+// a snapshot holds inline are always read under the lock.
+class DeliverMirror {
+ public:
+  DeliverMirror() {
+    for (auto& count : m_Count) count.store(0, std::memory_order_relaxed);
+  }
+
+  // Copies aList as the new state of output channel aChannel. Link lock held.
+  void Publish(unsigned short aChannel, const std::vector<DeliverEntry>& aList) {
+    const uint32_t seq = m_Seq.load(std::memory_order_relaxed);
+    m_Seq.store(seq + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    const size_t n = aList.size() <= LinkSnapshot::kInline ? aList.size() : kTooLong;
+    for (size_t i = 0; i < n && i < LinkSnapshot::kInline; ++i) {
+      m_Entries[aChannel][i].module.store(aList[i].module, std::memory_order_relaxed);
+      m_Entries[aChannel][i].channel.store(aList[i].channel, std::memory_order_relaxed);
+    }
+    m_Count[aChannel].store(static_cast<uint32_t>(n), std::memory_order_relaxed);
+    m_Seq.store(seq + 2, std::memory_order_release);
+  }
+
+  // Fills aOut with the list of aChannel; false when it must be read under the lock.
+  bool Read(unsigned short aChannel, LinkSnapshot& aOut) const {
+    const uint32_t seq = m_Seq.load(std::memory_order_acquire);
+    if (seq & 1u) return false;
+    const uint32_t n = m_Count[aChannel].load(std::memory_order_relaxed);
+    if (n > LinkSnapshot::kInline) return false;
+    DeliverEntry* out = aOut.InlineEntries();
+    for (uint32_t i = 0; i < n; ++i) {
+      out[i].module = m_Entries[aChannel][i].module.load(std::memory_order_relaxed);
+      out[i].channel = m_Entries[aChannel][i].channel.load(std::memory_order_relaxed);
+    }
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (m_Seq.load(std::memory_order_relaxed) != seq) return false;
+    aOut.UseInline(n);
+    return true;
+  }
+
+ private:
+  static constexpr size_t kTooLong = LinkSnapshot::kInline + 1;
+  struct Entry {
+    std::atomic<IProcessModule*> module{nullptr};
+    std::atomic<unsigned short> channel{0};
+  };
+
+  std::atomic<uint32_t> m_Seq{0};
+  std::atomic<uint32_t> m_Count[PROCESS_MODULE_MAX_OUTPUT_CHANNELS];
+  Entry m_Entries[PROCESS_MODULE_MAX_OUTPUT_CHANNELS][LinkSnapshot::kInline];
 };
 
 // The callable of a drain event: _DrainQueueData(channel) on the module thread. While
@@ -241,6 +303,7 @@ struct ProcessModule::Impl {
   alignas(64) std::vector<DeliverEntry> delivers[PROCESS_MODULE_MAX_OUTPUT_CHANNELS] CM_GUARDED_BY(linkLock);
   std::vector<DeliverEntry> inputters CM_GUARDED_BY(linkLock);
   CCmFutexLock linkLock;
+  DeliverMirror deliverMirror;  // written under linkLock, read without it
 
   alignas(64) UnitSlot unit;
   std::map<std::string, std::string> attributes;  // kept for derived modules

@@ -34,6 +34,7 @@ CmResult ProcessModule::AddDeliver(IProcessModule* aNext, unsigned short nChanne
     for (const DeliverEntry& e : list) raced = raced || e.module == aNext;
     if (!raced) {
       list.push_back(DeliverEntry{aNext, nChannelId});
+      m_pImpl->deliverMirror.Publish(nOutputChannelId, list);
       return CM_OK;
     }
   }
@@ -95,6 +96,7 @@ CmResult ProcessModule::RemoveDeliver(unsigned short nChannelId, unsigned short 
       if (it->channel != nChannelId) continue;
       removed = it->module;
       list.erase(it);
+      m_pImpl->deliverMirror.Publish(nOutputChannelId, list);
       break;
     }
   }
@@ -109,10 +111,12 @@ CmResult ProcessModule::RemoveDeliver(IProcessModule* aNext) {
   int removed = 0;
   {
     CCmFutexGuard guard(m_pImpl->linkLock);
-    for (auto& list : m_pImpl->delivers) {
+    for (unsigned short ch = 0; ch < PROCESS_MODULE_MAX_OUTPUT_CHANNELS; ++ch) {
+      std::vector<DeliverEntry>& list = m_pImpl->delivers[ch];
       for (auto it = list.begin(); it != list.end(); ++it) {
         if (it->module != aNext) continue;
         list.erase(it);
+        m_pImpl->deliverMirror.Publish(ch, list);
         ++removed;
         break;
       }

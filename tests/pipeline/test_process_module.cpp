@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -135,21 +136,38 @@ TEST_F(ProcessModuleTest, OneInputterPerChannel) {
                                    a->AddDeliver(shared.get(), 0, 0), b->AddDeliver(shared.get(), 0, 0)}));
 }
 
-TEST_F(ProcessModuleTest, RemoveDeliverByModuleFromEveryOutput) {
-  Sink b("b"), c("c");
+TEST_F(ProcessModuleTest, EveryLinkOfAnOutputGetsTheItemAsTheListGrowsAndShrinks) {
   Ref<TestModule> a(new TestModule);
-  ASSERT_EQ(CM_OK, a->AddDeliver(b.module.get(), 0, 0));
-  ASSERT_EQ(CM_OK, a->AddDeliver(b.module.get(), 1, 2));
-  ASSERT_EQ(CM_OK, a->AddDeliver(c.module.get(), 0, 0));
+  std::vector<std::unique_ptr<Sink>> sinks;
+  // Sends one item on an output and gives how many items each sink has seen so far.
+  auto sendAndCount = [&](unsigned short aOutput) {
+    TestData* d = new TestData(1);
+    a->DeliverDataToNextModule(d, aOutput);
+    d->Release();
+    std::vector<size_t> seen;
+    for (auto& s : sinks) seen.push_back(s->unit->Count());
+    return seen;
+  };
+  std::vector<size_t> expected;
+  for (unsigned short ch = 0; ch < 10; ++ch) {  // up to 10 links on output 0
+    sinks.emplace_back(new Sink("s"));
+    ASSERT_EQ(CM_OK, a->AddDeliver(sinks.back()->module.get(), ch, 0));
+    for (size_t& n : expected) ++n;
+    expected.push_back(1);
+    ASSERT_EQ(expected, sendAndCount(0)) << ch + 1 << " links";
+  }
+  // The first sink also on output 2; removal by module takes it from both outputs and
+  // from the sink's inputters. Then one more by module and one by channel.
+  ASSERT_EQ(CM_OK, a->AddDeliver(sinks[0]->module.get(), 1, 2));
   EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(static_cast<IProcessModule*>(nullptr)));
-  EXPECT_EQ(CM_OK, a->RemoveDeliver(b.module.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(b.module.get()));
-  EXPECT_EQ(CM_ERROR_FAILURE, b.module->RemoveInputer(a.get()));  // both entries removed
-  TestData* d = new TestData(1);
-  a->DeliverDataToNextModule(d, 0);
-  a->DeliverDataToNextModule(d, 2);
-  d->Release();
-  EXPECT_EQ(std::make_pair(size_t{0}, size_t{1}), std::make_pair(b.unit->Count(), c.unit->Count()));
+  ASSERT_EQ(CM_OK, a->RemoveDeliver(sinks[0]->module.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, a->RemoveDeliver(sinks[0]->module.get()));
+  EXPECT_EQ(CM_ERROR_FAILURE, sinks[0]->module->RemoveInputer(a.get()));
+  ASSERT_EQ(CM_OK, a->RemoveDeliver(sinks[1]->module.get()));
+  ASSERT_EQ(CM_OK, a->RemoveDeliver(9, 0));
+  for (size_t i = 2; i < 9; ++i) ++expected[i];
+  EXPECT_EQ(expected, sendAndCount(0));
+  EXPECT_EQ(expected, sendAndCount(2));
 }
 
 TEST_F(ProcessModuleTest, RefusedDrainEventsAreTracedAndDestructionReleasesTheQueuedItems) {
