@@ -98,7 +98,10 @@ CmResult ProcessModule::_PushProcessDataToQueue(IProcessData* aData, unsigned sh
 
 CmResult ProcessModule::_DrainQueueData(unsigned short aChannel) {
   if (aChannel >= PROCESS_MODULE_MAX_INPUT_CHANNELS) return CM_ERROR_FAILURE;
-  for (int i = 0; i < kMaxDrainPerEvent; ++i) {
+  if (_ProcessQueueData(aChannel) != CM_OK || m_pImpl->Empty(aChannel)) return CM_OK;
+  // More items behind the first: enter the unit's slot once for the rest of them.
+  UnitSlot::Holder hold(m_pImpl->unit);
+  for (int i = 1; i < kMaxDrainPerEvent; ++i) {
     if (_ProcessQueueData(aChannel) != CM_OK) break;
   }
   return CM_OK;

@@ -213,16 +213,16 @@ class UnitSlot {
     ReleaseRetired();
   }
 
+  // One call of the unit. Inside a Holder of its own thread it need not enter: no unit
+  // is released while the Holder is inside.
   class Reader {
    public:
-    explicit Reader(UnitSlot& aSlot) : m_Slot(aSlot) {
-      m_Slot.m_nReaders.fetch_add(1, std::memory_order_seq_cst);
+    explicit Reader(UnitSlot& aSlot) : m_Slot(aSlot), m_bEntered(!aSlot.HeldByThisThread()) {
+      if (m_bEntered) m_Slot.Enter();
       m_pUnit = m_Slot.m_pCurrent.load(std::memory_order_seq_cst);
     }
     ~Reader() {
-      if (m_Slot.m_nReaders.fetch_sub(1, std::memory_order_acq_rel) == 1 &&
-          m_Slot.m_bHasRetired.load(std::memory_order_acquire))
-        m_Slot.ReleaseRetired();
+      if (m_bEntered) m_Slot.Leave();
     }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
@@ -230,7 +230,29 @@ class UnitSlot {
 
    private:
     UnitSlot& m_Slot;
+    const bool m_bEntered;
     IProcessUnit* m_pUnit;
+  };
+
+  // Several calls in a row (a drain of several items) enter once for all. Only Readers
+  // of the holding thread skip their entry: it records its thread, and clears it before
+  // it leaves. Of two threads holding at once, the later one's record stands, and the
+  // other's Readers simply enter as usual.
+  class Holder {
+   public:
+    explicit Holder(UnitSlot& aSlot) : m_Slot(aSlot) {
+      m_Slot.Enter();
+      m_Slot.m_Holder.store(GetThreadSelfId(), std::memory_order_relaxed);
+    }
+    ~Holder() {
+      m_Slot.m_Holder.store(CM_THREAD_ID(), std::memory_order_relaxed);
+      m_Slot.Leave();
+    }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+   private:
+    UnitSlot& m_Slot;
   };
 
   // Installs aUnit, whose reference the slot now owns; returns the previous unit, whose
@@ -252,6 +274,14 @@ class UnitSlot {
   IProcessUnit* Peek() const { return m_pCurrent.load(std::memory_order_acquire); }
 
  private:
+  void Enter() { m_nReaders.fetch_add(1, std::memory_order_seq_cst); }
+  void Leave() {
+    if (m_nReaders.fetch_sub(1, std::memory_order_acq_rel) == 1 && m_bHasRetired.load(std::memory_order_acquire))
+      ReleaseRetired();
+  }
+  // A thread reads back its own record only while it holds: it cleared it on leaving.
+  bool HeldByThisThread() const { return IsThreadEqual(m_Holder.load(std::memory_order_relaxed), GetThreadSelfId()); }
+
   void ReleaseRetired() {
     std::vector<IProcessUnit*> retired;
     {
@@ -264,6 +294,7 @@ class UnitSlot {
 
   std::atomic<IProcessUnit*> m_pCurrent{nullptr};
   std::atomic<uint32_t> m_nReaders{0};
+  std::atomic<CM_THREAD_ID> m_Holder{CM_THREAD_ID()};
   std::atomic<bool> m_bHasRetired{false};
   CCmFutexLock m_RetiredLock;
   std::vector<IProcessUnit*> m_Retired CM_GUARDED_BY(m_RetiredLock);
@@ -333,15 +364,18 @@ struct ProcessModule::Impl {
     pushed[aChannel].store(pushed[aChannel].load(std::memory_order_relaxed) + 1, std::memory_order_release);
   }
 
+  // Whether a channel is empty, without a lock: most drains end on an empty queue.
+  // Counters only grow and popped never passes pushed, so equal readings mean empty at
+  // the second. A push racing with this has its own drain event still to come.
+  bool Empty(unsigned short aChannel) const {
+    const uint32_t poppedSeen = popped[aChannel].load(std::memory_order_acquire);
+    return moved[aChannel].load(std::memory_order_acquire) == poppedSeen &&
+           pushed[aChannel].load(std::memory_order_acquire) == poppedSeen;
+  }
+
   // Removes the oldest item of a channel; empty holder when none.
   QueuedData PopFront(unsigned short aChannel) {
-    // Most drains end on an empty queue: see that without taking a lock. Counters only
-    // grow and popped never passes pushed, so equal readings mean empty at the second.
-    // A push racing with this has its own drain event still to come.
-    const uint32_t poppedSeen = popped[aChannel].load(std::memory_order_acquire);
-    if (moved[aChannel].load(std::memory_order_acquire) == poppedSeen &&
-        pushed[aChannel].load(std::memory_order_acquire) == poppedSeen)
-      return QueuedData(nullptr);
+    if (Empty(aChannel)) return QueuedData(nullptr);
 
     CCmFutexGuard guard(popLock);
     std::deque<QueuedData>& q = outgoing[aChannel];

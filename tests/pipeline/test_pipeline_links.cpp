@@ -96,24 +96,29 @@ class CountingUnit : public ProcessUnit {
 };
 
 TEST_F(PipelineLinksTest, UnitReplacedWhileItemsFlow) {
-  // Items go straight to the unit on the delivering thread while another thread keeps
-  // replacing it; each replaced unit loses its last reference to the module. A call in
-  // progress must keep its unit alive (ASan reports a use after free otherwise).
+  // Items go to the unit, straight on the delivering thread or drained on a module
+  // thread, while another thread keeps replacing it; each replaced unit loses its last
+  // reference to the module. A call in progress must keep its unit alive (ASan reports a
+  // use after free otherwise).
   constexpr int kItems = 20000;
-  Ref<TestModule> m(new TestModule);
-  StartModule(m.get(), new CountingUnit);
-  g_processedByAnyUnit = 0;
-  std::atomic<bool> stop{false};
-  RunTogether(
-      [&] {
-        for (int i = 0; i < kItems; ++i) Deliver(m, static_cast<uint32_t>(i), 0);
-        stop = true;
-      },
-      [&] {
-        while (!stop.load()) m->SetProcessUnit(new CountingUnit);
-      });
-  EXPECT_EQ(kItems, g_processedByAnyUnit.load());  // a unit was always there
-  m->SetProcessUnit(nullptr);
+  for (bool queued : {false, true}) {
+    TaskThread worker("pl-unit");
+    Ref<TestModule> m(new TestModule);
+    StartModule(m.get(), new CountingUnit, queued ? worker.get() : nullptr);
+    g_processedByAnyUnit = 0;
+    std::atomic<bool> stop{false};
+    RunTogether(
+        [&] {
+          for (int i = 0; i < kItems; ++i) Deliver(m, static_cast<uint32_t>(i), 0);
+          ASSERT_TRUE(worker.Flush());
+          stop = true;
+        },
+        [&] {
+          while (!stop.load()) m->SetProcessUnit(new CountingUnit);
+        });
+    EXPECT_EQ(kItems, g_processedByAnyUnit.load()) << queued;  // a unit was always there
+    m->SetProcessUnit(nullptr);
+  }
 }
 
 TEST_F(PipelineLinksTest, LinksChangedWhileItemsAreSentOn) {
