@@ -365,8 +365,9 @@ struct ProcessModule::Impl {
   }
 
   // Whether a channel is empty, without a lock: most drains end on an empty queue.
-  // Counters only grow and popped never passes pushed, so equal readings mean empty at
-  // the second. A push racing with this has its own drain event still to come.
+  // popped is read first; counters only grow and popped never passes pushed, so when
+  // pushed then reads the same, the queue was empty at that moment. A push racing with
+  // this has its own drain event still to come.
   bool Empty(unsigned short aChannel) const {
     const uint32_t poppedSeen = popped[aChannel].load(std::memory_order_acquire);
     return moved[aChannel].load(std::memory_order_acquire) == poppedSeen &&
