@@ -125,12 +125,12 @@ class DeliverMirror {
     const uint32_t seq = m_Seq.load(std::memory_order_relaxed);
     m_Seq.store(seq + 1, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
-    const size_t n = aList.size() <= LinkSnapshot::kInline ? aList.size() : kTooLong;
-    for (size_t i = 0; i < n && i < LinkSnapshot::kInline; ++i) {
+    const bool fits = aList.size() <= LinkSnapshot::kInline;
+    for (size_t i = 0; fits && i < aList.size(); ++i) {
       m_Entries[aChannel][i].module.store(aList[i].module, std::memory_order_relaxed);
       m_Entries[aChannel][i].channel.store(aList[i].channel, std::memory_order_relaxed);
     }
-    m_Count[aChannel].store(static_cast<uint32_t>(n), std::memory_order_relaxed);
+    m_Count[aChannel].store(static_cast<uint32_t>(fits ? aList.size() : kTooLong), std::memory_order_relaxed);
     m_Seq.store(seq + 2, std::memory_order_release);
   }
 
